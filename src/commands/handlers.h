@@ -1,0 +1,33 @@
+// The command handlers. Each takes the argument count and vector with the
+// command switch in the program-name position, and returns the exit status.
+#pragma once
+
+namespace crelm::mail::sorvane_commands {
+
+using CommandHandler = int (*)(int argc, char** argv);
+
+int add_mailname_command(int argc, char** argv);
+int remove_mailname_command(int argc, char** argv);
+int rename_mailname_command(int argc, char** argv);
+int add_mailbox_command(int argc, char** argv);
+int remove_mailbox_command(int argc, char** argv);
+int set_password_command(int argc, char** argv);
+int add_alias_command(int argc, char** argv);
+int remove_alias_command(int argc, char** argv);
+int add_domain_command(int argc, char** argv);
+int remove_domain_command(int argc, char** argv);
+int rename_domain_command(int argc, char** argv);
+int turn_on_domain_command(int argc, char** argv);
+int turn_off_domain_command(int argc, char** argv);
+int add_domain_alias_command(int argc, char** argv);
+int del_domain_alias_command(int argc, char** argv);
+int rename_domain_alias_command(int argc, char** argv);
+int get_mailbox_size_command(int argc, char** argv);
+int set_mailbox_disk_quota_command(int argc, char** argv);
+int set_domain_disk_quota_command(int argc, char** argv);
+
+// Ends a command whose back-end steps are not part of this build: says so on
+// the error stream and returns 1.
+int command_not_available(const char* command_switch);
+
+}  // namespace crelm::mail::sorvane_commands
