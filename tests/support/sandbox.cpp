@@ -420,6 +420,10 @@ std::string sorvane_path() {
     return SORVANE_BINARY;
 }
 
+std::string test_program_path(const std::string& name) {
+    return std::string(SORVANE_TEST_BIN_DIR) + "/" + name;
+}
+
 ProcessResult run_sorvane(const std::vector<std::string>& args, const RunOptions& options) {
     std::vector<std::string> argv{sorvane_path()};
     argv.insert(argv.end(), args.begin(), args.end());

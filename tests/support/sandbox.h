@@ -60,6 +60,9 @@ ProcessResult run_process(const std::vector<std::string>& argv, const RunOptions
 // Path of the built sorvane binary.
 std::string sorvane_path();
 
+// Path of a program built from tests/programs/<name>.cpp.
+std::string test_program_path(const std::string& name);
+
 // Runs the built sorvane binary with args (argv[0] is added).
 ProcessResult run_sorvane(const std::vector<std::string>& args, const RunOptions& options = {});
 
