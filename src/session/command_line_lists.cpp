@@ -1,0 +1,68 @@
+#include "session/command_line_lists.h"
+
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
+#include <boost/program_options/value_semantic.hpp>
+
+#include <stdexcept>
+
+namespace crelm::mail {
+namespace {
+
+constexpr const char* kPieceSeparators = " \t,";
+
+std::vector<std::string> split_pieces(std::string_view text) {
+    std::vector<std::string> pieces;
+    boost::split(pieces, text, boost::is_any_of(kPieceSeparators), boost::token_compress_on);
+    std::erase_if(pieces, [](const std::string& piece) { return piece.empty(); });
+    return pieces;
+}
+
+}  // namespace
+
+MailDbDomainAliasesList::MailDbDomainAliasesList(std::string_view text) : aliases_(split_pieces(text)) {}
+
+MailDbMailAddressesList::MailDbMailAddressesList(std::string_view text) {
+    std::vector<std::string> groups;
+    boost::split(groups, text, boost::is_any_of(";"));
+    for (const std::string& group : groups) {
+        std::vector<std::string> pieces = split_pieces(group);
+        if (pieces.empty()) {
+            continue;
+        }
+        withMailname(pieces.front());
+        for (std::size_t i = 1; i < pieces.size(); ++i) {
+            withMailAlias(pieces[i]);
+        }
+    }
+}
+
+MailDbMailAddressesList& MailDbMailAddressesList::withMailname(std::string_view name) {
+    for (current_ = 0; current_ < mails_.size(); ++current_) {
+        if (mails_[current_].name == name) {
+            return *this;
+        }
+    }
+    mails_.push_back(MailDbMailAddress{std::string(name), {}});
+    return *this;
+}
+
+MailDbMailAddressesList& MailDbMailAddressesList::withMailAlias(std::string_view alias) {
+    if (current_ >= mails_.size()) {
+        throw std::logic_error("Programming error: withMailAlias() must be called after withMailname()");
+    }
+    mails_[current_].aliases.emplace_back(alias);
+    return *this;
+}
+
+void validate(boost::any& value, const std::vector<std::string>& texts, MailDbDomainAliasesList*, int) {
+    boost::program_options::validators::check_first_occurrence(value);
+    value = MailDbDomainAliasesList(boost::program_options::validators::get_single_string(texts));
+}
+
+void validate(boost::any& value, const std::vector<std::string>& texts, MailDbMailAddressesList*, int) {
+    boost::program_options::validators::check_first_occurrence(value);
+    value = MailDbMailAddressesList(boost::program_options::validators::get_single_string(texts));
+}
+
+}  // namespace crelm::mail
