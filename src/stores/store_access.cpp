@@ -1,0 +1,29 @@
+#include "stores/store_access.h"
+
+#include "runtime/log.h"
+
+#include <syslog.h>
+
+int open_store_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb& db) {
+    if (sqlite_open_db(path, mode, db) == SQLITE_OK)
+        return 0;
+    log_message(LOG_ERR,
+                mode == SqliteOpenMode::ReadOnly ? "Unable to open database(readonly) %s: %s"
+                                                 : "Unable to open database %s: %s",
+                path.c_str(), sqlite_error_text(db.get()));
+    db.close();
+    return -1;
+}
+
+int prepare_store_statement(sqlite3* db, const char* sql, crelm::SqliteStatement& statement) {
+    if (sqlite_prepare_with_retry(db, sql, statement) == SQLITE_OK)
+        return 0;
+    log_message(LOG_ERR, "Unable to prepare SQL statement for query '%s': %s", sql, sqlite_error_text(db));
+    return -1;
+}
+
+const char* column_text_or_null(sqlite3_stmt* statement, int column) {
+    if (sqlite3_column_type(statement, column) == SQLITE_NULL)
+        return nullptr;
+    return reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+}

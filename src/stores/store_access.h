@@ -1,0 +1,20 @@
+// Opening a store's database and preparing its statements, with the messages
+// both the authentication store and the handlers store give.
+#pragma once
+
+#include "stores/sqlite_retry.h"
+
+#include <string>
+
+// Opens path (read-write, created when missing; or read-only) with the busy
+// timeout set. Returns 0; on failure logs "Unable to open database %s: %s" or
+// "Unable to open database(readonly) %s: %s" at error level, closes whatever
+// handle SQLite returned and returns -1.
+int open_store_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb& db);
+
+// Prepares sql under the busy-retry rule. Returns 0; on failure logs
+// "Unable to prepare SQL statement for query '%s': %s" and returns -1.
+int prepare_store_statement(sqlite3* db, const char* sql, crelm::SqliteStatement& statement);
+
+// The text of a column, or nullptr when it is NULL.
+const char* column_text_or_null(sqlite3_stmt* statement, int column);
