@@ -1,0 +1,75 @@
+#include "runtime/shell_quote.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+namespace {
+
+constexpr std::string_view kEscapedBytes = "\t \"#$&'()*;<>?[\\`|~";
+
+constexpr std::array<char, 256> build_class_table() {
+    std::array<char, 256> table{};
+    table.fill('-');
+    for (const char c : kEscapedBytes)
+        table[static_cast<unsigned char>(c)] = '*';
+    table['\n'] = 'n';
+    return table;
+}
+
+constexpr std::array<char, 256> kClassTable = build_class_table();
+
+}  // namespace
+
+std::string_view shell_char_classes() { return {kClassTable.data(), kClassTable.size()}; }
+
+char shell_char_class(unsigned char byte) { return kClassTable[byte]; }
+
+std::string shell_escape(std::string_view text) {
+    std::string escaped;
+    escaped.reserve(text.size() * 2);
+    for (const char c : text) {
+        switch (shell_char_class(static_cast<unsigned char>(c))) {
+        case '*':
+            escaped += '\\';
+            escaped += c;
+            break;
+        case 'n':
+            escaped += '\'';
+            escaped += c;
+            escaped += '\'';
+            break;
+        default:
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::string shell_quote(std::string_view text) {
+    std::string quoted = "'";
+    for (const char c : text) {
+        if (c == '\'')
+            quoted += "'\\''";
+        else
+            quoted += c;
+    }
+    return quoted + "'";
+}
+
+bool shell_is_plain(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return shell_char_class(static_cast<unsigned char>(c)) == '-'; });
+}
+
+bool shell_is_plain(const char* text) { return text == nullptr || shell_is_plain(std::string_view(text)); }
+
+bool shell_require_plain(std::string_view text) {
+    if (!shell_is_plain(text))
+        throw std::runtime_error("Internal error: bad escape_chars value");
+    return true;
+}
+
+bool shell_require_plain(const char* text) {
+    return text == nullptr || shell_require_plain(std::string_view(text));
+}
