@@ -1,0 +1,82 @@
+#include "stores/mailbox_quota_write.h"
+
+#include <string>
+
+#include "runtime/log.h"
+#include "stores/sqlite_retry.h"
+
+namespace crelm::mail {
+namespace {
+
+bool prepare_logged(sqlite3* db, std::string_view sql, SqliteStatement& statement) {
+    if (sqlite_prepare_with_retry(db, sql, statement) == SQLITE_OK)
+        return true;
+    log_message(3, "Unable to prepare SQL statement for query '%s': %s", std::string(sql).c_str(),
+                sqlite_error_text(db));
+    return false;
+}
+
+bool bind_all(sqlite3* db, sqlite3_stmt* statement, std::initializer_list<QuotaTextParameter> parameters) {
+    int index = 0;
+    for (const QuotaTextParameter& parameter : parameters) {
+        const int rc = sqlite3_bind_text64(statement, ++index, parameter.value.data(), parameter.value.size(),
+                                           SQLITE_STATIC, SQLITE_UTF8);
+        if (rc != SQLITE_OK) {
+            log_message(3, "Unable to bind parameter %s: %s", parameter.name, sqlite_error_text(db));
+            return false;
+        }
+    }
+    return true;
+}
+
+// Prepares and steps a statement without parameters ("BEGIN TRANSACTION;",
+// "END TRANSACTION;"); step_failure is the message for a step that does not
+// end in SQLITE_DONE.
+bool run_transaction_statement(sqlite3* db, std::string_view sql, const char* step_failure) {
+    SqliteStatement statement;
+    if (!prepare_logged(db, sql, statement))
+        return false;
+    if (sqlite_step_with_retry(statement.get()) == SQLITE_DONE)
+        return true;
+    log_message(3, step_failure, sqlite_error_text(db));
+    return false;
+}
+
+bool open_for_write(const std::string& path, SqliteDb& db) {
+    if (sqlite_open_db(path, SqliteOpenMode::ReadWrite, db) == SQLITE_OK)
+        return true;
+    log_message(3, "Unable to open database %s: %s", path.c_str(), sqlite_error_text(db.get()));
+    return false;
+}
+
+}  // namespace
+
+QuotaWriteOutcome run_quota_statement(sqlite3* db, std::string_view sql,
+                                      std::initializer_list<QuotaTextParameter> parameters,
+                                      const std::function<void(const char* reason)>& report_step_failure) {
+    SqliteStatement statement;
+    if (!prepare_logged(db, sql, statement) || !bind_all(db, statement.get(), parameters))
+        return QuotaWriteOutcome::FailedBeforeStep;
+    if (sqlite_step_with_retry(statement.get()) == SQLITE_DONE)
+        return QuotaWriteOutcome::Done;
+    report_step_failure(sqlite_error_text(db));
+    return QuotaWriteOutcome::StepFailed;
+}
+
+bool run_quota_write(const std::string& path, const std::function<QuotaWriteOutcome(sqlite3* db)>& body) {
+    SqliteDb db;
+    if (!open_for_write(path, db) ||
+        !run_transaction_statement(db.get(), "BEGIN TRANSACTION;", "Unable to begin sqlite transaction: %s"))
+        return true;
+    switch (body(db.get())) {
+    case QuotaWriteOutcome::StepFailed:
+        return false;
+    case QuotaWriteOutcome::FailedBeforeStep:
+        return true;
+    case QuotaWriteOutcome::Done:
+        break;
+    }
+    return run_transaction_statement(db.get(), "END TRANSACTION;", "Unable to end sqlite transaction: %s");
+}
+
+}  // namespace crelm::mail
