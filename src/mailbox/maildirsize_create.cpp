@@ -1,0 +1,123 @@
+#include "mailbox/maildirsize_create.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "mailbox/maildir_count.h"
+#include "mailbox/maildir_mtime.h"
+#include "mailbox/maildirsize_format.h"
+#include "mailbox/open_directory.h"
+#include "mailbox/report.h"
+#include "mailbox/temporary_maildir_file.h"
+
+namespace {
+
+using crelm::mailbox::TemporaryMaildirFile;
+
+constexpr int kCreateAttempts = 5;
+constexpr unsigned kSecondsBetweenAttempts = 2;
+// A maildirsize file older than this counts as stale for delivery agents.
+constexpr time_t kStaleAge = 960;
+
+bool fail(const std::string& message, int error) {
+    mailbox_report(message);
+    errno = error;
+    return false;
+}
+
+bool host_name_for_file_names(std::string& host) {
+    char name[65] = {};
+    if (gethostname(name, sizeof name - 1) != 0)
+        return fail("Unable to receive hostname", errno);
+    host = name;
+    std::replace(host.begin(), host.end(), '/', '_');
+    return true;
+}
+
+std::string temporary_name(const std::string& host) {
+    char name[512];
+    std::snprintf(name, sizeof name, "%lu.%u.%s-maildirsize", static_cast<unsigned long>(std::time(nullptr)),
+                  static_cast<unsigned>(getpid()), host.c_str());
+    return name;
+}
+
+bool create_temporary(TemporaryMaildirFile& file, int maildir_fd, const std::string& host) {
+    for (int attempt = 0; attempt < kCreateAttempts; ++attempt) {
+        if (file.create(maildir_fd, temporary_name(host)))
+            return true;
+        sleep(kSecondsBetweenAttempts);
+    }
+    return fail("Maximal allowed number of attempts to create a maildirsize file exceeded", EAGAIN);
+}
+
+bool write_all(int fd, const std::string& text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t n = write(fd, text.data() + written, text.size() - written);
+        if (n < 0 && (errno == EAGAIN || errno == EINTR))
+            continue;
+        if (n < 0)
+            return false;
+        written += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+// Mail that arrived while the Maildir was counted is not in the totals: make
+// the file old enough that the next reader recounts.
+bool mark_stale_if_mail_arrived(const std::string& maildir, int maildir_fd, const timespec& count_start) {
+    timespec latest{};
+    if (!crelm::mailbox::maildir_tree_latest_mtime(maildir, latest))
+        return false;
+    if (!crelm::mailbox::is_later(latest, count_start))
+        return true;
+    const timespec times[2] = {{0, UTIME_NOW}, {count_start.tv_sec - kStaleAge, 0}};
+    if (utimensat(maildir_fd, "maildirsize", times, AT_SYMLINK_NOFOLLOW) != 0)
+        mailbox_report(std::string("Unable to mark maildirsize file as stale: ") + std::strerror(errno));
+    return true;
+}
+
+bool write_counted_totals(TemporaryMaildirFile& file, int maildir_fd, const std::string& maildir,
+                          long long quota_bytes, long long quota_count, timespec& count_start) {
+    clock_gettime(CLOCK_REALTIME, &count_start);
+    crelm::mailbox::MaildirTotals totals;
+    if (!crelm::mailbox::count_maildir_at(maildir_fd, maildir, totals))
+        return false;
+    const std::string text =
+        crelm::mailbox::maildirsize_text(quota_bytes, quota_count, totals.bytes, totals.count);
+    if (!write_all(file.fd(), text))
+        return fail("unable to write data to file", errno);
+    if (fsync(file.fd()) != 0 || file.close() != 0)
+        return fail("unable to commit written data to file", errno);
+    return true;
+}
+
+}  // namespace
+
+bool maildirsize_create(const std::string& maildir, uid_t uid, gid_t gid, long long quota_bytes,
+                        long long quota_count) {
+    std::string host;
+    if (!host_name_for_file_names(host))
+        return false;
+    const auto maildir_fd = crelm::mailbox::open_directory(maildir);
+    if (!maildir_fd.valid())
+        return fail("Unable to open Maildir folder " + maildir + ": " + std::strerror(errno), errno);
+    TemporaryMaildirFile file;
+    if (!create_temporary(file, maildir_fd.get(), host))
+        return false;
+    if (fchown(file.fd(), uid, gid) != 0)
+        return fail(std::string("Unable to change owner of maildirsize file: ") + std::strerror(errno), errno);
+    timespec count_start{};
+    if (!write_counted_totals(file, maildir_fd.get(), maildir, quota_bytes, quota_count, count_start))
+        return false;
+    if (!file.commit(maildir_fd.get(), "maildirsize"))
+        return fail("Unable to rename tmp/" + file.name() + " to maildirsize: " + std::strerror(errno), errno);
+    return mark_stale_if_mail_arrived(maildir, maildir_fd.get(), count_start);
+}
