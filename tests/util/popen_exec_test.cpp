@@ -1,0 +1,61 @@
+#include "util/process.h"
+
+#include "printed.h"
+#include "support/sandbox.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <regex>
+
+namespace {
+
+using sorvane::test::printed_by;
+using sorvane::test::read_file;
+using sorvane::test::scratch_dir;
+
+class PopenExecTest : public sorvane::test::SandboxTest {};
+
+TEST_F(PopenExecTest, InputReachesTheCommandsStandardInput) {
+    const std::string path = scratch_dir() + "/got";
+    EXPECT_EQ(popen_exec("cat > " + path, "line one\nline two\n"), 0);
+    EXPECT_EQ(read_file(path), "line one\nline two\n");
+}
+
+TEST_F(PopenExecTest, ExitCodeOfTheCommandIsReturned) {
+    EXPECT_EQ(popen_exec("cat >/dev/null; exit 4", "data"), 4);
+}
+
+TEST_F(PopenExecTest, CommandKilledBySignalHasNoExitCodeBitsAndGivesZero) {
+    EXPECT_EQ(popen_exec("kill -KILL $$", ""), 0);
+}
+
+TEST_F(PopenExecTest, CommandThatStopsReadingEarlyIsReportedWithTheCounts) {
+    const std::string input(1 << 20, 'i');
+    std::string message;
+    const auto printed = printed_by([&] { EXPECT_EQ(popen_exec("exit 0", input), -1); });
+    const std::regex expected(
+        "Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
+    EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
+    EXPECT_EQ(printed.err, printed.out);
+}
+
+TEST_F(PopenExecTest, CommandSeesOnlyTheThreeStandardDescriptors) {
+    const int extra = open("/dev/null", O_RDONLY);
+    const auto printed = printed_by([] { EXPECT_EQ(popen_exec("ls /proc/$$/fd", ""), 0); });
+    close(extra);
+    EXPECT_EQ(printed.out, "0\n1\n2\n");
+}
+
+TEST_F(PopenExecTest, CommandThatCannotStartIsReported) {
+    const auto printed = printed_by([] {
+        sorvane::test::NoFreeDescriptors guard;
+        EXPECT_EQ(popen_exec("true", "x"), -1);
+    });
+    sorvane::test::expect_reported(
+        printed,
+        "Failed to execute command with input: either pipe, fork or memory allocation failed.\n"
+        "System error 24: Too many open files\n");
+}
+
+}  // namespace
