@@ -50,15 +50,20 @@ bool decode_escape(JsonReader& reader, char*& read, char*& write) {
     return true;
 }
 
-// A character that cannot stand raw in a string: the end of the buffer or
-// a control byte.
+// A byte that cannot stand raw in a string: the end of the buffer, a
+// control byte, or a byte of a UTF-8 sequence (names must arrive in their
+// ASCII form).
 bool string_byte_fails(JsonReader& reader, char* read) {
     const auto byte = static_cast<unsigned char>(*read);
-    if (byte >= 32) {
+    if (byte >= 32 && byte < 127) {
         return false;
     }
     reader.position = read;
-    json_fail(reader, byte == 0 ? JsonError::PrematureEnd : JsonError::InvalidCharacter);
+    if (byte == 0) {
+        json_fail(reader, JsonError::PrematureEnd);
+    } else {
+        json_fail(reader, byte > 127 ? JsonError::UnsupportedUnicode : JsonError::InvalidCharacter);
+    }
     return true;
 }
 
