@@ -70,13 +70,26 @@ bool write_all(int fd, const std::string& text) {
     return true;
 }
 
-// Mail that arrived while the Maildir was counted is not in the totals: make
-// the file old enough that the next reader recounts.
+// The time as the filesystem stamps it, read by stamping the open temporary
+// file. Clocks of the process run ahead of or behind those stamps; mail that
+// arrives after this moment is stamped no earlier than this.
+timespec filesystem_now(int fd) {
+    struct stat st;
+    if (futimens(fd, nullptr) == 0 && fstat(fd, &st) == 0)
+        return st.st_mtim;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now;
+}
+
+// Mail that arrived while the Maildir was counted may be missing from the
+// totals: make the file old enough that the next reader recounts. A change
+// stamped with the very time the count started counts as such an arrival.
 bool mark_stale_if_mail_arrived(const std::string& maildir, int maildir_fd, const timespec& count_start) {
     timespec latest{};
     if (!crelm::mailbox::maildir_tree_latest_mtime(maildir, latest))
         return false;
-    if (!crelm::mailbox::is_later(latest, count_start))
+    if (crelm::mailbox::is_later(count_start, latest))
         return true;
     const timespec times[2] = {{0, UTIME_NOW}, {count_start.tv_sec - kStaleAge, 0}};
     if (utimensat(maildir_fd, "maildirsize", times, AT_SYMLINK_NOFOLLOW) != 0)
@@ -86,7 +99,7 @@ bool mark_stale_if_mail_arrived(const std::string& maildir, int maildir_fd, cons
 
 bool write_counted_totals(TemporaryMaildirFile& file, int maildir_fd, const std::string& maildir,
                           long long quota_bytes, long long quota_count, timespec& count_start) {
-    clock_gettime(CLOCK_REALTIME, &count_start);
+    count_start = filesystem_now(file.fd());
     crelm::mailbox::MaildirTotals totals;
     if (!crelm::mailbox::count_maildir_at(maildir_fd, maildir, totals))
         return false;
