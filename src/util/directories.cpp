@@ -1,0 +1,128 @@
+#include "util/directories.h"
+
+#include "runtime/log.h"
+#include "util/nofollow.h"
+#include "util/umask_scope.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+using crelm::util::UniqueFd;
+
+namespace {
+
+// "/a/b/c" gives "/a", "/a/b", "/a/b/c"; repeated and trailing slashes are
+// skipped.
+std::vector<std::string> path_prefixes(const std::string& path) {
+    std::vector<std::string> prefixes;
+    for (std::size_t at = 0; at < path.size(); ++at) {
+        const bool component_ends = path[at] != '/' && (at + 1 == path.size() || path[at + 1] == '/');
+        if (component_ends)
+            prefixes.push_back(path.substr(0, at + 1));
+    }
+    return prefixes;
+}
+
+bool is_directory(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+int report_dir_failure(const char* format, const std::string& path) {
+    report_error(0, 0, format, path.c_str(), std::strerror(errno));
+    return -1;
+}
+
+// Creates one directory for mkdir_p_owned; true when it was made here.
+bool make_one(const std::string& prefix, mode_t mode) {
+    if (::mkdir(prefix.c_str(), mode) == 0)
+        return true;
+    if (errno != EEXIST)
+        report_error(1, 1, "Cannot create directory %s: %s", prefix.c_str(), std::strerror(errno));
+    if (!is_directory(prefix)) {
+        errno = EEXIST;
+        report_error(1, 1, "Cannot create directory %s: %s", prefix.c_str(), std::strerror(errno));
+    }
+    return false;
+}
+
+void give_created(const std::string& prefix, uid_t uid, gid_t gid) {
+    const UniqueFd made = crelm::util::open_nofollow(AT_FDCWD, prefix.c_str());
+    if (!made.valid() || crelm::util::chown_handle(made.get(), uid, gid) != 0)
+        report_error(0, 0, "Cannot chown %s: %s", prefix.c_str(), std::strerror(errno));
+}
+
+int report_target_exists(const std::string& path) {
+    errno = 0;
+    report_error(0, 0, "Directory rename error: target directory %s already exists.\n", path.c_str());
+    return -1;
+}
+
+// A target that appears between the look and the rename is not replaced.
+int rename_no_replace(const std::string& old_path, const std::string& new_path) {
+    const int result = ::renameat2(AT_FDCWD, old_path.c_str(), AT_FDCWD, new_path.c_str(), RENAME_NOREPLACE);
+    if (result != 0 && errno == EINVAL)
+        return std::rename(old_path.c_str(), new_path.c_str());
+    return result;
+}
+
+}  // namespace
+
+int make_dir_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
+    if (::mkdir(path.c_str(), mode) != 0) {
+        const int failure = errno;
+        if (failure != EEXIST || !is_directory(path)) {
+            errno = failure;
+            return report_dir_failure("ERROR: Unable to mkdir %s: %s\n", path);
+        }
+    }
+    const UniqueFd made = crelm::util::open_nofollow(AT_FDCWD, path.c_str());
+    if (!made.valid() && errno == ENOENT)
+        return 0;
+    if (!made.valid() || crelm::util::chown_handle(made.get(), uid, gid) != 0)
+        return report_dir_failure("ERROR: Unable to chown %s: %s\n", path);
+    if (crelm::util::chmod_handle(made.get(), mode) != 0)
+        return report_dir_failure("ERROR: Unable to chmod %s: %s\n", path);
+    return 0;
+}
+
+int mkdir_p_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
+    const crelm::util::UmaskScope no_mask(0);
+    for (const std::string& prefix : path_prefixes(path))
+        if (make_one(prefix, mode & 0777))
+            give_created(prefix, uid, gid);
+    return 0;
+}
+
+int rename_dir(const std::string& old_path, const std::string& new_path) {
+    struct stat info {};
+    if (::lstat(old_path.c_str(), &info) != 0 && errno == ENOENT)
+        return 0;
+    if (::lstat(new_path.c_str(), &info) == 0)
+        return report_target_exists(new_path);
+    if (rename_no_replace(old_path, new_path) == 0)
+        return 0;
+    if (errno == EEXIST || errno == ENOTEMPTY)
+        return report_target_exists(new_path);
+    report_error(0, 0, "Remaming %s to %s failed: %s\n", old_path.c_str(), new_path.c_str(), std::strerror(errno));
+    return -1;
+}
+
+int make_path(const std::string& path) {
+    for (const std::string& prefix : path_prefixes(path)) {
+        if (::mkdir(prefix.c_str(), 0755) == 0)
+            continue;
+        if (errno != EEXIST)
+            return 0;
+        if (!is_directory(prefix)) {
+            errno = ENOTDIR;
+            return 0;
+        }
+    }
+    return 1;
+}

@@ -1,0 +1,94 @@
+#include "util/file_lock.h"
+
+#include "runtime/log.h"
+#include "runtime/md5_hex.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+constexpr const char* kLockDirectory = "/run/lock/files";
+
+enum class Waiting { wait, fail_at_once };
+
+std::string lock_file_path(const std::string& path, LockPlace place) {
+    if (place == LockPlace::the_file_itself)
+        return path;
+    return std::string(kLockDirectory) + "/" + md5_hex(path);
+}
+
+// Descriptor 0 means "not held" to the callers, so a lock file must never
+// land on it (possible when standard input is closed).
+int off_standard_descriptors(int fd) {
+    if (fd < 0 || fd > 2)
+        return fd;
+    const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    ::close(fd);
+    return moved;
+}
+
+FileLock take_lock(const std::string& path, LockPlace place, Waiting waiting) {
+    std::string lock_path = lock_file_path(path, place);
+    const int fd =
+        off_standard_descriptors(::open(lock_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (fd < 0) {
+        report_error(0, 0, "Unable to open file \"%s\": %s.", lock_path.c_str(), std::strerror(errno));
+        return FileLock(0, std::move(lock_path));
+    }
+    const int operation = LOCK_EX | (waiting == Waiting::fail_at_once ? LOCK_NB : 0);
+    int locked = -1;
+    do {
+        locked = ::flock(fd, operation);
+    } while (locked != 0 && errno == EINTR);
+    if (locked != 0) {
+        const int failure = errno;
+        ::close(fd);
+        errno = failure;
+        return FileLock(failure == EAGAIN ? 0 : -1, std::move(lock_path));
+    }
+    return FileLock(fd, std::move(lock_path));
+}
+
+}  // namespace
+
+FileLock::FileLock(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {}
+
+FileLock::FileLock(FileLock&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, 0)), path_(std::move(other.path_)) {}
+
+FileLock::~FileLock() {
+    if (descriptor_ > 0)
+        ::close(descriptor_);
+}
+
+int FileLock::release() {
+    if (descriptor_ <= 0)
+        return 0;
+    if (::close(std::exchange(descriptor_, 0)) != 0) {
+        report_error(0, 0, "An error occured during closing '%s' file: %s\n", path_.c_str(), std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+void FileLock::keep_until_exit() {
+    descriptor_ = 0;
+}
+
+FileLock lock_file(const std::string& path, LockPlace place) {
+    return take_lock(path, place, Waiting::wait);
+}
+
+FileLock try_lock_file(const std::string& path, LockPlace place) {
+    return take_lock(path, place, Waiting::fail_at_once);
+}
+
+int unlock_file(FileLock& lock) {
+    return lock.release();
+}

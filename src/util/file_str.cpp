@@ -1,0 +1,220 @@
+#include "util/file_str.h"
+
+#include "runtime/log.h"
+#include "util/file_lock.h"
+#include "util/line_writer.h"
+#include "util/stdio_file.h"
+#include "util/temp_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+using crelm::util::StdioFile;
+using crelm::util::TempFile;
+
+namespace {
+
+constexpr std::size_t kPathBuffer = 4096;
+constexpr int kLineBuffer = 4096;  // a line is read at most 4095 bytes at a time
+
+// The file as it was before the edit; null when it did not exist.
+using Before = const struct stat*;
+
+int failed(const char* format, const std::string& path) {
+    report_error(0, 0, format, path.c_str(), std::strerror(errno));
+    return 1;
+}
+
+StdioFile open_stream(int fd, const char* mode) {
+    if (fd < 0)
+        return nullptr;
+    std::FILE* stream = ::fdopen(fd, mode);
+    if (stream == nullptr)
+        ::close(fd);
+    return StdioFile(stream);
+}
+
+StdioFile open_source(const std::string& path) {
+    return open_stream(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC), "r");
+}
+
+std::string temp_path_of(const std::string& path) {
+    return path + ".tmp";
+}
+
+// The temporary file and its stream; the stream is null when either failed.
+struct TempOutput {
+    TempFile file;
+    StdioFile stream;
+};
+
+TempOutput open_temp(const std::string& path) {
+    const std::string temp_path = temp_path_of(path);
+    if (temp_path.size() >= kPathBuffer) {
+        errno = ENAMETOOLONG;
+        return {TempFile::create_fresh("", 0), nullptr};
+    }
+    TempFile file = TempFile::create_fresh(temp_path, 0666);
+    StdioFile stream = open_stream(file.release_fd(), "w");
+    return {std::move(file), std::move(stream)};
+}
+
+int give_back_owner_mode(int fd, Before before, const std::string& path) {
+    if (before == nullptr)
+        return 0;
+    if (::fchown(fd, before->st_uid, before->st_gid) != 0)
+        return failed("file_str: ERROR: Unable to chown file %s: %s", path);
+    if (::fchmod(fd, before->st_mode & 07777) != 0)
+        return failed("file_str: ERROR: Unable to chmod file %s: %s", path);
+    return 0;
+}
+
+// Owner and mode go onto the temporary file's own descriptor before it is
+// renamed, so that nothing is ever changed through a name in between.
+int finish_temp(TempOutput& temp, Before before, const std::string& path, const char* rename_message) {
+    if (std::fflush(temp.stream.get()) != 0)
+        return failed("Unable to close file %s: %s\n", temp.file.path());
+    if (give_back_owner_mode(::fileno(temp.stream.get()), before, path) != 0)
+        return 1;
+    if (crelm::util::close_stream(temp.stream) != 0)
+        return failed("Unable to close file %s: %s\n", temp.file.path());
+    if (temp.file.commit_to(path) != 0)
+        return failed(rename_message, path);
+    return 0;
+}
+
+std::string_view without_newline(std::string_view line) {
+    return !line.empty() && line.back() == '\n' ? line.substr(0, line.size() - 1) : line;
+}
+
+bool matches(std::string_view piece, const std::string& given, LineAction action, LinePosition position) {
+    const std::string_view bare = without_newline(piece);
+    if (action == LineAction::remove_exact)
+        return bare == without_newline(given);
+    switch (position) {
+    case LinePosition::start:
+        return piece.starts_with(given);
+    case LinePosition::end:
+        return bare.ends_with(given);
+    case LinePosition::anywhere:
+        return piece.find(given) != std::string_view::npos;
+    }
+    return false;
+}
+
+bool is_removed(std::string_view piece, const std::vector<std::string>& lines, LineAction action,
+                LinePosition position) {
+    for (const std::string& given : lines)
+        if (matches(piece, given, action, position))
+            return true;
+    return false;
+}
+
+int remove_lines(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+                 LinePosition position, Before before) {
+    StdioFile source = open_source(path);
+    if (!source)
+        return failed("Unable to open file %s: %s\n", path);
+    TempOutput temp = open_temp(path);
+    if (!temp.stream)
+        return failed("Unable to open file %s: %s\n", temp_path_of(path));
+    char piece[kLineBuffer];
+    while (std::fgets(piece, sizeof piece, source.get()) != nullptr) {
+        if (!is_removed(piece, lines, action, position) && std::fputs(piece, temp.stream.get()) == EOF)
+            report_error(1, 1, "cannot write a line to %s.tmp", path.c_str());
+    }
+    if (std::ferror(source.get()))
+        return failed("Unable to read line from file: %s: %s\n", path);
+    if (crelm::util::close_stream(source) != 0)
+        return failed("Unable to close file %s: %s\n", path);
+    return finish_temp(temp, before, path, "Error while rename file %s: %s\n");
+}
+
+int copy_old_contents(const std::string& path, std::FILE* to, const std::string& temp_path) {
+    StdioFile source = open_source(path);
+    if (!source)
+        return failed("Unable to open file %s: %s\n", path);
+    char piece[kLineBuffer];
+    while (std::fgets(piece, sizeof piece, source.get()) != nullptr)
+        if (std::fputs(piece, to) == EOF)
+            return failed("Unable to fputs to file %s: %s\n", temp_path);
+    if (std::ferror(source.get()))
+        return failed("Unable to read line from file: %s: %s\n", path);
+    return 0;
+}
+
+int add_at_top(const std::string& path, const std::vector<std::string>& lines, Before before) {
+    TempOutput temp = open_temp(path);
+    if (!temp.stream)
+        return failed("Unable to open file %s: %s\n", temp_path_of(path));
+    if (write_lines(temp.stream.get(), lines) != 0)
+        return failed("Unable to fputs to file %s: %s\n", temp.file.path());
+    if (before != nullptr && copy_old_contents(path, temp.stream.get(), temp.file.path()) != 0)
+        return 1;
+    return finish_temp(temp, before, path, "Unable to rename file %s: %s\n");
+}
+
+int append_lines(const std::string& path, const std::vector<std::string>& lines, Before before) {
+    StdioFile out = open_stream(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666), "a");
+    if (!out)
+        return failed("Unable to open file %s: %s\n", path);
+    if (write_lines(out.get(), lines) != 0 || std::fflush(out.get()) != 0)
+        return failed("Unable to write data into file %s: %s\n", path);
+    if (give_back_owner_mode(::fileno(out.get()), before, path) != 0)
+        return 1;
+    if (crelm::util::close_stream(out) != 0)
+        return failed("Unable to close file %s: %s\n", path);
+    return 0;
+}
+
+int edit(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position,
+         Before before) {
+    if (action != LineAction::add)
+        return remove_lines(path, lines, action, position, before);
+    if (position == LinePosition::start)
+        return add_at_top(path, lines, before);
+    return append_lines(path, lines, before);
+}
+
+int release(FileLock& lock, const std::string& path) {
+    if (unlock_file(lock) != 0)
+        return failed("Error occurred while unlocking the file %s: %s\n", path);
+    return 0;
+}
+
+}  // namespace
+
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+             LinePosition position) {
+    FileLock lock = lock_file(path, LockPlace::lock_directory);
+    if (!lock.held())
+        return failed("Error occurred while locking the file %s: %s\n", path);
+    struct stat before {};
+    const bool existed = ::lstat(path.c_str(), &before) == 0;
+    if (!existed && errno != ENOENT) {
+        // The file is left locked: it is in a state this run cannot judge.
+        lock.keep_until_exit();
+        return failed("file_str: Unable to stat file %s: %s\n", path);
+    }
+    if (!existed && action == LineAction::remove_exact) {
+        release(lock, path);
+        return 1;
+    }
+    if (existed && S_ISLNK(before.st_mode)) {
+        errno = ELOOP;
+        return failed("Unable to open file %s: %s\n", path);
+    }
+    const int result = edit(path, lines, action, position, existed ? &before : nullptr);
+    if (release(lock, path) != 0)
+        return 1;
+    return result;
+}
+
+int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position) {
+    return file_str(path, std::vector<std::string>{line}, action, position);
+}

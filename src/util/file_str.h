@@ -1,0 +1,43 @@
+// Adding and removing whole lines of a file under its lock.
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum class LineAction {
+    add = 0,
+    remove_exact = 1,    // lines equal to a given line (compared without newlines)
+    remove_pattern = 2,  // lines that match a given pattern at the position
+};
+
+// For add: start puts the lines at the top, end (or anywhere) appends them.
+// For remove_pattern: the line begins with, ends with (its newline left
+// out) or contains the pattern. remove_exact ignores it.
+enum class LinePosition { start = 0, end = 1, anywhere = 2 };
+
+// Edits path under its lock in "/run/lock/files". Removals and additions at
+// the top go through "<path>.tmp", renamed onto the file; an addition at the
+// end appends. Lines are read at most 4095 bytes at a time. A file that
+// existed keeps its owner, group and mode; one created here gets 0666 less
+// the umask (the caller sets owner and mode). Result: 0, or 1 when
+//   the lock is not held: "Error occurred while locking the file %s: %s\n"
+//   the file cannot be examined: "file_str: Unable to stat file %s: %s\n"
+//     (the lock is then kept until the process ends)
+//   the file is missing and lines are to be removed exactly (no message)
+//   an open, write, rename or close fails: "Unable to open file %s: %s\n",
+//     "Unable to write data into file %s: %s\n", "Unable to fputs to file
+//     %s: %s\n", "Error while rename file %s: %s\n", "Unable to rename file
+//     %s: %s\n", "Unable to close file %s: %s\n"
+//   owner or mode cannot be given back: "file_str: ERROR: Unable to chown
+//     file %s: %s", "file_str: ERROR: Unable to chmod file %s: %s"
+//   the lock cannot be released: "Error occurred while unlocking the file
+//     %s: %s\n"
+// A failed write of a kept line ends the program ("cannot write a line to
+// %s.tmp"). The file is never edited through a symbolic link: a link at
+// the path is refused ("Unable to open file"), and one at "<path>.tmp" is
+// replaced. The temporary file is removed on every failure.
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+             LinePosition position);
+
+// file_str with a single line.
+int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position);

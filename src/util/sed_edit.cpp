@@ -1,0 +1,94 @@
+#include "util/sed_edit.h"
+
+#include "runtime/log.h"
+#include "util/process.h"
+#include "util/temp_file.h"
+#include "util/unique_fd.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+using crelm::util::TempFile;
+using crelm::util::UniqueFd;
+
+namespace {
+
+constexpr const char* kSed = "/bin/sed";
+constexpr std::size_t kPathBuffer = 4096;
+
+TempFile create_output(const std::string& path) {
+    const std::string temp_path = path + ".tmp";
+    if (temp_path.size() >= kPathBuffer) {
+        errno = ENAMETOOLONG;
+        return TempFile::create_fresh("", 0);
+    }
+    return TempFile::create_fresh(temp_path, 0644);
+}
+
+int run_sed(const std::vector<std::string>& sed_args, int in, int out) {
+    ArgList argv{kSed};
+    argv.insert(argv.end(), sed_args.begin(), sed_args.end());
+    return fork_exec_fd(in, out, kSed, argv);
+}
+
+// A failure here leaves the edit in place: only a warning.
+void restore_attributes(int fd, const struct stat& saved, const std::string& path) {
+    if (::fchown(fd, saved.st_uid, saved.st_gid) != 0)
+        report_error(0, 0, "WARNING: unable to restore ownership to file %s: %s\n", path.c_str(), std::strerror(errno));
+    else if (::fchmod(fd, saved.st_mode & 07777) != 0)
+        report_error(0, 0, "WARNING: unable to restore permissions to file %s: %s\n", path.c_str(),
+                     std::strerror(errno));
+}
+
+int replace_with(TempFile& output, const std::string& path) {
+    if (::unlink(path.c_str()) != 0) {
+        report_error(0, 0, "Unable to delete '%s' file: %s", path.c_str(), std::strerror(errno));
+        return -1;
+    }
+    if (output.commit_to(path) != 0) {
+        output.keep();
+        report_error(0, 0, "Unable to rename '%s' to '%s' file: %s", output.path().c_str(), path.c_str(),
+                     std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path) {
+    struct stat saved {};
+    if (::lstat(path.c_str(), &saved) != 0) {
+        report_error(0, 0, "ERROR: Unable to save file '%s' attributes : %s", path.c_str(), std::strerror(errno));
+        return -1;
+    }
+    UniqueFd input(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!input.valid()) {
+        report_error(0, 0, "ERROR: Unable to open file %s for reading: %s", path.c_str(), std::strerror(errno));
+        return -1;
+    }
+    TempFile output = create_output(path);
+    if (!output.valid()) {
+        report_error(0, 0, "ERROR: Unable to truncate or create file %s: %s", (path + ".tmp").c_str(),
+                     std::strerror(errno));
+        return -1;
+    }
+    if (run_sed(sed_args, input.get(), output.fd()) != 0) {
+        errno = 0;
+        report_error(0, 0, "Error during sed working\n");
+        return -1;
+    }
+    if (S_ISREG(saved.st_mode))
+        restore_attributes(output.fd(), saved, path);
+    input.reset();
+    if (output.close() != 0) {
+        report_error(0, 0, "Unable to close file %s: %s\n", output.path().c_str(), std::strerror(errno));
+        return -1;
+    }
+    return replace_with(output, path);
+}

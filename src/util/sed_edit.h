@@ -1,0 +1,24 @@
+// Whole-file substitutions by running "/bin/sed".
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Runs "/bin/sed" with sed_args (the script arguments) reading path and
+// writing "<path>.tmp", then unlinks path and renames the temporary file
+// onto it (for a moment the path does not exist; no lock is taken, callers
+// that need one take it). A regular file gets its owner, group and mode
+// back; failing that is only a warning ("WARNING: unable to restore
+// ownership to file %s: %s\n", "WARNING: unable to restore permissions to
+// file %s: %s\n"). Result: 0, or -1 after one of
+//   "ERROR: Unable to save file '%s' attributes : %s"
+//   "ERROR: Unable to open file %s for reading: %s"
+//   "ERROR: Unable to truncate or create file %s: %s"
+//   "Error during sed working\n" (sed's own complaints are relayed first)
+//   "Unable to close file %s: %s\n" (the temporary file)
+//   "Unable to delete '%s' file: %s"
+//   "Unable to rename '%s' to '%s' file: %s"
+// On any failure before the file is unlinked the file is unchanged and the
+// temporary file is removed; if the rename fails after the unlink, the
+// temporary file is kept, since it holds the only copy of the content.
+int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path);

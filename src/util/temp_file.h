@@ -1,0 +1,51 @@
+// A temporary file beside the file it will replace: removed when its owner
+// goes out of scope, unless it was renamed into place or deliberately kept.
+#pragma once
+
+#include "util/unique_fd.h"
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace crelm::util {
+
+class TempFile {
+public:
+    // Creates path afresh for writing: whatever is there (a stale temporary
+    // file or a link someone planted) is removed first, then the file is
+    // made with O_EXCL and without following links. mode is subject to the
+    // umask. valid() is false (errno set) when it cannot be made.
+    static TempFile create_fresh(const std::string& path, mode_t mode);
+    // mkstemp on a "<name>.XXXXXX" template.
+    static TempFile create_unique(const std::string& path_template);
+
+    TempFile(TempFile&& other) noexcept;
+    TempFile& operator=(TempFile&&) = delete;
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+    ~TempFile();
+
+    bool valid() const { return fd_.valid(); }
+    int fd() const { return fd_.get(); }
+    const std::string& path() const { return path_; }
+
+    // Hands the descriptor to a caller (a stream) that will close it.
+    int release_fd() { return fd_.release(); }
+    // Closes the descriptor; close's result (the file stays until commit).
+    int close() { return fd_.close(); }
+    // Renames the file onto target; rename's result. After success there is
+    // nothing left to remove.
+    int commit_to(const std::string& target);
+    // Leaves the file on disk (it may hold the only copy of the content).
+    void keep() { owned_ = false; }
+
+private:
+    TempFile(int fd, std::string path);
+
+    UniqueFd fd_;
+    std::string path_;
+    bool owned_ = true;
+};
+
+}  // namespace crelm::util
