@@ -108,12 +108,12 @@ int create_schema(const std::string& database) {
 
 // Replaces the database with an empty one; a failed schema leaves no file.
 int recreate_database(const std::string& database, const std::string& directory) {
+    if (make_directory_tree(directory) != 0)
+        return -1;
     if (unlink(database.c_str()) != 0 && errno != ENOENT) {
         log_message(LOG_ERR, "Unable to re-create Mail Authentication Database: %s", std::strerror(errno));
         return -1;
     }
-    if (make_directory_tree(directory) != 0)
-        return -1;
     if (create_schema(database) != 0) {
         unlink(database.c_str());
         return -1;
