@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <ctime>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -15,8 +16,10 @@
 namespace sorvane::test {
 
 // The child's exit status is what action returns, unless action ends the
-// process itself.
-inline ProcessResult run_in_child(const std::function<int()>& action) {
+// process itself. while_waiting, if given, is called repeatedly until the
+// child has ended (to drain what the child sends to the test).
+inline ProcessResult run_in_child(const std::function<int()>& action,
+                                  const std::function<void()>& while_waiting = {}) {
     const std::string out_path = scratch_dir() + "/child-out";
     const std::string err_path = scratch_dir() + "/child-err";
     std::fflush(stdout);
@@ -32,7 +35,15 @@ inline ProcessResult run_in_child(const std::function<int()>& action) {
     }
     ProcessResult result;
     int wait_status = 0;
-    EXPECT_EQ(waitpid(pid, &wait_status, 0), pid);
+    if (while_waiting) {
+        const timespec pause{0, 1000000};
+        while (waitpid(pid, &wait_status, WNOHANG) == 0) {
+            while_waiting();
+            nanosleep(&pause, nullptr);
+        }
+    } else {
+        EXPECT_EQ(waitpid(pid, &wait_status, 0), pid);
+    }
     result.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : 128 + WTERMSIG(wait_status);
     result.out = read_file(out_path);
     result.err = read_file(err_path);
