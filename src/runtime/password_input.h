@@ -1,0 +1,30 @@
+// The mailbox password, which reaches the program only through the
+// environment: QVT_PASSWORD (plain text) or QVT_CRYPTED_PASSWORD (already
+// hashed), never on the command line.
+//
+// The first call of any function below takes both variables out of the
+// environment at once (their values are also wiped from the process's
+// environment block), so that no child process and no reader of
+// /proc/<pid>/environ ever sees them; the values are kept for the process and
+// every later call answers from them. Not reentrant.
+#pragma once
+
+#include <string>
+
+// The hashed password, computed once and then returned on every call:
+// QVT_PASSWORD if set and not empty, hashed with MD5-crypt and a fresh salt;
+// else QVT_CRYPTED_PASSWORD if set and not empty, unchanged; else the
+// MD5-crypt hash of the empty password. At most 4095 characters. A failure of
+// the hash function ends the process (exit status 1) with
+// "Unable to hash the password" and the system error.
+const std::string& get_crypted_password();
+
+// The value of QVT_PASSWORD (cut to 4095 characters), empty if unset.
+const std::string& get_plain_password();
+
+enum class PasswordForm { Plain, Crypted };
+
+// QVT_PASSWORD if set and not empty (form Plain), else QVT_CRYPTED_PASSWORD
+// if set and not empty (form Crypted), into out. Returns 0; -1 when neither
+// is given (out and form untouched).
+int take_password(std::string& out, PasswordForm& form);
