@@ -142,6 +142,13 @@ TEST_F(MailAuthUsersTest, RemoveDeletesOnlyThatUser) {
     EXPECT_EQ(users(), "info|2|0\n");
 }
 
+TEST_F(MailAuthUsersTest, UserChangesInAnUnknownDomainRegisterTheDomain) {
+    ASSERT_EQ(remove_mail_auth_user("info", "gone.test"), 0);
+    ASSERT_EQ(rename_mail_auth_user("Other.test", "info", "contact"), 0);
+    EXPECT_EQ(domains(), "1|gone.test|0\n2|other.test|0\n");
+    EXPECT_EQ(users(), "");
+}
+
 TEST_F(MailAuthUsersTest, RenameChangesTheNameWithinTheDomain) {
     ASSERT_EQ(add_mail_auth_user("info", "example.com", "x", 0), 0);
     ASSERT_EQ(add_mail_auth_user("info", "other.test", "x", 0), 0);

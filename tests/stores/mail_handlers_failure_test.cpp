@@ -1,7 +1,10 @@
 // How the mail handlers store reports a database it cannot use.
 #include "mail_handlers_test_support.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -11,6 +14,18 @@ namespace {
 using ::testing::ElementsAre;
 
 const std::string kDb = kDefaultMailHandlersDbPath;
+
+// Writes to path until the file system holding it is full.
+void fill_file_system(const std::string& path) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    ASSERT_GE(fd, 0);
+    const std::string block(4096, 'x');
+    while (write(fd, block.data(), block.size()) > 0) {
+    }
+    while (write(fd, block.data(), 1) > 0) {
+    }
+    close(fd);
+}
 
 class MailHandlersFailureTest : public MailHandlersTest {
 protected:
@@ -87,6 +102,21 @@ TEST_F(MailHandlersFailureTest, StepFailuresOfSelections) {
                                       "3 Unable to select data from handlers database: integer overflow",
                                       "3 Unable to clone handlers data record"));
     EXPECT_TRUE(list.empty());
+}
+
+TEST_F(MailHandlersFailureTest, BatchThatRunsOutOfSpaceChangesNothing) {
+    const std::string directory = "/var/lib/crelm/mail/handlers";
+    ASSERT_EQ(mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k"), 0);
+    ASSERT_EQ(recreate_mail_handlers_db(), 0);
+    for (const char* name : {"spam", "virus", "archive", "notify"})
+        ASSERT_EQ(add_mail_handler(handler(name, "info@example.com")), 0);
+    fill_file_system(directory + "/filler");
+    const std::string before = all_rows();
+    EXPECT_EQ(clone_mail_handlers("info@example.com", "contact@example.com"), -1);
+    EXPECT_EQ(all_rows(), before);
+    EXPECT_THAT(logged(), ElementsAre("3 Unable to execute insert record into handlers database: database or disk is full",
+                                      "3 Unable to add records into handlers database"));
+    umount2(directory.c_str(), MNT_DETACH);
 }
 
 TEST_F(MailHandlersFailureTest, FailuresLeaveNoHandleBehind) {
