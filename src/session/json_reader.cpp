@@ -181,8 +181,8 @@ bool json_end_object(JsonReader& reader) { return take_byte(reader, '}'); }
 
 bool json_object_is_empty(JsonReader& reader) { return json_reader_ready(reader) && *reader.position == '}'; }
 
-const char* json_member_name(JsonReader& reader) {
-    const char* name = json_string(reader);
+const char* json_member_name(JsonReader& reader, std::size_t* length) {
+    const char* name = json_string(reader, length);
     if (name == nullptr || !expect_byte(reader, ':', JsonError::NameSeparatorExpected)) {
         return nullptr;
     }

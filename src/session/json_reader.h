@@ -92,8 +92,9 @@ bool json_end_object(JsonReader& reader);
 // True when the next byte is "}", consuming nothing.
 bool json_object_is_empty(JsonReader& reader);
 // A string, white space, ":"; the decoded name or nullptr (string errors,
-// code 12 without ":").
-const char* json_member_name(JsonReader& reader);
+// code 12 without ":"). With length, stores the name's length as
+// json_string does.
+const char* json_member_name(JsonReader& reader, std::size_t* length = nullptr);
 
 enum class JsonNext { More, End, Error };
 // "," gives More, "}" gives End; anything else code 13.
@@ -107,7 +108,9 @@ bool json_end_array(JsonReader& reader);
 JsonNext json_array_separator(JsonReader& reader);
 
 // A quoted string decoded in place; nullptr on codes 2, 7, 8, 9, 10.
-char* json_string(JsonReader& reader);
+// With length, also stores the length of the zero-terminated result (which
+// an escaped zero cuts short).
+char* json_string(JsonReader& reader, std::size_t* length = nullptr);
 // strtoll / strtoull with base 0 (so 010 is 8 and 0x10 is 16). Codes 4, 5,
 // 6; the unsigned form refuses a leading "-" with code 6.
 bool json_int64(JsonReader& reader, std::int64_t& value);

@@ -1,4 +1,5 @@
 // Strings and numbers of the JSON reader.
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +9,19 @@
 
 namespace crelm::mail {
 namespace {
+
+// A byte that is copied as it stands: printable ASCII but the quote and
+// the backslash.
+bool is_plain_string_byte(char byte) {
+    static constexpr auto kPlain = [] {
+        std::array<bool, 256> plain{};
+        for (int byte = 32; byte < 127; ++byte) {
+            plain[static_cast<std::size_t>(byte)] = byte != '"' && byte != '\\';
+        }
+        return plain;
+    }();
+    return kPlain[static_cast<unsigned char>(byte)];
+}
 
 // The byte a simple escape stands for, or -1 when the escape is not one.
 int simple_escape(char escaped) {
@@ -97,7 +111,7 @@ bool read_number(JsonReader& reader, Number& value, Convert convert) {
 
 }  // namespace
 
-char* json_string(JsonReader& reader) {
+char* json_string(JsonReader& reader, std::size_t* length) {
     if (!json_reader_ready(reader)) {
         return nullptr;
     }
@@ -107,12 +121,17 @@ char* json_string(JsonReader& reader) {
     }
     char* const text = reader.position + 1;
     char* read = text;
-    char* write = text;
+    while (is_plain_string_byte(*read)) {
+        ++read;  // nothing to move until the first escape
+    }
+    char* write = read;
+    bool escaped = false;
     while (*read != '"') {
         if (*read == '\\') {
             if (!decode_escape(reader, read, write)) {
                 return nullptr;
             }
+            escaped = true;
         } else if (string_byte_fails(reader, read)) {
             return nullptr;
         } else {
@@ -121,6 +140,9 @@ char* json_string(JsonReader& reader) {
     }
     *write = '\0';
     reader.position = read + 1;
+    if (length != nullptr) {
+        *length = escaped ? std::strlen(text) : static_cast<std::size_t>(write - text);
+    }
     return text;
 }
 

@@ -64,13 +64,14 @@ int parse_into_session(char* buffer) {
         release_session_mail_data();
         return -3;
     }
-    const JsonError result = crelm::mail::read_stdin_document(*reader, *state.data);
+    const JsonError result =
+        crelm::mail::read_stdin_document(*reader, *state.data, crelm::mail::NameCase::Lower);
     if (result != JsonError::Ok) {
         log_message(3, "Session mail DB info parsing error: %s", crelm::mail::json_error_text(*reader));
         free_session_object();
         return static_cast<int>(result);
     }
-    crelm::mail::normalize_read_mail_data(*state.data);
+    crelm::mail::convert_quotas_to_bytes(*state.data);
     return 0;
 }
 

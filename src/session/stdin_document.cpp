@@ -11,7 +11,17 @@ namespace {
 enum class EmptyObject { Refused, Allowed };
 using NameRule = bool (*)(std::string_view);
 
-bool is_member(const char* name, const char* wanted) { return std::strcmp(name, wanted) == 0; }
+// Member names are compared with their lengths known: a large document
+// has millions of them.
+bool is_member(std::string_view name, std::string_view wanted) { return name == wanted; }
+
+void lower_case(char* text, std::size_t length) {
+    for (char* end = text + length; text != end; ++text) {
+        if (*text >= 'A' && *text <= 'Z') {
+            *text = static_cast<char>(*text - 'A' + 'a');
+        }
+    }
+}
 
 // Reads an object member by member; read_member(name) reads or skips the
 // value of each.
@@ -26,8 +36,9 @@ bool read_object(JsonReader& reader, EmptyObject empty, ReadMember&& read_member
     }
     JsonNext next = JsonNext::More;
     while (next == JsonNext::More) {
-        const char* name = json_member_name(reader);
-        if (name == nullptr || !read_member(name)) {
+        std::size_t length = 0;
+        const char* name = json_member_name(reader, &length);
+        if (name == nullptr || !read_member(std::string_view(name, length))) {
             return false;
         }
         next = json_object_separator(reader);
@@ -53,137 +64,171 @@ bool read_array(JsonReader& reader, ReadElement&& read_element) {
     return next == JsonNext::End;
 }
 
-bool read_checked_name(JsonReader& reader, char*& target, NameRule rule, const char* failure) {
-    char* text = json_string(reader);
-    if (text == nullptr) {
-        return false;
-    }
-    if (!rule(text)) {
-        return json_fail(reader, JsonError::ConstraintFailed, failure);
-    }
-    target = text;
-    return true;
-}
+// One document being read into one session data object.
+class DocumentReader {
+public:
+    DocumentReader(JsonReader& reader, SessionMailData& data, NameCase name_case)
+        : reader_(reader), data_(data), name_case_(name_case) {}
 
-bool read_name_list(JsonReader& reader, std::vector<char*>& list, NameRule rule, const char* failure) {
-    list.clear();
-    return read_array(reader, [&] {
-        char* name = nullptr;
-        if (!read_checked_name(reader, name, rule, failure)) {
+    bool read_top_member(std::string_view name) {
+        if (is_member(name, "domain")) {
+            return read_object(reader_, EmptyObject::Refused,
+                               [this](std::string_view member) { return read_domain_member(member); });
+        }
+        if (is_member(name, "certificates")) {
+            return read_certificates();
+        }
+        return json_skip_value(reader_);
+    }
+
+private:
+    // Names that the session compares are lower-cased as stored; mailing
+    // lists and certificate files are kept as written.
+    enum class Stored { AsWritten, AsName };
+
+    bool read_checked_name(char*& target, NameRule rule, const char* failure, Stored stored) {
+        std::size_t length = 0;
+        char* text = json_string(reader_, &length);
+        if (text == nullptr) {
             return false;
         }
-        list.push_back(name);
-        return true;
-    });
-}
-
-bool read_plain_string(JsonReader& reader, char*& target) {
-    target = json_string(reader);
-    return target != nullptr;
-}
-
-bool read_quota(JsonReader& reader, std::int64_t& quota) {
-    if (!json_int64(reader, quota)) {
-        return false;
-    }
-    return quota >= -1 || json_fail(reader, JsonError::ConstraintFailed, "Mailbox quota value is out of bounds");
-}
-
-bool read_quota_unit(JsonReader& reader, const char*& unit) {
-    const char* text = json_string(reader);
-    if (text == nullptr) {
-        return false;
-    }
-    for (const char* known : {"B", "KB", "MB", "GB", "TB"}) {
-        if (std::strcmp(text, known) == 0) {
-            unit = text;
-            return true;
+        if (!rule(std::string_view(text, length))) {
+            return json_fail(reader_, JsonError::ConstraintFailed, failure);
         }
+        store(target, text, length, stored);
+        return true;
     }
-    return json_fail(reader, JsonError::ConstraintFailed, "Mailbox quota unit value is invalid");
-}
 
-bool read_mail_member(JsonReader& reader, SessionMail& mail, const char* name) {
-    if (is_member(name, "name")) {
-        return read_checked_name(reader, mail.name, is_valid_mail_name, "Mailname is not valid");
+    void store(char*& target, char* text, std::size_t length, Stored stored) {
+        if (stored == Stored::AsName && name_case_ == NameCase::Lower) {
+            lower_case(text, length);
+        }
+        target = text;
     }
-    if (is_member(name, "mbox_quota")) {
-        return read_quota(reader, mail.mbox_quota);
-    }
-    if (is_member(name, "mbox_quota_unit")) {
-        return read_quota_unit(reader, mail.mbox_quota_unit);
-    }
-    if (is_member(name, "aliases")) {
-        const bool read = read_name_list(reader, mail.aliases, is_valid_mail_name, "Mail alias is not valid");
-        mail.aliases.shrink_to_fit();  // a domain may have very many mails
+
+    // The list is gathered in a scratch vector and then copied at its exact
+    // size: a domain may have very many mails, each with its own list.
+    bool read_name_list(std::vector<char*>& list, NameRule rule, const char* failure, Stored stored) {
+        scratch_.clear();
+        const bool read = read_array(reader_, [&] {
+            char* name = nullptr;
+            if (!read_checked_name(name, rule, failure, stored)) {
+                return false;
+            }
+            scratch_.push_back(name);
+            return true;
+        });
+        list.assign(scratch_.begin(), scratch_.end());
         return read;
     }
-    return json_skip_value(reader);
-}
 
-bool read_mails(JsonReader& reader, std::vector<SessionMail>& mails) {
-    mails.clear();
-    return read_array(reader, [&] {
-        SessionMail& mail = mails.emplace_back();
-        return read_object(reader, EmptyObject::Refused,
-                           [&](const char* name) { return read_mail_member(reader, mail, name); });
-    });
-}
+    bool read_quota(std::int64_t& quota) {
+        if (!json_int64(reader_, quota)) {
+            return false;
+        }
+        return quota >= -1 || json_fail(reader_, JsonError::ConstraintFailed, "Mailbox quota value is out of bounds");
+    }
 
-bool read_domain_member(JsonReader& reader, SessionMailData& data, const char* name) {
-    if (is_member(name, "name")) {
-        return read_checked_name(reader, data.domain_name, is_valid_domain_name, "Domain name is not valid");
+    bool read_quota_unit(const char*& unit) {
+        std::size_t length = 0;
+        const char* text = json_string(reader_, &length);
+        if (text == nullptr) {
+            return false;
+        }
+        for (std::string_view known : {"B", "KB", "MB", "GB", "TB"}) {
+            if (std::string_view(text, length) == known) {
+                unit = text;
+                return true;
+            }
+        }
+        return json_fail(reader_, JsonError::ConstraintFailed, "Mailbox quota unit value is invalid");
     }
-    if (is_member(name, "dom_aliases")) {
-        return read_name_list(reader, data.domain_aliases, is_valid_domain_name, "Domain alias is not valid");
-    }
-    if (is_member(name, "maillists")) {
-        return read_name_list(reader, data.maillists, is_valid_mail_name, "Maillist is not valid");
-    }
-    if (is_member(name, "mails")) {
-        return read_mails(reader, data.mails);
-    }
-    // The domain's own "mbox_quota" and "mbox_quota_unit" are documented but
-    // not kept; they are skipped with everything else.
-    return json_skip_value(reader);
-}
 
-bool read_certificate_member(JsonReader& reader, SessionCertificate& certificate, const char* name) {
-    if (is_member(name, "name")) {
-        return read_plain_string(reader, certificate.name);
+    bool read_mail_member(SessionMail& mail, std::string_view name) {
+        if (is_member(name, "name")) {
+            return read_checked_name(mail.name, is_valid_mail_name, "Mailname is not valid", Stored::AsName);
+        }
+        if (is_member(name, "mbox_quota")) {
+            return read_quota(mail.mbox_quota);
+        }
+        if (is_member(name, "mbox_quota_unit")) {
+            return read_quota_unit(mail.mbox_quota_unit);
+        }
+        if (is_member(name, "aliases")) {
+            return read_name_list(mail.aliases, is_valid_mail_name, "Mail alias is not valid", Stored::AsName);
+        }
+        return json_skip_value(reader_);
     }
-    if (is_member(name, "certfile")) {
-        return read_plain_string(reader, certificate.certfile);
-    }
-    return json_skip_value(reader);
-}
 
-bool read_certificates(JsonReader& reader, std::vector<SessionCertificate>& certificates) {
-    certificates.clear();
-    return read_array(reader, [&] {
-        SessionCertificate& certificate = certificates.emplace_back();
-        return read_object(reader, EmptyObject::Allowed, [&](const char* name) {
-            return read_certificate_member(reader, certificate, name);
+    bool read_mails() {
+        data_.mails.clear();
+        return read_array(reader_, [this] {
+            SessionMail& mail = data_.mails.emplace_back();
+            return read_object(reader_, EmptyObject::Refused,
+                               [&](std::string_view name) { return read_mail_member(mail, name); });
         });
-    });
-}
+    }
 
-bool read_top_member(JsonReader& reader, SessionMailData& data, const char* name) {
-    if (is_member(name, "domain")) {
-        return read_object(reader, EmptyObject::Refused,
-                           [&](const char* member) { return read_domain_member(reader, data, member); });
+    bool read_domain_member(std::string_view name) {
+        if (is_member(name, "name")) {
+            return read_checked_name(data_.domain_name, is_valid_domain_name, "Domain name is not valid",
+                                     Stored::AsName);
+        }
+        if (is_member(name, "dom_aliases")) {
+            return read_name_list(data_.domain_aliases, is_valid_domain_name, "Domain alias is not valid",
+                                  Stored::AsName);
+        }
+        if (is_member(name, "maillists")) {
+            return read_name_list(data_.maillists, is_valid_mail_name, "Maillist is not valid", Stored::AsWritten);
+        }
+        if (is_member(name, "mails")) {
+            return read_mails();
+        }
+        // The domain's own "mbox_quota" and "mbox_quota_unit" are documented
+        // but not kept; they are skipped with everything else.
+        return json_skip_value(reader_);
     }
-    if (is_member(name, "certificates")) {
-        return read_certificates(reader, data.certificates);
+
+    bool read_certificate_text(char*& target, Stored stored) {
+        std::size_t length = 0;
+        char* text = json_string(reader_, &length);
+        if (text == nullptr) {
+            return false;
+        }
+        store(target, text, length, stored);
+        return true;
     }
-    return json_skip_value(reader);
-}
+
+    bool read_certificate_member(SessionCertificate& certificate, std::string_view name) {
+        if (is_member(name, "name")) {
+            return read_certificate_text(certificate.name, Stored::AsName);
+        }
+        if (is_member(name, "certfile")) {
+            return read_certificate_text(certificate.certfile, Stored::AsWritten);
+        }
+        return json_skip_value(reader_);
+    }
+
+    bool read_certificates() {
+        data_.certificates.clear();
+        return read_array(reader_, [this] {
+            SessionCertificate& certificate = data_.certificates.emplace_back();
+            return read_object(reader_, EmptyObject::Allowed,
+                               [&](std::string_view name) { return read_certificate_member(certificate, name); });
+        });
+    }
+
+    JsonReader& reader_;
+    SessionMailData& data_;
+    NameCase name_case_;
+    std::vector<char*> scratch_;
+};
 
 }  // namespace
 
-JsonError read_stdin_document(JsonReader& reader, SessionMailData& data) {
-    read_object(reader, EmptyObject::Refused,
-                [&](const char* name) { return read_top_member(reader, data, name); });
+JsonError read_stdin_document(JsonReader& reader, SessionMailData& data, NameCase name_case) {
+    DocumentReader document(reader, data, name_case);
+    read_object(reader, EmptyObject::Refused, [&](std::string_view name) { return document.read_top_member(name); });
     return reader.error;
 }
 
