@@ -38,13 +38,16 @@ int report_dir_failure(const char* format, const std::string& path) {
     return -1;
 }
 
-// Creates one directory for mkdir_p_owned; true when it was made here.
-bool make_one(const std::string& prefix, mode_t mode) {
+enum class Component { parent, last };
+
+// Creates one directory for mkdir_p_owned; true when it was made here. A
+// parent that is no directory shows in the next component's mkdir.
+bool make_one(const std::string& prefix, mode_t mode, Component component) {
     if (::mkdir(prefix.c_str(), mode) == 0)
         return true;
     if (errno != EEXIST)
         report_error(1, 1, "Cannot create directory %s: %s", prefix.c_str(), std::strerror(errno));
-    if (!is_directory(prefix)) {
+    if (component == Component::last && !is_directory(prefix)) {
         errno = EEXIST;
         report_error(1, 1, "Cannot create directory %s: %s", prefix.c_str(), std::strerror(errno));
     }
@@ -93,9 +96,12 @@ int make_dir_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
 
 int mkdir_p_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
     const crelm::util::UmaskScope no_mask(0);
-    for (const std::string& prefix : path_prefixes(path))
-        if (make_one(prefix, mode & 0777))
-            give_created(prefix, uid, gid);
+    const std::vector<std::string> prefixes = path_prefixes(path);
+    for (std::size_t i = 0; i < prefixes.size(); ++i) {
+        const Component component = i + 1 == prefixes.size() ? Component::last : Component::parent;
+        if (make_one(prefixes[i], mode & 0777, component))
+            give_created(prefixes[i], uid, gid);
+    }
     return 0;
 }
 

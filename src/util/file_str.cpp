@@ -57,7 +57,7 @@ TempOutput open_temp(const std::string& path) {
     const std::string temp_path = temp_path_of(path);
     if (temp_path.size() >= kPathBuffer) {
         errno = ENAMETOOLONG;
-        return {TempFile::create_fresh("", 0), nullptr};
+        return {TempFile::none(), nullptr};
     }
     TempFile file = TempFile::create_fresh(temp_path, 0666);
     StdioFile stream = open_stream(file.release_fd(), "w");

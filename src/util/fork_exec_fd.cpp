@@ -35,11 +35,13 @@ void write_stderr(const char* text) {
     }
     const int result = ::execv(path, argv);
     const int failure = errno;
-    write_stderr("Error occured during execv():\n");
-    write_stderr(std::strerror(failure));
-    write_stderr(failure == EFAULT
-                     ? ", possible reason - NULL parameter is absent in util_exec(path, arg1, arg2, NULL) call.\n"
-                     : "\n");
+    // One write, so that the parent relays the complaint as one report.
+    char message[512];
+    std::snprintf(message, sizeof message, "Error occured during execv():\n%s%s", std::strerror(failure),
+                  failure == EFAULT
+                      ? ", possible reason - NULL parameter is absent in util_exec(path, arg1, arg2, NULL) call.\n"
+                      : "\n");
+    write_stderr(message);
     ::_exit(result);
 }
 

@@ -25,7 +25,7 @@ TempFile create_output(const std::string& path) {
     const std::string temp_path = path + ".tmp";
     if (temp_path.size() >= kPathBuffer) {
         errno = ENAMETOOLONG;
-        return TempFile::create_fresh("", 0);
+        return TempFile::none();
     }
     return TempFile::create_fresh(temp_path, 0644);
 }

@@ -31,6 +31,10 @@ TempFile TempFile::create_fresh(const std::string& path, mode_t mode) {
     return TempFile(fd, path);
 }
 
+TempFile TempFile::none() {
+    return TempFile(-1, std::string());
+}
+
 TempFile TempFile::create_unique(const std::string& path_template) {
     std::vector<char> name(path_template.begin(), path_template.end());
     name.push_back('\0');

@@ -17,6 +17,8 @@ public:
     // made with O_EXCL and without following links. mode is subject to the
     // umask. valid() is false (errno set) when it cannot be made.
     static TempFile create_fresh(const std::string& path, mode_t mode);
+    // A file that could not be made; errno is left as it is.
+    static TempFile none();
     // mkstemp on a "<name>.XXXXXX" template.
     static TempFile create_unique(const std::string& path_template);
 

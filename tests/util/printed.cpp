@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <sstream>
 
 namespace sorvane::test {
@@ -28,6 +29,10 @@ std::vector<std::string> split_lines(const std::string& text) {
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     return lines;
+}
+
+std::string with_system_error(const std::string& message, int error) {
+    return message + "\nSystem error " + std::to_string(error) + ": " + std::strerror(error) + "\n";
 }
 
 int reap(pid_t pid) {

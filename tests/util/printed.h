@@ -38,6 +38,10 @@ inline void expect_reported(const Printed& printed, const std::string& text) {
     EXPECT_EQ(printed.out, text);
 }
 
+// What report_error prints for message while errno is error: the message,
+// "\nSystem error N: <strerror>" and a final newline.
+std::string with_system_error(const std::string& message, int error);
+
 // Lowers the descriptor limit so that the next open, pipe or mkstemp fails
 // with EMFILE; restores it when it goes out of scope.
 class NoFreeDescriptors {

@@ -1,0 +1,148 @@
+#include "util/file_lock.h"
+
+#include "printed.h"
+#include "runtime/md5_hex.h"
+#include "support/sandbox.h"
+#include "util/file_str.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace {
+
+using sorvane::test::path_exists;
+using sorvane::test::printed_by;
+using sorvane::test::read_file;
+using sorvane::test::write_file;
+
+class FileLockTest : public sorvane::test::SandboxTest {};
+
+const std::string kEdited = "/var/qmail/control/rcpthosts";
+
+std::string lock_path_for(const std::string& path) {
+    return "/run/lock/files/" + md5_hex(path);
+}
+
+// A second process that holds the lock of path until told to go on. When
+// told, it first appends its own line to the file (while still holding the
+// lock) and then lets the lock go.
+class LockHolder {
+public:
+    explicit LockHolder(const std::string& path) {
+        EXPECT_EQ(pipe(held_), 0);
+        EXPECT_EQ(pipe(go_), 0);
+        pid_ = fork();
+        if (pid_ == 0)
+            hold(path);
+        close(held_[1]);
+        close(go_[0]);
+        char byte = 0;
+        EXPECT_EQ(read(held_[0], &byte, 1), 1);
+    }
+    ~LockHolder() {
+        finish();
+        close(held_[0]);
+    }
+    void finish() {
+        if (pid_ <= 0)
+            return;
+        // A byte, not the pipe's end: other children may hold copies of it.
+        EXPECT_EQ(write(go_[1], "G", 1), 1);
+        close(go_[1]);
+        EXPECT_EQ(sorvane::test::reap(pid_), 0);
+        pid_ = -1;
+    }
+
+private:
+    [[noreturn]] void hold(const std::string& path) {
+        close(held_[0]);
+        close(go_[1]);
+        FileLock lock = lock_file(path, LockPlace::lock_directory);
+        if (!lock.held())
+            _exit(1);
+        [[maybe_unused]] const ssize_t sent = write(held_[1], "L", 1);
+        char byte = 0;
+        [[maybe_unused]] const ssize_t got = read(go_[0], &byte, 1);
+        std::ofstream(path, std::ios::app) << "holder\n";
+        _exit(unlock_file(lock) == 0 ? 0 : 2);
+    }
+
+    int held_[2] = {-1, -1};
+    int go_[2] = {-1, -1};
+    pid_t pid_ = -1;
+};
+
+// True once /proc/locks shows pid waiting for a flock.
+bool waits_for_flock(pid_t pid) {
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);)
+        if (line.find("-> FLOCK") != std::string::npos && line.find(" " + std::to_string(pid) + " ") != std::string::npos)
+            return true;
+    return false;
+}
+
+TEST_F(FileLockTest, LockFileIsNamedByTheMd5OfThePathInTheLockDirectory) {
+    FileLock lock = lock_file(kEdited, LockPlace::lock_directory);
+    EXPECT_GT(lock.descriptor(), 0);
+    EXPECT_TRUE(lock.held());
+    EXPECT_EQ(lock.path(), lock_path_for(kEdited));
+    EXPECT_EQ(sorvane::test::file_info(lock.path()).mode, 0644U);
+    EXPECT_EQ(unlock_file(lock), 0);
+    EXPECT_TRUE(path_exists(lock_path_for(kEdited)));  // the lock file stays
+}
+
+TEST_F(FileLockTest, WithoutTheLockDirectoryThePathItselfIsLocked) {
+    const std::string path = sorvane::test::scratch_dir() + "/own.lock";
+    FileLock lock = lock_file(path, LockPlace::the_file_itself);
+    EXPECT_TRUE(lock.held());
+    EXPECT_EQ(lock.path(), path);
+    EXPECT_TRUE(path_exists(path));
+}
+
+TEST_F(FileLockTest, TryLockGivesZeroWhileAnotherProcessHoldsTheLock) {
+    LockHolder holder(kEdited);
+    FileLock attempt = try_lock_file(kEdited, LockPlace::lock_directory);
+    EXPECT_EQ(attempt.descriptor(), 0);
+    EXPECT_FALSE(attempt.held());
+    holder.finish();
+    FileLock after = try_lock_file(kEdited, LockPlace::lock_directory);
+    EXPECT_TRUE(after.held());
+}
+
+TEST_F(FileLockTest, ReleasingTheHandleLetsOthersLock) {
+    FileLock first = lock_file(kEdited, LockPlace::lock_directory);
+    EXPECT_EQ(try_lock_file(kEdited, LockPlace::lock_directory).descriptor(), 0);
+    EXPECT_EQ(unlock_file(first), 0);
+    EXPECT_EQ(first.descriptor(), 0);
+    EXPECT_TRUE(try_lock_file(kEdited, LockPlace::lock_directory).held());
+}
+
+TEST_F(FileLockTest, MissingLockDirectoryGivesDescriptorZeroAndAMessage) {
+    ASSERT_EQ(rmdir("/run/lock/files"), 0);
+    int descriptor = -2;
+    const auto printed = printed_by([&] { descriptor = lock_file(kEdited, LockPlace::lock_directory).descriptor(); });
+    EXPECT_EQ(descriptor, 0);
+    sorvane::test::expect_reported(
+        printed, sorvane::test::with_system_error(
+                     "Unable to open file \"" + lock_path_for(kEdited) + "\": No such file or directory.", ENOENT));
+}
+
+TEST_F(FileLockTest, LineEditorWaitsForTheLockHeldByAnotherProcess) {
+    write_file(kEdited, "first\n");
+    LockHolder holder(kEdited);
+    const pid_t editor = fork();
+    if (editor == 0)
+        _exit(file_str_one(kEdited, "editor", LineAction::add, LinePosition::end));
+    while (!waits_for_flock(editor))
+        ASSERT_EQ(waitpid(editor, nullptr, WNOHANG), 0) << "the editor ended without waiting for the lock";
+    EXPECT_EQ(read_file(kEdited), "first\n");
+    holder.finish();
+    EXPECT_EQ(sorvane::test::reap(editor), 0);
+    // The editor's line comes after the one written under the holder's lock.
+    EXPECT_EQ(read_file(kEdited), "first\nholder\neditor\n");
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+#include "util/file_str.h"
+
+#include "printed.h"
+#include "runtime/md5_hex.h"
+#include "support/sandbox.h"
+#include "util/file_lock.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using sorvane::test::expect_reported;
+using sorvane::test::file_info;
+using sorvane::test::list_tree;
+using sorvane::test::path_exists;
+using sorvane::test::printed_by;
+using sorvane::test::read_file;
+using sorvane::test::with_system_error;
+using sorvane::test::write_file;
+
+class FileStrTest : public sorvane::test::SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        umask(022);
+        dir_ = sorvane::test::scratch_dir();
+        path_ = dir_ + "/assign";
+    }
+    // Nothing but the edited file (and what the test put there) in the directory.
+    void expect_no_temporary_file() { EXPECT_FALSE(path_exists(path_ + ".tmp")); }
+
+    std::string dir_;
+    std::string path_;
+};
+
+TEST_F(FileStrTest, RemovingFromAMissingFileGivesOneAndLeavesNoFile) {
+    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_exact, LinePosition::start), 1); });
+    EXPECT_EQ(printed.out, "");
+    EXPECT_FALSE(path_exists(path_));
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, AddingToAMissingFileCreatesItWithTheStreamDefaultMode) {
+    EXPECT_EQ(file_str_one(path_, "example.com", LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "example.com\n");
+    EXPECT_EQ(file_info(path_).mode, 0644U);
+}
+
+TEST_F(FileStrTest, AddingAtTheTopOfAMissingFileCreatesIt) {
+    EXPECT_EQ(file_str(path_, {"+a:1\n", "+b:2"}, LineAction::add, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "+a:1\n+b:2\n");
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, LinesWithoutNewlineAreWrittenWithOneAndOthersAreNotDoubled) {
+    write_file(path_, "old\n");
+    EXPECT_EQ(file_str(path_, {"one", "two\n"}, LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "old\none\ntwo\n");
+}
+
+TEST_F(FileStrTest, AddingAtTheTopPutsTheLinesBeforeTheOldContents) {
+    write_file(path_, "=x:1\n.\n");
+    EXPECT_EQ(file_str_one(path_, "=new:2", LineAction::add, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "=new:2\n=x:1\n.\n");
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, RemovingExactLinesComparesThemWithoutTheirNewline) {
+    write_file(path_, "a\nab\nb\na\nc");
+    EXPECT_EQ(file_str(path_, {"a", "c\n"}, LineAction::remove_exact, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "ab\nb\n");
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, RemovingByPatternAtTheStart) {
+    write_file(path_, "=dom-a:x\n+dom-a-:y\n=other:dom-a\n");
+    EXPECT_EQ(file_str_one(path_, "=dom-a", LineAction::remove_pattern, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "+dom-a-:y\n=other:dom-a\n");
+}
+
+TEST_F(FileStrTest, RemovingByPatternAtTheEndIgnoresTheNewline) {
+    write_file(path_, "x:example.com\nexample.com:y\nz:example.com");
+    EXPECT_EQ(file_str_one(path_, "example.com", LineAction::remove_pattern, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "example.com:y\n");
+}
+
+TEST_F(FileStrTest, RemovingByPatternAnywhere) {
+    write_file(path_, "=a:/var/qmail/mailnames/d.com/x:\n=b:/var/qmail/mailnames/e.com/y:\n.\n");
+    EXPECT_EQ(file_str_one(path_, "/var/qmail/mailnames/d.com/", LineAction::remove_pattern, LinePosition::anywhere), 0);
+    EXPECT_EQ(read_file(path_), "=b:/var/qmail/mailnames/e.com/y:\n.\n");
+}
+
+TEST_F(FileStrTest, RemovingByPatternFromAMissingFileFailsToOpenIt) {
+    const auto printed = printed_by([&] {
+        EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_pattern, LinePosition::anywhere), 1);
+    });
+    expect_reported(printed, with_system_error("Unable to open file " + path_ + ": No such file or directory\n", ENOENT));
+    EXPECT_FALSE(path_exists(path_));
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, AnEditedFileKeepsItsOwnerGroupAndMode) {
+    write_file(path_, "| true\n./Maildir/\n", 0600);
+    ASSERT_EQ(chown(path_.c_str(), sorvane::test::popuser_uid(), sorvane::test::nofiles_gid()), 0);
+    ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
+    EXPECT_EQ(file_str_one(path_, "./Maildir/", LineAction::remove_exact, LinePosition::start), 0);
+    EXPECT_EQ(file_str_one(path_, "top", LineAction::add, LinePosition::start), 0);
+    EXPECT_EQ(file_str_one(path_, "end", LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "top\n| true\nend\n");
+    const auto info = file_info(path_);
+    EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(info.gid, sorvane::test::nofiles_gid());
+    EXPECT_EQ(info.mode, 0640U);
+}
+
+TEST_F(FileStrTest, LinesLongerThanTheLineBufferAreCopiedWhole) {
+    const std::string long_line(6000, 'q');
+    write_file(path_, long_line + "\ndrop\n");
+    EXPECT_EQ(file_str_one(path_, "drop", LineAction::remove_exact, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), long_line + "\n");
+}
+
+TEST_F(FileStrTest, MissingLockDirectoryFailsTheEditAndLeavesTheFile) {
+    write_file(path_, "keep\n");
+    ASSERT_EQ(rmdir("/run/lock/files"), 0);
+    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
+    const std::string lock_path = "/run/lock/files/" + md5_hex(path_);
+    expect_reported(printed,
+                    with_system_error("Unable to open file \"" + lock_path + "\": No such file or directory.", ENOENT) +
+                        with_system_error("Error occurred while locking the file " + path_ +
+                                              ": No such file or directory\n",
+                                          ENOENT));
+    EXPECT_EQ(read_file(path_), "keep\n");
+}
+
+TEST_F(FileStrTest, AFileThatCannotBeExaminedStaysLocked) {
+    write_file(dir_ + "/plain", "");
+    const std::string below_file = dir_ + "/plain/assign";
+    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(below_file, "x", LineAction::add, LinePosition::end), 1); });
+    expect_reported(printed,
+                    with_system_error("file_str: Unable to stat file " + below_file + ": Not a directory\n", ENOTDIR));
+    EXPECT_EQ(try_lock_file(below_file, LockPlace::lock_directory).descriptor(), 0);
+}
+
+TEST_F(FileStrTest, ALinkAtThePathIsRefusedAndItsTargetUntouched) {
+    const std::string before = read_file("/etc/passwd");
+    ASSERT_EQ(symlink("/etc/passwd", path_.c_str()), 0);
+    for (const LineAction action : {LineAction::add, LineAction::remove_exact, LineAction::remove_pattern}) {
+        for (const LinePosition position : {LinePosition::start, LinePosition::end}) {
+            const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "root", action, position), 1); });
+            expect_reported(printed, with_system_error(
+                                         "Unable to open file " + path_ + ": Too many levels of symbolic links\n", ELOOP));
+        }
+    }
+    EXPECT_EQ(read_file("/etc/passwd"), before);
+    EXPECT_EQ(file_info(path_).type, 'l');
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, ALinkPlantedAtTheTemporaryNameIsReplacedNotFollowed) {
+    const std::string before = read_file("/etc/passwd");
+    write_file(path_, "a\nb\n");
+    ASSERT_EQ(symlink("/etc/passwd", (path_ + ".tmp").c_str()), 0);
+    EXPECT_EQ(file_str_one(path_, "a", LineAction::remove_exact, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "b\n");
+    EXPECT_EQ(read_file("/etc/passwd"), before);
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, AFailedEditLeavesNoTemporaryFileBehind) {
+    // A directory at the path opens but cannot be read line by line.
+    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
+    const auto removing = printed_by([&] {
+        EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_exact, LinePosition::start), 1);
+    });
+    expect_reported(removing,
+                    with_system_error("Unable to read line from file: " + path_ + ": Is a directory\n", EISDIR));
+    const auto adding = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::start), 1); });
+    expect_reported(adding, with_system_error("Unable to read line from file: " + path_ + ": Is a directory\n", EISDIR));
+    expect_no_temporary_file();
+    EXPECT_EQ(file_info(path_).type, 'd');
+    EXPECT_EQ(list_tree(path_), std::vector<std::string>{});
+}
+
+TEST_F(FileStrTest, AppendingToSomethingThatIsNoFileIsReported) {
+    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
+    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
+    expect_reported(printed, with_system_error("Unable to open file " + path_ + ": Is a directory\n", EISDIR));
+}
+
+}  // namespace

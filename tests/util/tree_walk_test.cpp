@@ -1,0 +1,173 @@
+#include "util/tree_walk.h"
+
+#include "printed.h"
+#include "support/sandbox.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using sorvane::test::expect_reported;
+using sorvane::test::file_info;
+using sorvane::test::list_tree;
+using sorvane::test::path_exists;
+using sorvane::test::printed_by;
+using sorvane::test::read_file;
+using sorvane::test::with_system_error;
+using sorvane::test::write_file;
+
+// A mailbox tree as a mail user could leave it: files, folders, a fifo, and
+// links planted to a system file and to a directory outside the tree.
+class TreeWalkTest : public sorvane::test::SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        top_ = "/var/qmail/mailnames/example.com/info";
+        ASSERT_EQ(mkdir("/var/qmail/mailnames/example.com", 0755), 0);
+        for (const std::string dir : {"", "/Maildir", "/Maildir/cur", "/Maildir/.Sent", "/Maildir/.Sent/new"})
+            ASSERT_EQ(mkdir((top_ + dir).c_str(), 0755), 0) << dir;
+        for (const std::string file : {"/.qmail", "/Maildir/cur/1.mail", "/Maildir/.Sent/new/2.mail"})
+            write_file(top_ + file, "x", 0644);
+        ASSERT_EQ(mkfifo((top_ + "/Maildir/pipe").c_str(), 0644), 0);
+        ASSERT_EQ(mkdir("/tmp/outside", 0755), 0);
+        write_file("/tmp/outside/secret", "s", 0600);
+        ASSERT_EQ(symlink("/etc/passwd", (top_ + "/Maildir/cur/passwd").c_str()), 0);
+        ASSERT_EQ(symlink("/tmp/outside", (top_ + "/Maildir/.Trash").c_str()), 0);
+        passwd_before_ = file_info("/etc/passwd");
+        passwd_text_ = read_file("/etc/passwd");
+    }
+
+    // The link targets and everything behind them are as they were.
+    void expect_link_targets_untouched() {
+        const auto passwd = file_info("/etc/passwd");
+        EXPECT_EQ(passwd.uid, passwd_before_.uid);
+        EXPECT_EQ(passwd.gid, passwd_before_.gid);
+        EXPECT_EQ(passwd.mode, passwd_before_.mode);
+        EXPECT_EQ(read_file("/etc/passwd"), passwd_text_);
+        EXPECT_EQ(file_info("/tmp/outside").uid, 0U);
+        EXPECT_EQ(file_info("/tmp/outside").mode, 0755U);
+        EXPECT_EQ(file_info("/tmp/outside/secret").uid, 0U);
+        EXPECT_EQ(file_info("/tmp/outside/secret").mode, 0600U);
+        EXPECT_EQ(read_file("/tmp/outside/secret"), "s");
+    }
+
+    std::string top_;
+    sorvane::test::FileInfo passwd_before_{};
+    std::string passwd_text_;
+};
+
+const std::vector<std::string> kChanged = {"/.qmail", "/Maildir", "/Maildir/cur", "/Maildir/cur/1.mail",
+                                           "/Maildir/.Sent", "/Maildir/.Sent/new", "/Maildir/.Sent/new/2.mail"};
+
+TEST_F(TreeWalkTest, ChownTreeChangesFilesAndDirectoriesBelowTheTop) {
+    chown_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::leave);
+    for (const std::string& entry : kChanged) {
+        EXPECT_EQ(file_info(top_ + entry).uid, sorvane::test::popuser_uid()) << entry;
+        EXPECT_EQ(file_info(top_ + entry).gid, sorvane::test::popuser_gid()) << entry;
+    }
+    EXPECT_EQ(file_info(top_).uid, 0U);
+    EXPECT_EQ(file_info(top_ + "/Maildir/pipe").uid, 0U) << "other types are left alone";
+    expect_link_targets_untouched();
+}
+
+TEST_F(TreeWalkTest, ChownTreeChangesTheTopWhenAsked) {
+    chown_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::change);
+    EXPECT_EQ(file_info(top_).uid, sorvane::test::popuser_uid());
+    expect_link_targets_untouched();
+}
+
+TEST_F(TreeWalkTest, ChmodTreeGivesFilesAndDirectoriesTheirModes) {
+    chmod_tree(top_, 0600, 0700, TopDirectory::leave);
+    for (const std::string& entry : kChanged)
+        EXPECT_EQ(file_info(top_ + entry).mode, file_info(top_ + entry).type == 'd' ? 0700U : 0600U) << entry;
+    EXPECT_EQ(file_info(top_).mode, 0755U);
+    EXPECT_EQ(file_info(top_ + "/Maildir/pipe").mode, 0644U);
+    expect_link_targets_untouched();
+}
+
+TEST_F(TreeWalkTest, ChownChmodTreeDoesBothAndAnswersZero) {
+    EXPECT_EQ(chown_chmod_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0600, 0700,
+                               TopDirectory::change),
+              0);
+    EXPECT_EQ(file_info(top_).mode, 0700U);
+    EXPECT_EQ(file_info(top_).uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(top_ + "/Maildir/cur/1.mail").mode, 0600U);
+    EXPECT_EQ(file_info(top_ + "/Maildir/cur/1.mail").uid, sorvane::test::popuser_uid());
+    expect_link_targets_untouched();
+}
+
+TEST_F(TreeWalkTest, ARegularFileAsTopIsChangedDirectly) {
+    chown_chmod_tree(top_ + "/.qmail", sorvane::test::popuser_uid(), 0, 0600, 0700, TopDirectory::leave);
+    EXPECT_EQ(file_info(top_ + "/.qmail").uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(top_ + "/.qmail").mode, 0600U);
+}
+
+TEST_F(TreeWalkTest, ALinkAsTopIsSkipped) {
+    chown_chmod_tree(top_ + "/Maildir/.Trash", sorvane::test::popuser_uid(), 0, 0666, 0777, TopDirectory::change);
+    chown_chmod_tree(top_ + "/Maildir/cur/passwd", sorvane::test::popuser_uid(), 0, 0666, 0777, TopDirectory::change);
+    expect_link_targets_untouched();
+}
+
+TEST_F(TreeWalkTest, TheWorkingDirectoryIsTheSameAfterAWalk) {
+    ASSERT_EQ(chdir("/var/qmail"), 0);
+    chmod_tree(top_, 0600, 0700, TopDirectory::change);
+    char here[4096];
+    ASSERT_NE(getcwd(here, sizeof here), nullptr);
+    EXPECT_EQ(std::string(here), "/var/qmail");
+}
+
+TEST_F(TreeWalkTest, AMissingTopIsOnlyReported) {
+    const std::string missing = top_ + "/none";
+    const auto printed = printed_by([&] { chown_tree(missing, 0, 0, TopDirectory::change); });
+    expect_reported(printed, with_system_error("Directory entry " + missing + " doesn't exist: No such file or directory\n",
+                                               ENOENT));
+}
+
+TEST_F(TreeWalkTest, ATopThatCannotBeExaminedEndsTheProgram) {
+    const std::string below_file = top_ + "/.qmail/x";
+    EXPECT_EXIT(chown_tree(below_file, 0, 0, TopDirectory::change), ::testing::ExitedWithCode(1),
+                "^Unable to get entry " + below_file + ": Not a directory\n\nSystem error 20: Not a directory\n$");
+    EXPECT_EXIT(chmod_tree(below_file, 0600, 0700, TopDirectory::change), ::testing::ExitedWithCode(1),
+                "^Unable to get entry " + below_file + ": Not a directory\n\nSystem error 20: Not a directory\n$");
+}
+
+TEST_F(TreeWalkTest, RemoveTreeRemovesEverythingAndLinksOnlyAsLinks) {
+    EXPECT_EQ(remove_tree(top_), 0);
+    EXPECT_FALSE(path_exists(top_));
+    EXPECT_EQ(list_tree("/var/qmail/mailnames/example.com"), std::vector<std::string>{});
+    expect_link_targets_untouched();
+    EXPECT_TRUE(path_exists("/tmp/outside/secret"));
+}
+
+TEST_F(TreeWalkTest, RemoveTreeOfAMissingPathSucceeds) {
+    const auto printed = printed_by([&] { EXPECT_EQ(remove_tree(top_ + "/none"), 0); });
+    EXPECT_EQ(printed.out, "");
+}
+
+TEST_F(TreeWalkTest, RemoveTreeUnlinksAFileOrALinkGivenAsTop) {
+    EXPECT_EQ(remove_tree(top_ + "/.qmail"), 0);
+    EXPECT_FALSE(path_exists(top_ + "/.qmail"));
+    EXPECT_EQ(remove_tree(top_ + "/Maildir/.Trash"), 0);
+    EXPECT_FALSE(path_exists(top_ + "/Maildir/.Trash"));
+    expect_link_targets_untouched();
+}
+
+TEST_F(TreeWalkTest, RemoveTreeReportsAnEntryItCannotExamine) {
+    const std::string below_file = top_ + "/.qmail/x";
+    const auto printed = printed_by([&] { EXPECT_EQ(remove_tree(below_file), 1); });
+    expect_reported(printed, with_system_error("Unable to get entry " + below_file + ": Not a directory\n", ENOTDIR));
+}
+
+TEST_F(TreeWalkTest, RemoveTreeReportsADirectoryItCannotRemoveAndCarriesOnNoFurther) {
+    const std::string mount_point = top_ + "/Maildir/.Sent/busy";
+    ASSERT_EQ(mkdir(mount_point.c_str(), 0755), 0);
+    ASSERT_EQ(mount("busy", mount_point.c_str(), "tmpfs", 0, nullptr), 0);
+    const auto printed = printed_by([&] { EXPECT_EQ(remove_tree(top_), 1); });
+    expect_reported(printed, with_system_error("Unable to remove dir busy: Device or resource busy\n", EBUSY));
+    EXPECT_TRUE(path_exists(mount_point));
+    umount2(mount_point.c_str(), MNT_DETACH);
+}
+
+}  // namespace
