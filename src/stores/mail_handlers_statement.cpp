@@ -53,37 +53,49 @@ void log_selection_failure(HandlerSelection selection, const char* error) {
         log_message(LOG_ERR, "Unable to select data from handlers database: %s", error);
 }
 
+// The record's text field for a column, or nullptr for the other fields.
+std::string* required_text_field(HandlerField field, MailHandlerRecord& record) {
+    switch (field) {
+    case HandlerField::Name:
+        return &record.name;
+    case HandlerField::Address:
+        return &record.address;
+    case HandlerField::Executable:
+        return &record.executable;
+    default:
+        return nullptr;
+    }
+}
+
 // Copies one column into its field; false when a text the record needs is NULL.
 bool read_field(sqlite3_stmt* statement, int column, HandlerField field, MailHandlerRecord& record) {
-    const char* text = nullptr;
-    switch (field) {
-    case HandlerField::Priority:
-        record.priority = sqlite3_column_int(statement, column);
+    if (std::string* target = required_text_field(field, record)) {
+        const char* text = column_text_or_null(statement, column);
+        if (text == nullptr)
+            return false;
+        *target = text;
         return true;
-    case HandlerField::Type:
-        record.type = sqlite3_column_int(statement, column);
-        return true;
-    case HandlerField::Queue:
-        record.queue = sqlite3_column_int(statement, column);
-        return true;
-    case HandlerField::Enabled:
-        record.enabled = sqlite3_column_int(statement, column) != 0;
-        return true;
-    case HandlerField::Context:
-        if ((text = column_text_or_null(statement, column)) != nullptr)
+    }
+    if (field == HandlerField::Context) {
+        if (const char* text = column_text_or_null(statement, column))
             record.context = text;
         return true;
-    case HandlerField::Name:
-    case HandlerField::Address:
-    case HandlerField::Executable:
+    }
+    const int number = sqlite3_column_int(statement, column);
+    switch (field) {
+    case HandlerField::Priority:
+        record.priority = number;
+        break;
+    case HandlerField::Type:
+        record.type = number;
+        break;
+    case HandlerField::Queue:
+        record.queue = number;
+        break;
+    default:
+        record.enabled = number != 0;
         break;
     }
-    if ((text = column_text_or_null(statement, column)) == nullptr)
-        return false;
-    std::string& target = field == HandlerField::Name      ? record.name
-                          : field == HandlerField::Address ? record.address
-                                                           : record.executable;
-    target = text;
     return true;
 }
 
