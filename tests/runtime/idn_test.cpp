@@ -73,6 +73,20 @@ TEST_F(IdnTest, ToUnicodeReversesAceLabels) {
     EXPECT_EQ(crelm::idn::to_unicode("xn--e1afmkfd.xn--80akhbyknj4f"), "пример.испытание");
 }
 
+TEST_F(IdnTest, ToUnicodeFailureStoresTheStatus) {
+    EXPECT_EQ(idn_tounicode("\xff.example"), std::nullopt);
+    EXPECT_EQ(idn_last_status(), 9);
+    EXPECT_EQ(idn_tounicode("xn--bcher-kva.example"), "bücher.example");
+    EXPECT_EQ(idn_last_status(), 0);
+    try {
+        crelm::idn::to_unicode("\xff.example");
+        FAIL() << "no exception";
+    } catch (const crelm::idn::IdnaError& error) {
+        EXPECT_EQ(error.status(), 9);
+        EXPECT_STREQ(error.what(), "Iconv error");
+    }
+}
+
 TEST_F(IdnTest, EmailConversionConvertsOnlyTheDomain) {
     EXPECT_EQ(idn_email_toascii("Jörg.Info@bücher.example"), "Jörg.Info@xn--bcher-kva.example");
     EXPECT_EQ(idn_email_toascii("@bücher.example"), "@xn--bcher-kva.example");
