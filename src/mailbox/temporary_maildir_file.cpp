@@ -31,11 +31,17 @@ bool TemporaryMaildirFile::create(int maildir_fd, const std::string& name) {
     if (!file_.valid())
         return false;
     name_ = name;
-    created_ = true;
     struct stat opened;
     struct stat named;
-    if (fstat(file_.get(), &opened) != 0)
-        return discard(), false;
+    if (fstat(file_.get(), &opened) != 0) {
+        // O_EXCL made the name ours a moment ago: remove it by name.
+        const int saved = errno;
+        file_.reset();
+        unlinkat(tmp_dir_.get(), name.c_str(), 0);
+        errno = saved;
+        return false;
+    }
+    created_ = true;
     dev_ = opened.st_dev;
     ino_ = opened.st_ino;
     if (fstatat(tmp_dir_.get(), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 || !same_inode(opened, named)) {
