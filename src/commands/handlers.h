@@ -1,5 +1,9 @@
 // The command handlers. Each takes the argument count and vector with the
 // command switch in the program-name position, and returns the exit status.
+// Each declares its options with CommandOptions and parses them first: --help
+// ends the process with 0, an option error with 1 (message on the error
+// stream, the command's help on standard output); a refused name escapes as
+// an exception for main to report.
 #pragma once
 
 namespace crelm::mail::sorvane_commands {
