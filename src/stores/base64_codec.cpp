@@ -21,16 +21,15 @@ bool is_well_formed(std::string_view text) {
     if (text.size() % 4 != 0)
         return false;
     const std::string_view body = text.substr(0, text.size() - padding_length(text));
-    return std::all_of(body.begin(), body.end(),
-                       [](char c) { return kAlphabet.find(c) != std::string_view::npos; });
+    return std::all_of(body.begin(), body.end(), [](char c) { return kAlphabet.find(c) != std::string_view::npos; });
 }
 
 }  // namespace
 
 std::string base64_encode(std::span<const unsigned char> data) {
     std::string text((data.size() + 2) / 3 * 4 + 1, '\0');
-    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data.data(),
-                                       static_cast<int>(data.size()));
+    const int length =
+        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), data.data(), static_cast<int>(data.size()));
     text.resize(static_cast<std::size_t>(length));
     return text;
 }

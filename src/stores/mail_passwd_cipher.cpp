@@ -92,8 +92,8 @@ bool read_key_file(const std::string& path, std::span<unsigned char> key) {
     errno = 0;
     if (read(fd.get(), key.data(), key.size()) != static_cast<ssize_t>(key.size())) {
         const int error = errno;
-        log_message(3, "Failed to read entire encryption key from '%s': %s (%d)", path.c_str(),
-                    std::strerror(error), error);
+        log_message(3, "Failed to read entire encryption key from '%s': %s (%d)", path.c_str(), std::strerror(error),
+                    error);
         return false;
     }
     return true;
@@ -152,8 +152,8 @@ int cipher_release(std::string_view spec) {
 bool fits_cipher_input(std::size_t length, const char* kind) {
     if (length < kMaxCipherInput)
         return true;
-    log_message(4, "Attempt to feed into symmetric cipher more %s data (%zu bytes) than it's designed to handle.",
-                kind, length);
+    log_message(4, "Attempt to feed into symmetric cipher more %s data (%zu bytes) than it's designed to handle.", kind,
+                length);
     return false;
 }
 
@@ -161,8 +161,8 @@ bool start_encryption(MailPasswdCipher& context) {
     if (context.encryption)
         return EVP_EncryptInit_ex(context.encryption.get(), nullptr, nullptr, nullptr, context.iv.data()) == 1;
     context.encryption.reset(EVP_CIPHER_CTX_new());
-    if (context.encryption &&
-        EVP_EncryptInit_ex(context.encryption.get(), context.cipher, nullptr, context.key.data(), context.iv.data()) == 1)
+    if (context.encryption && EVP_EncryptInit_ex(context.encryption.get(), context.cipher, nullptr, context.key.data(),
+                                                 context.iv.data()) == 1)
         return true;
     context.encryption.reset();
     return false;

@@ -22,7 +22,8 @@ constexpr std::array<std::pair<std::string_view, std::int64_t>, 5> kUnits{{
 std::int64_t unit_multiplier(std::string_view unit) {
     if (unit.empty())
         return 1;
-    const auto found = std::find_if(kUnits.begin(), kUnits.end(), [unit](const auto& entry) { return entry.first == unit; });
+    const auto found =
+        std::find_if(kUnits.begin(), kUnits.end(), [unit](const auto& entry) { return entry.first == unit; });
     return found == kUnits.end() ? 0 : found->second;
 }
 

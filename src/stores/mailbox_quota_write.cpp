@@ -3,7 +3,6 @@
 #include <string>
 
 #include "runtime/log.h"
-#include "stores/sqlite_retry.h"
 
 namespace crelm::mail {
 namespace {
@@ -51,15 +50,21 @@ bool open_for_write(const std::string& path, SqliteDb& db) {
 
 }  // namespace
 
-QuotaWriteOutcome run_quota_statement(sqlite3* db, std::string_view sql,
-                                      std::initializer_list<QuotaTextParameter> parameters,
+bool QuotaStatement::ready_for_run() {
+    if (!statement_)
+        return prepare_logged(db_, sql_, statement_);
+    sqlite3_reset(statement_.get());
+    sqlite3_clear_bindings(statement_.get());
+    return true;
+}
+
+QuotaWriteOutcome QuotaStatement::run(std::initializer_list<QuotaTextParameter> parameters,
                                       const std::function<void(const char* reason)>& report_step_failure) {
-    SqliteStatement statement;
-    if (!prepare_logged(db, sql, statement) || !bind_all(db, statement.get(), parameters))
+    if (!ready_for_run() || !bind_all(db_, statement_.get(), parameters))
         return QuotaWriteOutcome::FailedBeforeStep;
-    if (sqlite_step_with_retry(statement.get()) == SQLITE_DONE)
+    if (sqlite_step_with_retry(statement_.get()) == SQLITE_DONE)
         return QuotaWriteOutcome::Done;
-    report_step_failure(sqlite_error_text(db));
+    report_step_failure(sqlite_error_text(db_));
     return QuotaWriteOutcome::StepFailed;
 }
 
@@ -69,12 +74,12 @@ bool run_quota_write(const std::string& path, const std::function<QuotaWriteOutc
         !run_transaction_statement(db.get(), "BEGIN TRANSACTION;", "Unable to begin sqlite transaction: %s"))
         return true;
     switch (body(db.get())) {
-    case QuotaWriteOutcome::StepFailed:
-        return false;
-    case QuotaWriteOutcome::FailedBeforeStep:
-        return true;
-    case QuotaWriteOutcome::Done:
-        break;
+        case QuotaWriteOutcome::StepFailed:
+            return false;
+        case QuotaWriteOutcome::FailedBeforeStep:
+            return true;
+        case QuotaWriteOutcome::Done:
+            break;
     }
     return run_transaction_statement(db.get(), "END TRANSACTION;", "Unable to end sqlite transaction: %s");
 }

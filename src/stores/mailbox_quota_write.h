@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "stores/sqlite_retry.h"
+
 namespace crelm::mail {
 
 // A text parameter and the name its bind failure message gives. The value is
@@ -25,13 +27,26 @@ enum class QuotaWriteOutcome {
     StepFailed,        // the write's own statement failed: logged, reported as failure
 };
 
-// Prepares sql, binds the parameters in order (1, 2, ...), steps it once and
-// finalizes it. Failures are logged here ("Unable to prepare SQL statement
-// for query '<sql>': <reason>", "Unable to bind parameter <name>: <reason>"),
-// except a failed step, which report_step_failure logs with SQLite's text.
-QuotaWriteOutcome run_quota_statement(sqlite3* db, std::string_view sql,
-                                      std::initializer_list<QuotaTextParameter> parameters,
-                                      const std::function<void(const char* reason)>& report_step_failure);
+// One statement of a write, prepared at its first run and reset for each
+// later one, so that a bulk write parses its SQL once.
+class QuotaStatement {
+public:
+    QuotaStatement(sqlite3* db, std::string_view sql) : db_(db), sql_(sql) {}
+
+    // Binds the parameters in order (1, 2, ...) and steps the statement once.
+    // Failures are logged here ("Unable to prepare SQL statement for query
+    // '<sql>': <reason>", "Unable to bind parameter <name>: <reason>"),
+    // except a failed step, which report_step_failure logs with SQLite's text.
+    QuotaWriteOutcome run(std::initializer_list<QuotaTextParameter> parameters,
+                          const std::function<void(const char* reason)>& report_step_failure);
+
+private:
+    bool ready_for_run();
+
+    sqlite3* db_;
+    std::string_view sql_;
+    SqliteStatement statement_;
+};
 
 // Opens path read-write, begins a transaction, runs body, ends the
 // transaction and closes the database. Returns false when body's outcome is

@@ -84,9 +84,8 @@ int sqlite_open_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb
 int sqlite_prepare_with_retry(sqlite3* db, std::string_view sql, crelm::SqliteStatement& statement) {
     statement.finalize();
     sqlite3_stmt* prepared = nullptr;
-    const int rc = sqlite_retry_while_busy([&] {
-        return sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &prepared, nullptr);
-    });
+    const int rc = sqlite_retry_while_busy(
+        [&] { return sqlite3_prepare_v2(db, sql.data(), static_cast<int>(sql.size()), &prepared, nullptr); });
     statement.reset(prepared);
     return rc;
 }

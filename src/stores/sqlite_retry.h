@@ -82,8 +82,7 @@ private:
 // attempts as described above and calling before_retry (if given) after each
 // busy attempt. Returns the first non-busy code, or SQLITE_BUSY when a sleep
 // failed (errno tells why).
-int sqlite_retry_while_busy(const std::function<int()>& attempt,
-                            const std::function<void()>& before_retry = {});
+int sqlite_retry_while_busy(const std::function<int()>& attempt, const std::function<void()>& before_retry = {});
 
 // Opens path and sets the 50 ms busy timeout. Returns SQLITE_OK, or SQLite's
 // code of the failed open; db then holds whatever handle SQLite returned (for

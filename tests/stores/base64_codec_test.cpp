@@ -12,8 +12,13 @@ std::vector<unsigned char> bytes(std::string_view text) {
 
 TEST(Base64CodecTest, EncodesTheStandardTestVectorsWithPadding) {
     const std::vector<std::pair<std::string, std::string>> vectors{
-        {"", ""},         {"f", "Zg=="},        {"fo", "Zm8="},         {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
+        {"", ""},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
     };
     for (const auto& [plain, encoded] : vectors) {
         EXPECT_EQ(base64_encode(bytes(plain)), encoded) << plain;

@@ -47,9 +47,9 @@ ProcessResult openssl_decrypt(const std::string& key_hex, const StoredFields& fi
 // The stored form of plain enciphered by the openssl program with key A and
 // the fixed IV.
 std::string stored_by_openssl(const std::string& plain) {
-    const ProcessResult result = run_process(
-        {"/bin/sh", "-c", "printf %s \"$1\" | openssl enc -aes-256-cbc -a -A -K \"$2\" -iv \"$3\"", "encrypt", plain,
-         kKeyAHex, kIvHex});
+    const ProcessResult result =
+        run_process({"/bin/sh", "-c", "printf %s \"$1\" | openssl enc -aes-256-cbc -a -A -K \"$2\" -iv \"$3\"",
+                     "encrypt", plain, kKeyAHex, kIvHex});
     EXPECT_EQ(result.status, 0) << result.err;
     return "$AES-256-CBC:PKCS$" + kIvBase64 + "$" + result.out;
 }
@@ -209,8 +209,9 @@ TEST_F(MailPasswdCipherTest, ContextLivesUntilItsLastHoldIsReleased) {
 
 TEST_F(MailPasswdCipherTest, ReleasingWithoutAHoldFails) {
     EXPECT_EQ(mail_passwd_cipher_release(), -1);
-    EXPECT_EQ(logged(), std::vector<std::string>{
-                            "3 Failed to correctly destroy encryption cipher 'AES-256-CBC:PKCS'. A programming error?"});
+    EXPECT_EQ(logged(),
+              std::vector<std::string>{
+                  "3 Failed to correctly destroy encryption cipher 'AES-256-CBC:PKCS'. A programming error?"});
 }
 
 TEST_F(MailPasswdCipherTest, NewContextReadsTheKeyFileAgain) {

@@ -109,8 +109,9 @@ TEST_F(MailPasswdKeyTest, FailedWriteLeavesNoKeyFile) {
     EXPECT_EQ(recreate_mail_passwd_key(full + "/passwd_db_key"), -1);
     EXPECT_EQ(current_umask(), 022u);
     EXPECT_FALSE(path_exists(full + "/passwd_db_key"));
-    EXPECT_EQ(logged(), std::vector<std::string>{
-                            "3 Unable to re-create Mail Authentication Password Encryption Key: No space left on device"});
+    EXPECT_EQ(logged(),
+              std::vector<std::string>{
+                  "3 Unable to re-create Mail Authentication Password Encryption Key: No space left on device"});
     umount(full.c_str());
 }
 

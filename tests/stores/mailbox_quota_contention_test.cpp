@@ -30,7 +30,8 @@ TEST_F(MailboxQuotaContentionTest, WriteWaitsForAnExclusiveLockAndLosesNothing) 
     DatabaseHolder holder(kDbPath,
                           "BEGIN EXCLUSIVE;\n"
                           "INSERT INTO mailbox_quota VALUES ('example.test', 'holder', '1B');\n"
-                          ".system echo ready > " + holder_ready_fifo(),
+                          ".system echo ready > " +
+                              holder_ready_fifo(),
                           "2", "COMMIT;");
     ASSERT_EQ(holder.wait_ready(), "ready");
     const auto start = steady_clock::now();
@@ -47,7 +48,8 @@ TEST_F(MailboxQuotaContentionTest, ReadWaitsForAnExclusiveLock) {
     DatabaseHolder holder(kDbPath,
                           "BEGIN EXCLUSIVE;\n"
                           "UPDATE mailbox_quota SET quota = '2KB';\n"
-                          ".system echo ready > " + holder_ready_fifo(),
+                          ".system echo ready > " +
+                              holder_ready_fifo(),
                           "1", "COMMIT;");
     ASSERT_EQ(holder.wait_ready(), "ready");
     EXPECT_EQ(store.getQuota("example.test", "info"), 2048);
@@ -62,7 +64,8 @@ TEST_F(MailboxQuotaContentionTest, InterruptedRetryWhileEndingTheTransactionFail
     DatabaseHolder holder(kDbPath,
                           "BEGIN;\n"
                           "SELECT count(*) FROM mailbox_quota;\n"
-                          ".system echo ready > " + holder_ready_fifo(),
+                          ".system echo ready > " +
+                              holder_ready_fifo(),
                           "600", "COMMIT;");
     ASSERT_EQ(holder.wait_ready(), "ready");
     struct sigaction action {};

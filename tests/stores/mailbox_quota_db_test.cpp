@@ -59,10 +59,11 @@ TEST_F(MailboxQuotaDbTest, QuotaIsStoredAsBytesWithBAndNegativeAsZero) {
     EXPECT_TRUE(store.setQuota("example.test", "zero", 0));
     EXPECT_TRUE(store.setQuota("example.test", "mebi", 1048576));
     EXPECT_TRUE(store.setQuota("example.test", "max", INT64_MAX));
-    EXPECT_EQ(rows(), "example.test|max|9223372036854775807B\n"
-                      "example.test|mebi|1048576B\n"
-                      "example.test|minus|0B\n"
-                      "example.test|zero|0B\n");
+    EXPECT_EQ(rows(),
+              "example.test|max|9223372036854775807B\n"
+              "example.test|mebi|1048576B\n"
+              "example.test|minus|0B\n"
+              "example.test|zero|0B\n");
     EXPECT_EQ(logged(), std::vector<std::string>{});
     expect_nothing_left_open();
 }
@@ -104,8 +105,8 @@ TEST_F(MailboxQuotaDbTest, SetQuotasWithAnEmptyListSucceedsAndChangesNothing) {
 TEST_F(MailboxQuotaDbTest, GetQuotaMultipliesTheDigitsByTheUnit) {
     create_store();
     const std::vector<std::pair<std::string, std::int64_t>> cases{
-        {"2MB", 2097152},  {"7", 7},  {"5XB", 0},           {"0B", 0},           {"3KB", 3072},
-        {"2GB", 2147483648}, {"1TB", 1099511627776}, {"2mb", 0}, {"12B", 12},
+        {"2MB", 2097152},       {"7", 7},   {"5XB", 0},  {"0B", 0}, {"3KB", 3072}, {"2GB", 2147483648},
+        {"1TB", 1099511627776}, {"2mb", 0}, {"12B", 12},
     };
     for (const auto& [text, bytes] : cases) {
         insert_row("example.test", "m" + text, text);
@@ -141,8 +142,9 @@ TEST_F(MailboxQuotaDbTest, GetQuotaOfAMissingRowIsMinusOneWithoutMessage) {
 }
 
 TEST_F(MailboxQuotaDbTest, GetQuotaOfANullValueIsMinusOneWithoutMessage) {
-    sqlite_cli(kDbPath, "CREATE TABLE mailbox_quota (domain_name, mailbox_name, quota);"
-                        "INSERT INTO mailbox_quota VALUES ('example.test', 'info', NULL);");
+    sqlite_cli(kDbPath,
+               "CREATE TABLE mailbox_quota (domain_name, mailbox_name, quota);"
+               "INSERT INTO mailbox_quota VALUES ('example.test', 'info', NULL);");
     EXPECT_EQ(store.getQuota("example.test", "info"), -1);
     EXPECT_EQ(logged(), std::vector<std::string>{});
 }
@@ -209,10 +211,17 @@ TEST_F(MailboxQuotaDbTest, WritesToAMissingDatabaseCreateAnEmptyFileAndFailAtThe
                   prepare_failure + kReplace + no_table,
                   prepare_failure + "DELETE FROM mailbox_quota WHERE domain_name = ? AND mailbox_name = ?" + no_table,
                   prepare_failure + "DELETE FROM mailbox_quota WHERE domain_name = ?" + no_table,
-                  prepare_failure + "UPDATE mailbox_quota SET mailbox_name = ? WHERE domain_name = ? AND mailbox_name = ?" +
-                      no_table,
+                  prepare_failure +
+                      "UPDATE mailbox_quota SET mailbox_name = ? WHERE domain_name = ? AND mailbox_name = ?" + no_table,
                   prepare_failure + "UPDATE mailbox_quota SET domain_name = ? WHERE domain_name = ?" + no_table,
               }));
+    expect_nothing_left_open();
+}
+
+TEST_F(MailboxQuotaDbTest, SetQuotasWithAnEmptyListNeedsNoTable) {
+    EXPECT_TRUE(store.setQuotas("example.test", {}, 5));
+    EXPECT_EQ(read_file(kDbPath), "");
+    EXPECT_EQ(logged(), std::vector<std::string>{});
     expect_nothing_left_open();
 }
 
@@ -228,10 +237,11 @@ TEST_F(MailboxQuotaDbTest, WriteThatCannotOpenTheDatabaseIsLoggedAndLenient) {
     MailboxQuotaDb elsewhere("/var/lib/crelm/mail/missing/userdb.db");
     EXPECT_TRUE(elsewhere.setQuota("example.test", "info", 1));
     EXPECT_TRUE(elsewhere.removeDomain("example.test"));
-    EXPECT_EQ(logged(), (std::vector<std::string>{
-                            "3 Unable to open database /var/lib/crelm/mail/missing/userdb.db: unable to open database file",
-                            "3 Unable to open database /var/lib/crelm/mail/missing/userdb.db: unable to open database file",
-                        }));
+    EXPECT_EQ(logged(),
+              (std::vector<std::string>{
+                  "3 Unable to open database /var/lib/crelm/mail/missing/userdb.db: unable to open database file",
+                  "3 Unable to open database /var/lib/crelm/mail/missing/userdb.db: unable to open database file",
+              }));
     EXPECT_EQ(descriptors_open_on("/var/lib/crelm/mail/missing/userdb.db"), 0);
 }
 
@@ -288,9 +298,10 @@ TEST_F(MailboxQuotaDbTest, RenameOntoAnExistingMailboxFailsOnThePrimaryKey) {
     insert_row("example.test", "b", "2B");
     EXPECT_FALSE(store.renameMailbox("example.test", "a", "b"));
     EXPECT_EQ(rows(), "example.test|a|1B\nexample.test|b|2B\n");
-    EXPECT_EQ(logged(), std::vector<std::string>{
-                            "3 Unable to rename mailbox 'a@example.test' to 'b@example.test': UNIQUE constraint failed: "
-                            "mailbox_quota.domain_name, mailbox_quota.mailbox_name"});
+    EXPECT_EQ(logged(),
+              std::vector<std::string>{
+                  "3 Unable to rename mailbox 'a@example.test' to 'b@example.test': UNIQUE constraint failed: "
+                  "mailbox_quota.domain_name, mailbox_quota.mailbox_name"});
 }
 
 // SQLite refuses text longer than its length limit (10^9 bytes) at the bind.
@@ -380,8 +391,9 @@ TEST_F(MailboxQuotaDbTest, RecreateWithoutGroupPopuserFails) {
 TEST_F(MailboxQuotaDbTest, RecreateThatCannotOpenTheDatabaseFails) {
     MailboxQuotaDb elsewhere("/var/lib/crelm/mail/missing/userdb.db");
     EXPECT_FALSE(elsewhere.recreate(KeepOwner::No));
-    EXPECT_EQ(logged(), std::vector<std::string>{
-                            "3 Unable to open database /var/lib/crelm/mail/missing/userdb.db: unable to open database file"});
+    EXPECT_EQ(logged(),
+              std::vector<std::string>{
+                  "3 Unable to open database /var/lib/crelm/mail/missing/userdb.db: unable to open database file"});
 }
 
 // On a read-only file system the old file stays, SQLite opens it read-only,

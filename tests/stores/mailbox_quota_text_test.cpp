@@ -39,9 +39,9 @@ TEST_F(ParseQuotaTextTest, MissingDigitsAreAParseFailure) {
     EXPECT_EQ(parse_quota_text("abc"), -1);
     EXPECT_EQ(parse_quota_text(""), -1);
     EXPECT_EQ(parse_quota_text("-5B"), -1);
-    EXPECT_EQ(logged(), (std::vector<std::string>{"3 Failed to parse quota value: stoll",
-                                                  "3 Failed to parse quota value: stoll",
-                                                  "3 Failed to parse quota value: stoll"}));
+    EXPECT_EQ(logged(),
+              (std::vector<std::string>{"3 Failed to parse quota value: stoll", "3 Failed to parse quota value: stoll",
+                                        "3 Failed to parse quota value: stoll"}));
 }
 
 TEST_F(ParseQuotaTextTest, ValuesBeyondSixtyFourBitsAreAParseFailure) {

@@ -37,7 +37,8 @@ protected:
         for (const std::string& record : capture_->records()) {
             const int priority = std::atoi(record.c_str() + 1) & 7;
             const auto text = record.find("]: ");
-            lines.push_back(std::to_string(priority) + " " + (text == std::string::npos ? record : record.substr(text + 3)));
+            lines.push_back(std::to_string(priority) + " " +
+                            (text == std::string::npos ? record : record.substr(text + 3)));
         }
         return lines;
     }
