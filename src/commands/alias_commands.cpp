@@ -14,10 +14,6 @@ namespace po = boost::program_options;
 namespace crelm::mail::sorvane_commands {
 namespace {
 
-const std::string kSessionListsUsage =
-    "\n\t[--domain-aliases=<alias1,alias2,...> "
-    "--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] [--wait-stdin]";
-
 const std::string kActionUsage = " <--set-bounce 'text'| --set-catchall 'email' | --set-reject>";
 
 std::string mail_alias_usage(const std::string& command_switch) {

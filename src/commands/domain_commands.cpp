@@ -14,10 +14,6 @@ namespace po = boost::program_options;
 namespace crelm::mail::sorvane_commands {
 namespace {
 
-const std::string kSessionListsUsage =
-    "\n\t[--domain-aliases=<alias1,alias2,...> "
-    "--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] [--wait-stdin]";
-
 // --domain-name, the session lists and --wait-stdin: what the commands that
 // act on one domain and all its names take.
 void add_whole_domain_options(CommandOptions& options) {
@@ -76,10 +72,8 @@ int turn_off_domain_command(int argc, char** argv) {
 
 int set_domain_disk_quota_command(int argc, char** argv) {
     CommandOptions options("set a domain disk quota",
-                           "--set-domain-disk-quota --domain-name=<domain> --disk-quota=quota"
-                           "\n\t[--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] "
-                           "[--wait-stdin]"
-                           "\n\tSpecify only mailnames without personal quota via --mail-addresses.");
+                           "--set-domain-disk-quota --domain-name=<domain> --disk-quota=quota" + kMailAddressesUsage +
+                               "\n\tSpecify only mailnames without personal quota via --mail-addresses.");
     add_domain_name_option(options);
     options.add("disk-quota", po::value<long>(), "disk quota", Mandatory::Yes);
     add_session_list_options(options);

@@ -15,9 +15,6 @@ namespace po = boost::program_options;
 namespace crelm::mail::sorvane_commands {
 namespace {
 
-const std::string kMailAddressesUsage =
-    "\n\t[--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] [--wait-stdin]";
-
 const std::string kPasswordUsage =
     "\n        The noncrypted password is transferred in the environment variable QVT_PASSWORD,"
     "\n        or crypted password is transferred in the environment variable QVT_CRYPTED_PASSWORD";

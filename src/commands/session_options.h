@@ -2,9 +2,19 @@
 // same way by every command that offers them.
 #pragma once
 
+#include <string>
+
 #include "commands/command_options.h"
 
 namespace crelm::mail::sorvane_commands {
+
+// The second usage line of commands that take both lists, and of those that
+// take only the mail addresses in their usage.
+inline const std::string kSessionListsUsage =
+    "\n\t[--domain-aliases=<alias1,alias2,...> "
+    "--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] [--wait-stdin]";
+inline const std::string kMailAddressesUsage =
+    "\n\t[--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] [--wait-stdin]";
 
 // --domain-aliases "alias1,alias2,..."
 void add_domain_aliases_option(CommandOptions& options);
