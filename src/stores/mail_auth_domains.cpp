@@ -28,7 +28,7 @@ int find_domain_id(const std::string& domain, sqlite3* db, int& id) {
 
 int insert_domain(const std::string& domain, sqlite3* db, int flags) {
     const int status =
-        (flags & kMailAuthDomainDisabled) != 0 ? kMailAuthDomainStatusDisabled : kMailAuthDomainEnabled;
+        (flags & kMailAuthDomainDisabled) != 0 ? kMailAuthDomainStatusDisabled : kMailAuthDomainStatusEnabled;
     const auto report = [](const char* error) {
         log_message(LOG_ERR, "Unable to execute the mail domain authentication registration query: %s", error);
     };

@@ -23,7 +23,7 @@ inline constexpr int kMailAuthUserDisabled = 2;          // the user's status is
 inline constexpr int kMailAuthDomainDisabled = 4;        // a domain row made on the way gets status 1
 
 // Domain statuses.
-inline constexpr int kMailAuthDomainEnabled = 0;
+inline constexpr int kMailAuthDomainStatusEnabled = 0;
 inline constexpr int kMailAuthDomainStatusDisabled = 1;
 
 // The id of domain on an open read-write handle. A domain without a row is
@@ -66,7 +66,7 @@ struct MailAuthUser {
 int get_mail_auth_user(const std::string& domain, const std::string& mailname, MailAuthUser& user);
 
 // Sets the domain's status: kMailAuthDomainStatusDisabled or
-// kMailAuthDomainEnabled.
+// kMailAuthDomainStatusEnabled.
 int set_mail_auth_domain_status(const std::string& domain, int status);
 
 // Renames a domain; fails when new_domain has a row already.

@@ -21,7 +21,7 @@ protected:
 TEST_F(MailAuthDomainsTest, DisableAndEnable) {
     ASSERT_EQ(set_mail_auth_domain_status("Example.COM", kMailAuthDomainStatusDisabled), 0);
     EXPECT_EQ(domains(), "1|example.com|1\n2|other.test|0\n");
-    ASSERT_EQ(set_mail_auth_domain_status("example.com", kMailAuthDomainEnabled), 0);
+    ASSERT_EQ(set_mail_auth_domain_status("example.com", kMailAuthDomainStatusEnabled), 0);
     EXPECT_EQ(domains(), "1|example.com|0\n2|other.test|0\n");
 }
 
