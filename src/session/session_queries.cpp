@@ -1,5 +1,8 @@
 #include "session/session_queries.h"
 
+#include <cerrno>
+#include <cstring>
+#include <new>
 #include <stdexcept>
 
 #include "runtime/log.h"
@@ -19,6 +22,18 @@ std::vector<std::string> copy_list(const std::vector<char*>& texts) {
     return copies;
 }
 
+// A list that cannot be built for want of memory is reported and given as
+// no list; the query still succeeds.
+template <typename Result, typename Fill>
+void fill_or_report(Result& result, Fill fill) {
+    try {
+        result = fill();
+    } catch (const std::bad_alloc&) {
+        log_message(3, "System error: %s\n", std::strerror(ENOMEM));
+        result.reset();
+    }
+}
+
 // Answers for the session's own domain only; other domains have no list.
 template <typename Fill>
 int answer_for_domain(const char* caller, std::string_view domain, SessionNameList& result, Fill fill) {
@@ -28,7 +43,7 @@ int answer_for_domain(const char* caller, std::string_view domain, SessionNameLi
         return -1;
     }
     if (is_session_domain(*data, domain)) {
-        result = fill(*data);
+        fill_or_report(result, [&] { return fill(*data); });
     }
     return 0;
 }
@@ -43,7 +58,7 @@ int get_domain_by_domainalias(std::string_view alias, std::optional<std::string>
     }
     for (const char* known : data->domain_aliases) {
         if (data->domain_name != nullptr && alias == known) {
-            domain = data->domain_name;
+            fill_or_report(domain, [&] { return std::optional<std::string>(data->domain_name); });
             break;
         }
     }
@@ -83,7 +98,7 @@ int get_domaliases_by_domain(std::string_view domain, SessionNameList& domain_al
         return -1;
     }
     if (is_session_domain(*data, domain)) {
-        domain_aliases = copy_list(data->domain_aliases);
+        fill_or_report(domain_aliases, [&] { return SessionNameList(copy_list(data->domain_aliases)); });
     }
     return 0;
 }

@@ -1,6 +1,6 @@
 #include "session/stdin_document.h"
 
-#include <cstring>
+#include <new>
 #include <string_view>
 
 #include "runtime/name_rules.h"
@@ -227,8 +227,13 @@ private:
 }  // namespace
 
 JsonError read_stdin_document(JsonReader& reader, SessionMailData& data, NameCase name_case) {
-    DocumentReader document(reader, data, name_case);
-    read_object(reader, EmptyObject::Refused, [&](std::string_view name) { return document.read_top_member(name); });
+    try {
+        DocumentReader document(reader, data, name_case);
+        read_object(reader, EmptyObject::Refused,
+                    [&](std::string_view name) { return document.read_top_member(name); });
+    } catch (const std::bad_alloc&) {
+        json_fail(reader, JsonError::OutOfMemory);
+    }
     return reader.error;
 }
 
