@@ -1,5 +1,9 @@
 #include "util/closefrom.h"
 
+#include "support/sandbox.h"
+
+#include <sys/mount.h>
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -22,6 +26,24 @@ TEST(Closefrom, ClosesEveryDescriptorFromTheLowestUpAndNoneBelow) {
     EXPECT_FALSE(is_open(high));
     EXPECT_TRUE(is_open(0));
     close(below);
+}
+
+}  // namespace
+
+namespace {
+
+class ClosefromWithoutProc : public sorvane::test::SandboxTest {};
+
+TEST_F(ClosefromWithoutProc, UnreadableDescriptorListGivesMinusOneAndClosesNothing) {
+    const int fd = open("/dev/null", O_RDONLY);
+    ASSERT_EQ(umount2("/proc", MNT_DETACH), 0);
+    const int result = crelm::util::closefrom(fd);
+    const int failure = errno;
+    ASSERT_EQ(mount("proc", "/proc", "proc", 0, nullptr), 0);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(failure, ENOENT);
+    EXPECT_TRUE(is_open(fd));
+    close(fd);
 }
 
 }  // namespace

@@ -190,3 +190,23 @@ TEST_F(FileStrTest, AppendingToSomethingThatIsNoFileIsReported) {
 }
 
 }  // namespace
+
+#include <sys/mount.h>
+
+namespace {
+
+// A file that is a mount point cannot be replaced by rename.
+TEST_F(FileStrTest, AFailedRenameIsReportedAndLeavesNoTemporaryFile) {
+    write_file(path_, "a\nb\n");
+    write_file("/tmp/pinned", "a\nb\n");
+    ASSERT_EQ(mount("/tmp/pinned", path_.c_str(), nullptr, MS_BIND, nullptr), 0);
+    const auto removing = printed_by([&] { EXPECT_EQ(file_str_one(path_, "a", LineAction::remove_exact, LinePosition::start), 1); });
+    expect_reported(removing, with_system_error("Error while rename file " + path_ + ": Device or resource busy\n", EBUSY));
+    const auto adding = printed_by([&] { EXPECT_EQ(file_str_one(path_, "c", LineAction::add, LinePosition::start), 1); });
+    expect_reported(adding, with_system_error("Unable to rename file " + path_ + ": Device or resource busy\n", EBUSY));
+    expect_no_temporary_file();
+    EXPECT_EQ(read_file(path_), "a\nb\n");
+    umount2(path_.c_str(), MNT_DETACH);
+}
+
+}  // namespace

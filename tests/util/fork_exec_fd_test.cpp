@@ -121,6 +121,7 @@ TEST_F(ForkExecFdTest, FailedPipeEndsTheProgram) {
     EXPECT_EXIT(
         {
             sorvane::test::NoFreeDescriptors guard;
+            sorvane::test::NoFreeDescriptors::restore_at_exit();
             fork_exec_fd(in_, out_, "/bin/true", {"/bin/true"});
         },
         ::testing::ExitedWithCode(1), "^fork_exec_fd pipe\\(\\): Too many open files\nSystem error 24: Too many open files\n$");

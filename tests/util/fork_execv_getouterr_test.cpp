@@ -69,6 +69,7 @@ TEST_F(GetOutErrTest, FailedPipeEndsTheProgram) {
     EXPECT_EXIT(
         {
             sorvane::test::NoFreeDescriptors guard;
+            sorvane::test::NoFreeDescriptors::restore_at_exit();
             fork_execv_getouterr(out, err, "/bin/true", {"/bin/true"});
         },
         ::testing::ExitedWithCode(1), "^fork_execv_getouterr: pipe\\(\\) failed\nSystem error 24: Too many open files\n$");

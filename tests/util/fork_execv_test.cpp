@@ -106,3 +106,17 @@ TEST_F(ForkExecvTest, QuietRunOfAStoppedChildIsMinusOne) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(ForkExecvTest, ChildThatCannotSetUpItsDescriptorsSaysSoAndExitsWith127) {
+    pid_t pid = -1;
+    const auto printed = sorvane::test::printed_by([&] {
+        sorvane::test::NoFreeDescriptors guard;
+        pid = fork_execv("/bin/true", {"/bin/true"});
+        EXPECT_EQ(sorvane::test::reap(pid), 127);
+    });
+    EXPECT_EQ(printed.err, "fork_execv: dup() failed: Too many open files\n");
+}
+
+}  // namespace

@@ -46,13 +46,18 @@ std::string with_system_error(const std::string& message, int error);
 // with EMFILE; restores it when it goes out of scope.
 class NoFreeDescriptors {
 public:
-    NoFreeDescriptors();
+    // spare: how many descriptors stay free.
+    explicit NoFreeDescriptors(int spare = 0);
+    // For code that ends the program: the limit is restored when exit runs,
+    // before anything that needs a descriptor on the way out.
+    static void restore_at_exit();
     ~NoFreeDescriptors();
     NoFreeDescriptors(const NoFreeDescriptors&) = delete;
     NoFreeDescriptors& operator=(const NoFreeDescriptors&) = delete;
 
 private:
     rlimit saved_{};
+    std::vector<int> fillers_;
 };
 
 // Splits text at '\n'; a trailing newline gives no empty last piece.

@@ -171,3 +171,64 @@ TEST_F(TreeWalkTest, RemoveTreeReportsADirectoryItCannotRemoveAndCarriesOnNoFurt
 }
 
 }  // namespace
+
+namespace {
+
+// A tree with one file only, so that the order of entries does not matter
+// to which step runs out of descriptors.
+class TreeWalkOutOfDescriptorsTest : public sorvane::test::SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        top_ = "/var/qmail/mailnames/one";
+        ASSERT_EQ(mkdir(top_.c_str(), 0755), 0);
+        write_file(top_ + "/only", "x");
+    }
+    std::string top_;
+};
+
+void chown_short_of_descriptors(const std::string& top, int spare) {
+    sorvane::test::NoFreeDescriptors guard(spare);
+    sorvane::test::NoFreeDescriptors::restore_at_exit();
+    chown_tree(top, 0, 0, TopDirectory::change);
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, SavingTheWorkingDirectoryFailsFatally) {
+    EXPECT_EXIT(chown_short_of_descriptors(top_, 0), ::testing::ExitedWithCode(1),
+                "^Unable to get file descriptor of current dir: Too many open files\n\nSystem error 24: Too many open "
+                "files\n$");
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, OpeningTheDirectoryFailsFatally) {
+    EXPECT_EXIT(chown_short_of_descriptors(top_, 1), ::testing::ExitedWithCode(1),
+                "^Unable to open dir " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAnEntryFailsFatally) {
+    EXPECT_EXIT(chown_short_of_descriptors(top_, 3), ::testing::ExitedWithCode(1),
+                "^Unable to chown directory entry only: Too many open files\n\nSystem error 24: Too many open files\n$");
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAndGivesOne) {
+    int result = -1;
+    const auto printed = printed_by([&] {
+        sorvane::test::NoFreeDescriptors guard;
+        result = remove_tree(top_);
+    });
+    EXPECT_EQ(result, 1);
+    expect_reported(printed,
+                    with_system_error("Unable to get file descriptor of current dir: Too many open files\n", EMFILE));
+    EXPECT_TRUE(path_exists(top_ + "/only"));
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAnEntryItCannotUnlink) {
+    write_file("/tmp/pinned", "p");
+    ASSERT_EQ(mount("/tmp/pinned", (top_ + "/only").c_str(), nullptr, MS_BIND, nullptr), 0);
+    const auto inside = printed_by([&] { EXPECT_EQ(remove_tree(top_), 1); });
+    expect_reported(inside, with_system_error("Unable to unlink directory entry only: Device or resource busy\n", EBUSY));
+    const auto as_top = printed_by([&] { EXPECT_EQ(remove_tree(top_ + "/only"), 1); });
+    expect_reported(as_top, with_system_error("Unable to unlink entry " + top_ + "/only: Device or resource busy\n", EBUSY));
+    umount2((top_ + "/only").c_str(), MNT_DETACH);
+}
+
+}  // namespace
