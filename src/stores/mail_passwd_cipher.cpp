@@ -210,7 +210,9 @@ struct StoredFields {
 
 StoredFields split_stored_form(std::string_view stored) {
     const std::size_t second = stored.find('$', 1);
-    const std::size_t last = stored.rfind('$');
+    // memrchr: the cipher text field may be long, and it is scanned backwards.
+    const auto* last_dollar = static_cast<const char*>(memrchr(stored.data(), '$', stored.size()));
+    const std::size_t last = static_cast<std::size_t>(last_dollar - stored.data());
     StoredFields fields;
     fields.spec = stored.substr(1, second - 1);
     fields.cipher_text = stored.substr(last + 1);
@@ -266,8 +268,10 @@ std::optional<std::string> mail_passwd_decrypt(std::string_view stored) {
     MailPasswdCipher* context = find_context(fields.spec);
     if (context == nullptr || (!fields.iv.empty() && !load_iv(*context, fields.iv)))
         return invalid_argument();
+    if (!fits_cipher_input(base64_decoded_size(fields.cipher_text), "encrypted"))
+        return invalid_argument();
     const auto cipher_text = base64_decode(fields.cipher_text);
-    if (!cipher_text || !fits_cipher_input(cipher_text->size(), "encrypted"))
+    if (!cipher_text)
         return invalid_argument();
     return decipher(*context, *cipher_text);
 }

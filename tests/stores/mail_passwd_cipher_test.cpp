@@ -185,6 +185,29 @@ TEST_F(MailPasswdCipherTest, ShortKeyFileFailsInitialisation) {
     EXPECT_EQ(errno, EINVAL);
 }
 
+TEST_F(MailPasswdCipherTest, PlainTextOfTwoGigabytesIsRefused) {
+    use_key(kKeyA);
+    ASSERT_TRUE(mail_passwd_cipher_init(key_path));
+    errno = 0;
+    EXPECT_EQ(mail_passwd_encrypt(std::string(2147483647, 'x')), std::nullopt);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(logged(), std::vector<std::string>{"4 Attempt to feed into symmetric cipher more plain data (2147483647 "
+                                                 "bytes) than it's designed to handle."});
+}
+
+TEST_F(MailPasswdCipherTest, CipherTextOfTwoGigabytesIsRefused) {
+    use_key(kKeyA);
+    ASSERT_TRUE(mail_passwd_cipher_init(key_path));
+    // 2863311532 Base64 characters stand for 2147483649 bytes.
+    std::string stored = "$AES-256-CBC:PKCS$" + kIvBase64 + "$";
+    stored.append(2863311532, 'A');
+    errno = 0;
+    EXPECT_EQ(mail_passwd_decrypt(stored), std::nullopt);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(logged(), std::vector<std::string>{"4 Attempt to feed into symmetric cipher more encrypted data "
+                                                 "(2147483649 bytes) than it's designed to handle."});
+}
+
 TEST_F(MailPasswdCipherTest, EncryptingWithoutAContextFailsWithEinval) {
     errno = 0;
     EXPECT_EQ(mail_passwd_encrypt("secret"), std::nullopt);
