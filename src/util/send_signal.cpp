@@ -35,9 +35,10 @@ int leading_pid(std::string_view line) {
 }
 
 // Sends signal to the process on line; false when the line holds no pid.
+// 0 is no process id: kill would take it for this process's whole group.
 bool signal_line(std::string_view line, int signal) {
     const int pid = leading_pid(line);
-    if (pid < 0) {
+    if (pid <= 0) {
         errno = 0;
         report_error(0, 0, "send_signal_field(): malformed ps output: %.*s", static_cast<int>(line.size()),
                      line.data());

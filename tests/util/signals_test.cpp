@@ -45,11 +45,12 @@ TEST_F(SignalsTest, MatchingProcessIsSignalledAndCounted) {
 }
 
 TEST_F(SignalsTest, MalformedLinesAreReportedAndSkipped) {
-    fake_ps("  PID COMMAND\nabc needle\n 12x needle\n");
+    fake_ps("  PID COMMAND\nabc needle\n 12x needle\n 0 needle\n");
     const auto printed = printed_by([] { EXPECT_EQ(send_signal_field("comm", "needle", SIGTERM), 0); });
     sorvane::test::expect_reported(printed,
                                    "send_signal_field(): malformed ps output: abc needle\n"
-                                   "send_signal_field(): malformed ps output:  12x needle\n");
+                                   "send_signal_field(): malformed ps output:  12x needle\n"
+                                   "send_signal_field(): malformed ps output:  0 needle\n");
 }
 
 TEST_F(SignalsTest, FailedKillIsReportedLoggedAndStillCounted) {
