@@ -9,9 +9,11 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
+using crelm::util::ParentDir;
 using crelm::util::UniqueFd;
 
 namespace {
@@ -33,31 +35,35 @@ bool is_directory(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+bool is_directory_at(int dir_fd, const std::string& name) {
+    struct stat info {};
+    return ::fstatat(dir_fd, name.c_str(), &info, 0) == 0 && S_ISDIR(info.st_mode);
+}
+
 int report_dir_failure(const char* format, const std::string& path) {
     report_error(0, 0, format, path.c_str(), std::strerror(errno));
     return -1;
 }
 
-enum class Component { parent, last };
-
-// Creates one directory for mkdir_p_owned; true when it was made here. A
-// parent that is no directory shows in the next component's mkdir.
-bool make_one(const std::string& prefix, mode_t mode, Component component) {
-    if (::mkdir(prefix.c_str(), mode) == 0)
-        return true;
-    if (errno != EEXIST)
-        report_error(1, 1, "Cannot create directory %s: %s", prefix.c_str(), std::strerror(errno));
-    if (component == Component::last && !is_directory(prefix)) {
-        errno = EEXIST;
-        report_error(1, 1, "Cannot create directory %s: %s", prefix.c_str(), std::strerror(errno));
-    }
-    return false;
+[[noreturn]] void cannot_create(const std::string& path) {
+    report_error(1, 1, "Cannot create directory %s: %s", path.c_str(), std::strerror(errno));
+    std::abort();  // report_error has ended the program
 }
 
-void give_created(const std::string& prefix, uid_t uid, gid_t gid) {
-    const UniqueFd made = crelm::util::open_nofollow(AT_FDCWD, prefix.c_str());
-    if (!made.valid() || crelm::util::chown_handle(made.get(), uid, gid) != 0)
-        report_error(0, 0, "Cannot chown %s: %s", prefix.c_str(), std::strerror(errno));
+// One step of mkdir_p_owned: makes name inside parent (accepting a directory
+// that is there) and gives a directory made here to uid and gid. Returns
+// the handle to go on from.
+UniqueFd make_component(int parent, const std::string& name, const std::string& shown, uid_t uid, gid_t gid,
+                        mode_t mode) {
+    const bool created = ::mkdirat(parent, name.c_str(), mode) == 0;
+    if (!created && errno != EEXIST)
+        cannot_create(shown);
+    UniqueFd made = crelm::util::open_component(parent, name);
+    if (!made.valid())
+        return made;
+    if (created && crelm::util::chown_handle(made.get(), uid, gid) != 0)
+        report_error(0, 0, "Cannot chown %s: %s", shown.c_str(), std::strerror(errno));
+    return made;
 }
 
 int report_target_exists(const std::string& path) {
@@ -77,14 +83,17 @@ int rename_no_replace(const std::string& old_path, const std::string& new_path) 
 }  // namespace
 
 int make_dir_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
-    if (::mkdir(path.c_str(), mode) != 0) {
+    const ParentDir parent = crelm::util::open_parent(path);
+    if (!parent.fd.valid())
+        return report_dir_failure("ERROR: Unable to mkdir %s: %s\n", path);
+    if (::mkdirat(parent.fd.get(), parent.name.c_str(), mode) != 0) {
         const int failure = errno;
-        if (failure != EEXIST || !is_directory(path)) {
+        if (failure != EEXIST || !is_directory_at(parent.fd.get(), parent.name)) {
             errno = failure;
             return report_dir_failure("ERROR: Unable to mkdir %s: %s\n", path);
         }
     }
-    const UniqueFd made = crelm::util::open_nofollow(AT_FDCWD, path.c_str());
+    const UniqueFd made = crelm::util::open_nofollow(parent.fd.get(), parent.name.c_str());
     if (!made.valid() && errno == ENOENT)
         return 0;
     if (!made.valid() || crelm::util::chown_handle(made.get(), uid, gid) != 0)
@@ -97,10 +106,19 @@ int make_dir_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
 int mkdir_p_owned(const std::string& path, uid_t uid, gid_t gid, mode_t mode) {
     const crelm::util::UmaskScope no_mask(0);
     const std::vector<std::string> prefixes = path_prefixes(path);
+    UniqueFd current(::open(path.starts_with('/') ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
     for (std::size_t i = 0; i < prefixes.size(); ++i) {
-        const Component component = i + 1 == prefixes.size() ? Component::last : Component::parent;
-        if (make_one(prefixes[i], mode & 0777, component))
-            give_created(prefixes[i], uid, gid);
+        const std::string name = prefixes[i].substr(prefixes[i].find_last_of('/') + 1);
+        current = make_component(current.get(), name, prefixes[i], uid, gid, mode & 0777);
+        if (!current.valid()) {
+            // A component that is no directory shows in the next one's name,
+            // as mkdir of that one would report it.
+            if (errno == ENOTDIR && i + 1 < prefixes.size())
+                cannot_create(prefixes[i + 1]);
+            if (errno == ENOTDIR)
+                errno = EEXIST;
+            cannot_create(prefixes[i]);
+        }
     }
     return 0;
 }

@@ -1,7 +1,7 @@
 #include "util/file_create.h"
 
 #include "runtime/log.h"
-#include "util/unique_fd.h"
+#include "util/nofollow.h"
 
 #include <fcntl.h>
 
@@ -11,7 +11,11 @@
 namespace {
 
 int open_and_close(const std::string& path, int extra_flags, const char* failure_format) {
-    crelm::util::UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | extra_flags, 0644));
+    const crelm::util::ParentDir parent = crelm::util::open_parent(path);
+    crelm::util::UniqueFd fd(parent.fd.valid()
+                                 ? ::openat(parent.fd.get(), parent.name.c_str(),
+                                            O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | extra_flags, 0644)
+                                 : -1);
     if (!fd.valid() || fd.close() != 0) {
         report_error(0, 0, failure_format, path.c_str(), std::strerror(errno));
         return -1;

@@ -1,5 +1,6 @@
 // Making sure a file exists, empty or as it is. Neither ever writes
-// through a symbolic link at the path (refused with ELOOP).
+// through a symbolic link a mail user planted (refused with ELOOP; see
+// util/nofollow.h for the rule).
 #pragma once
 
 #include <string>

@@ -14,7 +14,7 @@ namespace {
 enum class Missing { fails, is_fine };
 
 int change(const std::string& path, uid_t uid, gid_t gid, mode_t mode, Missing missing) {
-    const crelm::util::UniqueFd target = crelm::util::open_nofollow(AT_FDCWD, path.c_str());
+    const crelm::util::UniqueFd target = crelm::util::open_path_nofollow(path);
     if (!target.valid() && errno == ENOENT && missing == Missing::is_fine)
         return 0;
     if (!target.valid() || crelm::util::chown_handle(target.get(), uid, gid) != 0) {

@@ -193,20 +193,30 @@ void chown_short_of_descriptors(const std::string& top, int spare) {
     chown_tree(top, 0, 0, TopDirectory::change);
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, SavingTheWorkingDirectoryFailsFatally) {
+// Reaching the top holds one descriptor (two for a moment); entering a
+// directory takes three more (the working directory, the directory, its
+// listing); changing a file one more.
+TEST_F(TreeWalkOutOfDescriptorsTest, ReachingTheTopFailsFatally) {
     EXPECT_EXIT(chown_short_of_descriptors(top_, 0), ::testing::ExitedWithCode(1),
-                "^Unable to get file descriptor of current dir: Too many open files\n\nSystem error 24: Too many open "
-                "files\n$");
+                "^Unable to get entry " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
 TEST_F(TreeWalkOutOfDescriptorsTest, OpeningTheDirectoryFailsFatally) {
-    EXPECT_EXIT(chown_short_of_descriptors(top_, 1), ::testing::ExitedWithCode(1),
+    EXPECT_EXIT(chown_short_of_descriptors(top_, 2), ::testing::ExitedWithCode(1),
                 "^Unable to open dir " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
 TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAnEntryFailsFatally) {
-    EXPECT_EXIT(chown_short_of_descriptors(top_, 3), ::testing::ExitedWithCode(1),
+    EXPECT_EXIT(chown_short_of_descriptors(top_, 4), ::testing::ExitedWithCode(1),
                 "^Unable to chown directory entry only: Too many open files\n\nSystem error 24: Too many open files\n$");
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, SavingTheWorkingDirectoryFailsFatally) {
+    ASSERT_EQ(unlink((top_ + "/only").c_str()), 0);
+    ASSERT_EQ(mkdir((top_ + "/sub").c_str(), 0755), 0);
+    EXPECT_EXIT(chown_short_of_descriptors(top_, 4), ::testing::ExitedWithCode(1),
+                "^Unable to get file descriptor of current dir: Too many open files\n\nSystem error 24: Too many "
+                "open files\n$");
 }
 
 TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAndGivesOne) {
@@ -216,8 +226,7 @@ TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAndGivesOne) {
         result = remove_tree(top_);
     });
     EXPECT_EQ(result, 1);
-    expect_reported(printed,
-                    with_system_error("Unable to get file descriptor of current dir: Too many open files\n", EMFILE));
+    expect_reported(printed, with_system_error("Unable to get entry " + top_ + ": Too many open files\n", EMFILE));
     EXPECT_TRUE(path_exists(top_ + "/only"));
 }
 

@@ -1,0 +1,118 @@
+// Links a mail user plants on the way to a path (owned by popuser) are never
+// followed; links root made (the system's own) are.
+#include "printed.h"
+#include "support/sandbox.h"
+#include "util/directories.h"
+#include "util/file_create.h"
+#include "util/owner_mode.h"
+#include "util/tree_walk.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using sorvane::test::expect_reported;
+using sorvane::test::file_info;
+using sorvane::test::path_exists;
+using sorvane::test::printed_by;
+using sorvane::test::read_file;
+using sorvane::test::with_system_error;
+using sorvane::test::write_file;
+
+const std::string kLoop = "Too many levels of symbolic links";
+
+class PlantedLinksTest : public sorvane::test::SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        home_ = "/var/qmail/mailnames/example.com/info";
+        ASSERT_EQ(mkdir("/var/qmail/mailnames/example.com", 0700), 0);
+        ASSERT_EQ(mkdir(home_.c_str(), 0700), 0);
+        // The mail user swapped its Maildir for a link to the root directory.
+        plant(home_ + "/Maildir", "/");
+        tmp_before_ = file_info("/tmp");
+        passwd_before_ = file_info("/etc/passwd");
+    }
+
+    static void plant(const std::string& at, const std::string& target) {
+        ASSERT_EQ(symlink(target.c_str(), at.c_str()), 0);
+        ASSERT_EQ(lchown(at.c_str(), sorvane::test::popuser_uid(), sorvane::test::popuser_gid()), 0);
+    }
+
+    void expect_system_untouched() {
+        EXPECT_EQ(file_info("/tmp").uid, tmp_before_.uid);
+        EXPECT_EQ(file_info("/tmp").mode, tmp_before_.mode);
+        EXPECT_EQ(file_info("/etc/passwd").uid, passwd_before_.uid);
+        EXPECT_EQ(file_info("/etc/passwd").mode, passwd_before_.mode);
+    }
+
+    std::string home_;
+    sorvane::test::FileInfo tmp_before_{};
+    sorvane::test::FileInfo passwd_before_{};
+};
+
+TEST_F(PlantedLinksTest, MakeDirOwnedDoesNotReachThroughALinkOnTheWay) {
+    const std::string path = home_ + "/Maildir/tmp";
+    const auto printed = printed_by([&] {
+        EXPECT_EQ(make_dir_owned(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), -1);
+    });
+    expect_reported(printed, with_system_error("ERROR: Unable to mkdir " + path + ": " + kLoop + "\n", ELOOP));
+    expect_system_untouched();
+}
+
+TEST_F(PlantedLinksTest, SetOwnerModeDoesNotReachThroughALinkOnTheWay) {
+    const std::string path = home_ + "/Maildir/etc/passwd";
+    const auto printed = printed_by([&] {
+        EXPECT_EQ(set_owner_mode(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0666), -1);
+    });
+    expect_reported(printed, with_system_error("ERROR: unable to chown " + path + ": " + kLoop + "\n", ELOOP));
+    expect_system_untouched();
+}
+
+TEST_F(PlantedLinksTest, TruncateDoesNotReachThroughALinkOnTheWay) {
+    const std::string text = read_file("/etc/passwd");
+    const auto printed = printed_by([&] { EXPECT_EQ(truncate_file(home_ + "/Maildir/etc/passwd"), -1); });
+    EXPECT_NE(printed.out.find(kLoop), std::string::npos);
+    EXPECT_EQ(read_file("/etc/passwd"), text);
+}
+
+TEST_F(PlantedLinksTest, MkdirPOwnedEndsTheProgramAtALinkOnTheWay) {
+    const std::string path = home_ + "/Maildir/tmp/new";
+    EXPECT_EXIT(mkdir_p_owned(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700),
+                ::testing::ExitedWithCode(1), "^Cannot create directory " + home_ + "/Maildir: " + kLoop);
+    expect_system_untouched();
+    EXPECT_FALSE(path_exists("/tmp/new"));
+}
+
+TEST_F(PlantedLinksTest, ChownTreeEndsTheProgramAtALinkOnTheWay) {
+    const std::string path = home_ + "/Maildir/etc";
+    EXPECT_EXIT(chown_tree(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::change),
+                ::testing::ExitedWithCode(1), "^Unable to get entry " + path + ": " + kLoop);
+    expect_system_untouched();
+}
+
+TEST_F(PlantedLinksTest, RemoveTreeRefusesAPathThroughALink) {
+    write_file("/tmp/victim/file", "v");
+    const std::string path = home_ + "/Maildir/tmp/victim";
+    const auto printed = printed_by([&] { EXPECT_EQ(remove_tree(path), 1); });
+    expect_reported(printed, with_system_error("Unable to get entry " + path + ": " + kLoop + "\n", ELOOP));
+    EXPECT_EQ(read_file("/tmp/victim/file"), "v");
+}
+
+TEST_F(PlantedLinksTest, LinksThatRootMadeAreFollowed) {
+    ASSERT_EQ(mkdir("/tmp/real", 0755), 0);
+    ASSERT_EQ(symlink("/tmp/real", "/tmp/system-link"), 0);
+    EXPECT_EQ(make_dir_owned("/tmp/system-link/made", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700),
+              0);
+    EXPECT_EQ(file_info("/tmp/real/made").uid, sorvane::test::popuser_uid());
+    write_file("/tmp/real/file", "x", 0644);
+    EXPECT_EQ(set_owner_mode("/tmp/system-link/file", sorvane::test::popuser_uid(), 0, 0600), 0);
+    EXPECT_EQ(file_info("/tmp/real/file").mode, 0600U);
+    EXPECT_EQ(mkdir_p_owned("/tmp/system-link/a/b", 0, 0, 0755), 0);
+    EXPECT_TRUE(path_exists("/tmp/real/a/b"));
+    EXPECT_EQ(remove_tree("/tmp/system-link/a"), 0);
+    EXPECT_FALSE(path_exists("/tmp/real/a"));
+}
+
+}  // namespace
