@@ -50,22 +50,17 @@ bool open_for_write(const std::string& path, SqliteDb& db) {
 
 }  // namespace
 
-bool QuotaStatement::ready_for_run() {
-    if (!statement_)
-        return prepare_logged(db_, sql_, statement_);
-    sqlite3_reset(statement_.get());
-    sqlite3_clear_bindings(statement_.get());
-    return true;
-}
-
 QuotaWriteOutcome QuotaStatement::run(std::initializer_list<QuotaTextParameter> parameters,
                                       const std::function<void(const char* reason)>& report_step_failure) {
-    if (!ready_for_run() || !bind_all(db_, statement_.get(), parameters))
+    if ((!statement_ && !prepare_logged(db_, sql_, statement_)) || !bind_all(db_, statement_.get(), parameters))
         return QuotaWriteOutcome::FailedBeforeStep;
-    if (sqlite_step_with_retry(statement_.get()) == SQLITE_DONE)
-        return QuotaWriteOutcome::Done;
-    report_step_failure(sqlite_error_text(db_));
-    return QuotaWriteOutcome::StepFailed;
+    const int rc = sqlite_step_with_retry(statement_.get());
+    if (rc != SQLITE_DONE)
+        report_step_failure(sqlite_error_text(db_));
+    // Ready for the next run, and holding no pointer into the caller's text.
+    sqlite3_reset(statement_.get());
+    sqlite3_clear_bindings(statement_.get());
+    return rc == SQLITE_DONE ? QuotaWriteOutcome::Done : QuotaWriteOutcome::StepFailed;
 }
 
 bool run_quota_write(const std::string& path, const std::function<QuotaWriteOutcome(sqlite3* db)>& body) {

@@ -14,7 +14,7 @@
 namespace crelm::mail {
 
 // A text parameter and the name its bind failure message gives. The value is
-// bound without a copy, so it must outlive the statement.
+// bound without a copy for the length of one run.
 struct QuotaTextParameter {
     const std::string& value;
     const char* name;
@@ -27,8 +27,8 @@ enum class QuotaWriteOutcome {
     StepFailed,        // the write's own statement failed: logged, reported as failure
 };
 
-// One statement of a write, prepared at its first run and reset for each
-// later one, so that a bulk write parses its SQL once.
+// One statement of a write, prepared at its first run and reset after each,
+// so that a bulk write parses its SQL once.
 class QuotaStatement {
 public:
     QuotaStatement(sqlite3* db, std::string_view sql) : db_(db), sql_(sql) {}
@@ -41,8 +41,6 @@ public:
                           const std::function<void(const char* reason)>& report_step_failure);
 
 private:
-    bool ready_for_run();
-
     sqlite3* db_;
     std::string_view sql_;
     SqliteStatement statement_;
