@@ -3,6 +3,7 @@
 #include "runtime/log.h"
 #include "util/fd_copy.h"
 #include "util/file_lock.h"
+#include "util/nofollow.h"
 #include "util/temp_file.h"
 #include "util/unique_fd.h"
 
@@ -22,7 +23,10 @@ namespace {
 int open_destination(const std::string& destination, mode_t mode) {
     if (destination == "-")
         return ::fcntl(1, F_DUPFD_CLOEXEC, 3);
-    return ::open(destination.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode);
+    const crelm::util::ParentDir dir = crelm::util::open_parent(destination);
+    if (!dir.fd.valid())
+        return -1;
+    return ::openat(dir.fd.get(), dir.name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode);
 }
 
 int copy_locked(const std::string& source, const std::string& destination) {

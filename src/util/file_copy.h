@@ -8,7 +8,8 @@
 // Copies source onto destination ("-" is standard output) under the
 // destination's lock in "/run/lock/files", in blocks of 8192 bytes; the
 // destination is created with the source's mode and never written through
-// a symbolic link. The same string for both is a success that does nothing.
+// a symbolic link (reached by the walk of util/nofollow.h). The same string
+// for both is a success that does nothing.
 // Result: 0, or 1 after one of
 //   "Error occurred while locking the file %s\n"
 //   "Unable to open file %s: %s" (source or destination)

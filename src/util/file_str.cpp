@@ -3,6 +3,7 @@
 #include "runtime/log.h"
 #include "util/file_lock.h"
 #include "util/line_writer.h"
+#include "util/nofollow.h"
 #include "util/stdio_file.h"
 #include "util/temp_file.h"
 
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <string_view>
 
+using crelm::util::ParentDir;
 using crelm::util::StdioFile;
 using crelm::util::TempFile;
 
@@ -21,6 +23,15 @@ namespace {
 
 constexpr std::size_t kPathBuffer = 4096;
 constexpr int kLineBuffer = 4096;  // a line is read at most 4095 bytes at a time
+
+// The edited file: its path for messages, and its directory and name,
+// reached without following a link a mail user planted.
+struct Target {
+    const std::string& path;
+    ParentDir dir;
+    int dir_fd() const { return dir.fd.get(); }
+    const char* name() const { return dir.name.c_str(); }
+};
 
 // The file as it was before the edit; null when it did not exist.
 using Before = const struct stat*;
@@ -39,8 +50,8 @@ StdioFile open_stream(int fd, const char* mode) {
     return StdioFile(stream);
 }
 
-StdioFile open_source(const std::string& path) {
-    return open_stream(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC), "r");
+StdioFile open_source(const Target& target) {
+    return open_stream(::openat(target.dir_fd(), target.name(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC), "r");
 }
 
 std::string temp_path_of(const std::string& path) {
@@ -53,13 +64,13 @@ struct TempOutput {
     StdioFile stream;
 };
 
-TempOutput open_temp(const std::string& path) {
-    const std::string temp_path = temp_path_of(path);
-    if (temp_path.size() >= kPathBuffer) {
+TempOutput open_temp(const Target& target) {
+    if (temp_path_of(target.path).size() >= kPathBuffer) {
         errno = ENAMETOOLONG;
         return {TempFile::none(), nullptr};
     }
-    TempFile file = TempFile::create_fresh(temp_path, 0666);
+    TempFile file =
+        TempFile::create_fresh(target.dir_fd(), temp_path_of(target.dir.name), temp_path_of(target.path), 0666);
     StdioFile stream = open_stream(file.release_fd(), "w");
     return {std::move(file), std::move(stream)};
 }
@@ -76,15 +87,15 @@ int give_back_owner_mode(int fd, Before before, const std::string& path) {
 
 // Owner and mode go onto the temporary file's own descriptor before it is
 // renamed, so that nothing is ever changed through a name in between.
-int finish_temp(TempOutput& temp, Before before, const std::string& path, const char* rename_message) {
+int finish_temp(TempOutput& temp, Before before, const Target& target, const char* rename_message) {
     if (std::fflush(temp.stream.get()) != 0)
         return failed("Unable to close file %s: %s\n", temp.file.path());
-    if (give_back_owner_mode(::fileno(temp.stream.get()), before, path) != 0)
+    if (give_back_owner_mode(::fileno(temp.stream.get()), before, target.path) != 0)
         return 1;
     if (crelm::util::close_stream(temp.stream) != 0)
         return failed("Unable to close file %s: %s\n", temp.file.path());
-    if (temp.file.commit_to(path) != 0)
-        return failed(rename_message, path);
+    if (temp.file.commit_to(target.dir.name) != 0)
+        return failed(rename_message, target.path);
     return 0;
 }
 
@@ -115,76 +126,81 @@ bool is_removed(std::string_view piece, const std::vector<std::string>& lines, L
     return false;
 }
 
-int remove_lines(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+int remove_lines(const Target& target, const std::vector<std::string>& lines, LineAction action,
                  LinePosition position, Before before) {
-    StdioFile source = open_source(path);
+    StdioFile source = open_source(target);
     if (!source)
-        return failed("Unable to open file %s: %s\n", path);
-    TempOutput temp = open_temp(path);
+        return failed("Unable to open file %s: %s\n", target.path);
+    TempOutput temp = open_temp(target);
     if (!temp.stream)
-        return failed("Unable to open file %s: %s\n", temp_path_of(path));
+        return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
     char piece[kLineBuffer];
     while (std::fgets(piece, sizeof piece, source.get()) != nullptr) {
         if (!is_removed(piece, lines, action, position) && std::fputs(piece, temp.stream.get()) == EOF)
-            report_error(1, 1, "cannot write a line to %s.tmp", path.c_str());
+            report_error(1, 1, "cannot write a line to %s.tmp", target.path.c_str());
     }
     if (std::ferror(source.get()))
-        return failed("Unable to read line from file: %s: %s\n", path);
+        return failed("Unable to read line from file: %s: %s\n", target.path);
     if (crelm::util::close_stream(source) != 0)
-        return failed("Unable to close file %s: %s\n", path);
-    return finish_temp(temp, before, path, "Error while rename file %s: %s\n");
+        return failed("Unable to close file %s: %s\n", target.path);
+    return finish_temp(temp, before, target, "Error while rename file %s: %s\n");
 }
 
-int copy_old_contents(const std::string& path, std::FILE* to, const std::string& temp_path) {
-    StdioFile source = open_source(path);
+int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path) {
+    StdioFile source = open_source(target);
     if (!source)
-        return failed("Unable to open file %s: %s\n", path);
+        return failed("Unable to open file %s: %s\n", target.path);
     char piece[kLineBuffer];
     while (std::fgets(piece, sizeof piece, source.get()) != nullptr)
         if (std::fputs(piece, to) == EOF)
             return failed("Unable to fputs to file %s: %s\n", temp_path);
     if (std::ferror(source.get()))
-        return failed("Unable to read line from file: %s: %s\n", path);
+        return failed("Unable to read line from file: %s: %s\n", target.path);
     return 0;
 }
 
-int add_at_top(const std::string& path, const std::vector<std::string>& lines, Before before) {
-    TempOutput temp = open_temp(path);
+int add_at_top(const Target& target, const std::vector<std::string>& lines, Before before) {
+    TempOutput temp = open_temp(target);
     if (!temp.stream)
-        return failed("Unable to open file %s: %s\n", temp_path_of(path));
+        return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
     if (write_lines(temp.stream.get(), lines) != 0)
         return failed("Unable to fputs to file %s: %s\n", temp.file.path());
-    if (before != nullptr && copy_old_contents(path, temp.stream.get(), temp.file.path()) != 0)
+    if (before != nullptr && copy_old_contents(target, temp.stream.get(), temp.file.path()) != 0)
         return 1;
-    return finish_temp(temp, before, path, "Unable to rename file %s: %s\n");
+    return finish_temp(temp, before, target, "Unable to rename file %s: %s\n");
 }
 
-int append_lines(const std::string& path, const std::vector<std::string>& lines, Before before) {
-    StdioFile out = open_stream(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666), "a");
+int append_lines(const Target& target, const std::vector<std::string>& lines, Before before) {
+    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    StdioFile out = open_stream(::openat(target.dir_fd(), target.name(), flags, 0666), "a");
     if (!out)
-        return failed("Unable to open file %s: %s\n", path);
+        return failed("Unable to open file %s: %s\n", target.path);
     if (write_lines(out.get(), lines) != 0 || std::fflush(out.get()) != 0)
-        return failed("Unable to write data into file %s: %s\n", path);
-    if (give_back_owner_mode(::fileno(out.get()), before, path) != 0)
+        return failed("Unable to write data into file %s: %s\n", target.path);
+    if (give_back_owner_mode(::fileno(out.get()), before, target.path) != 0)
         return 1;
     if (crelm::util::close_stream(out) != 0)
-        return failed("Unable to close file %s: %s\n", path);
+        return failed("Unable to close file %s: %s\n", target.path);
     return 0;
 }
 
-int edit(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position,
+int edit(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
          Before before) {
     if (action != LineAction::add)
-        return remove_lines(path, lines, action, position, before);
+        return remove_lines(target, lines, action, position, before);
     if (position == LinePosition::start)
-        return add_at_top(path, lines, before);
-    return append_lines(path, lines, before);
+        return add_at_top(target, lines, before);
+    return append_lines(target, lines, before);
 }
 
 int release(FileLock& lock, const std::string& path) {
     if (unlock_file(lock) != 0)
         return failed("Error occurred while unlocking the file %s: %s\n", path);
     return 0;
+}
+
+bool examine(const Target& target, struct stat& before) {
+    return target.dir.fd.valid() && ::fstatat(target.dir_fd(), target.name(), &before, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 }  // namespace
@@ -194,8 +210,9 @@ int file_str(const std::string& path, const std::vector<std::string>& lines, Lin
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held())
         return failed("Error occurred while locking the file %s: %s\n", path);
+    const Target target{path, crelm::util::open_parent(path)};
     struct stat before {};
-    const bool existed = ::lstat(path.c_str(), &before) == 0;
+    const bool existed = examine(target, before);
     if (!existed && errno != ENOENT) {
         // The file is left locked: it is in a state this run cannot judge.
         lock.keep_until_exit();
@@ -205,11 +222,11 @@ int file_str(const std::string& path, const std::vector<std::string>& lines, Lin
         release(lock, path);
         return 1;
     }
-    if (existed && S_ISLNK(before.st_mode)) {
+    if (existed && S_ISLNK(before.st_mode))
         errno = ELOOP;
+    if ((existed && S_ISLNK(before.st_mode)) || !target.dir.fd.valid())
         return failed("Unable to open file %s: %s\n", path);
-    }
-    const int result = edit(path, lines, action, position, existed ? &before : nullptr);
+    const int result = edit(target, lines, action, position, existed ? &before : nullptr);
     if (release(lock, path) != 0)
         return 1;
     return result;

@@ -33,9 +33,11 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 //   the lock cannot be released: "Error occurred while unlocking the file
 //     %s: %s\n"
 // A failed write of a kept line ends the program ("cannot write a line to
-// %s.tmp"). The file is never edited through a symbolic link: a link at
-// the path is refused ("Unable to open file"), and one at "<path>.tmp" is
-// replaced. The temporary file is removed on every failure.
+// %s.tmp"). The file is never edited through a symbolic link: it is
+// reached by the walk of util/nofollow.h (a link a mail user planted on the
+// way fails the stat), a link at the path is refused ("Unable to open
+// file"), and one at "<path>.tmp" is replaced. The temporary file is
+// removed on every failure.
 int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action,
              LinePosition position);
 

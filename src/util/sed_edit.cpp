@@ -1,6 +1,7 @@
 #include "util/sed_edit.h"
 
 #include "runtime/log.h"
+#include "util/nofollow.h"
 #include "util/process.h"
 #include "util/temp_file.h"
 #include "util/unique_fd.h"
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+using crelm::util::ParentDir;
 using crelm::util::TempFile;
 using crelm::util::UniqueFd;
 
@@ -21,13 +23,12 @@ namespace {
 constexpr const char* kSed = "/bin/sed";
 constexpr std::size_t kPathBuffer = 4096;
 
-TempFile create_output(const std::string& path) {
-    const std::string temp_path = path + ".tmp";
-    if (temp_path.size() >= kPathBuffer) {
+TempFile create_output(const ParentDir& dir, const std::string& path) {
+    if (path.size() + 4 >= kPathBuffer) {
         errno = ENAMETOOLONG;
         return TempFile::none();
     }
-    return TempFile::create_fresh(temp_path, 0644);
+    return TempFile::create_fresh(dir.fd.get(), dir.name + ".tmp", path + ".tmp", 0644);
 }
 
 int run_sed(const std::vector<std::string>& sed_args, int in, int out) {
@@ -45,12 +46,12 @@ void restore_attributes(int fd, const struct stat& saved, const std::string& pat
                      std::strerror(errno));
 }
 
-int replace_with(TempFile& output, const std::string& path) {
-    if (::unlink(path.c_str()) != 0) {
+int replace_with(TempFile& output, const ParentDir& dir, const std::string& path) {
+    if (::unlinkat(dir.fd.get(), dir.name.c_str(), 0) != 0) {
         report_error(0, 0, "Unable to delete '%s' file: %s", path.c_str(), std::strerror(errno));
         return -1;
     }
-    if (output.commit_to(path) != 0) {
+    if (output.commit_to(dir.name) != 0) {
         output.keep();
         report_error(0, 0, "Unable to rename '%s' to '%s' file: %s", output.path().c_str(), path.c_str(),
                      std::strerror(errno));
@@ -59,20 +60,25 @@ int replace_with(TempFile& output, const std::string& path) {
     return 0;
 }
 
+bool save_attributes(const ParentDir& dir, struct stat& saved) {
+    return dir.fd.valid() && ::fstatat(dir.fd.get(), dir.name.c_str(), &saved, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 }  // namespace
 
 int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path) {
+    const ParentDir dir = crelm::util::open_parent(path);
     struct stat saved {};
-    if (::lstat(path.c_str(), &saved) != 0) {
+    if (!save_attributes(dir, saved)) {
         report_error(0, 0, "ERROR: Unable to save file '%s' attributes : %s", path.c_str(), std::strerror(errno));
         return -1;
     }
-    UniqueFd input(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd input(::openat(dir.fd.get(), dir.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!input.valid()) {
         report_error(0, 0, "ERROR: Unable to open file %s for reading: %s", path.c_str(), std::strerror(errno));
         return -1;
     }
-    TempFile output = create_output(path);
+    TempFile output = create_output(dir, path);
     if (!output.valid()) {
         report_error(0, 0, "ERROR: Unable to truncate or create file %s: %s", (path + ".tmp").c_str(),
                      std::strerror(errno));
@@ -90,5 +96,5 @@ int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string&
         report_error(0, 0, "Unable to close file %s: %s\n", output.path().c_str(), std::strerror(errno));
         return -1;
     }
-    return replace_with(output, path);
+    return replace_with(output, dir, path);
 }

@@ -18,6 +18,8 @@
 //   "Unable to close file %s: %s\n" (the temporary file)
 //   "Unable to delete '%s' file: %s"
 //   "Unable to rename '%s' to '%s' file: %s"
+// The file is reached by the walk of util/nofollow.h and never through a
+// link at its own name; a link at "<path>.tmp" is replaced, not followed.
 // On any failure before the file is unlinked the file is unchanged and the
 // temporary file is removed; if the rename fails after the unlink, the
 // temporary file is kept, since it holds the only copy of the content.

@@ -4,6 +4,7 @@
 
 #include "util/unique_fd.h"
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <string>
@@ -12,15 +13,17 @@ namespace crelm::util {
 
 class TempFile {
 public:
-    // Creates path afresh for writing: whatever is there (a stale temporary
-    // file or a link someone planted) is removed first, then the file is
-    // made with O_EXCL and without following links. mode is subject to the
-    // umask. valid() is false (errno set) when it cannot be made.
-    static TempFile create_fresh(const std::string& path, mode_t mode);
+    // Creates name inside the directory dir_fd (which must outlive the
+    // object) afresh for writing: whatever is there (a stale temporary file
+    // or a link someone planted) is removed first, then the file is made
+    // with O_EXCL and without following links. mode is subject to the umask.
+    // shown is the path used in messages. valid() is false (errno set) when
+    // it cannot be made.
+    static TempFile create_fresh(int dir_fd, const std::string& name, const std::string& shown, mode_t mode);
+    // mkstemp on a "<path>.XXXXXX" template.
+    static TempFile create_unique(const std::string& path_template);
     // A file that could not be made; errno is left as it is.
     static TempFile none();
-    // mkstemp on a "<name>.XXXXXX" template.
-    static TempFile create_unique(const std::string& path_template);
 
     TempFile(TempFile&& other) noexcept;
     TempFile& operator=(TempFile&&) = delete;
@@ -30,23 +33,26 @@ public:
 
     bool valid() const { return fd_.valid(); }
     int fd() const { return fd_.get(); }
-    const std::string& path() const { return path_; }
+    const std::string& path() const { return shown_; }
 
     // Hands the descriptor to a caller (a stream) that will close it.
     int release_fd() { return fd_.release(); }
     // Closes the descriptor; close's result (the file stays until commit).
     int close() { return fd_.close(); }
-    // Renames the file onto target; rename's result. After success there is
+    // Renames the file onto target (a name in the same directory, or a
+    // path for create_unique); rename's result. After success there is
     // nothing left to remove.
     int commit_to(const std::string& target);
     // Leaves the file on disk (it may hold the only copy of the content).
     void keep() { owned_ = false; }
 
 private:
-    TempFile(int fd, std::string path);
+    TempFile(int fd, int dir_fd, std::string name, std::string shown);
 
     UniqueFd fd_;
-    std::string path_;
+    int dir_fd_ = AT_FDCWD;
+    std::string name_;
+    std::string shown_;
     bool owned_ = true;
 };
 

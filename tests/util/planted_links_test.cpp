@@ -116,3 +116,40 @@ TEST_F(PlantedLinksTest, LinksThatRootMadeAreFollowed) {
 }
 
 }  // namespace
+
+#include "runtime/md5_hex.h"
+#include "util/file_copy.h"
+#include "util/file_lock.h"
+#include "util/file_str.h"
+#include "util/sed_edit.h"
+
+namespace {
+
+TEST_F(PlantedLinksTest, LineEditorDoesNotReachThroughALinkOnTheWay) {
+    const std::string text = read_file("/etc/passwd");
+    const std::string path = home_ + "/Maildir/etc/passwd";
+    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path, "x", LineAction::add, LinePosition::end), 1); });
+    expect_reported(printed, with_system_error("file_str: Unable to stat file " + path + ": " + kLoop + "\n", ELOOP));
+    EXPECT_EQ(read_file("/etc/passwd"), text);
+    EXPECT_FALSE(path_exists("/etc/passwd.tmp"));
+}
+
+TEST_F(PlantedLinksTest, SedEditDoesNotReachThroughALinkOnTheWay) {
+    const std::string text = read_file("/etc/passwd");
+    const std::string path = home_ + "/Maildir/etc/passwd";
+    const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/root/toor/"}, path), -1); });
+    expect_reported(printed,
+                    with_system_error("ERROR: Unable to save file '" + path + "' attributes : " + kLoop, ELOOP));
+    EXPECT_EQ(read_file("/etc/passwd"), text);
+}
+
+TEST_F(PlantedLinksTest, CopyDoesNotWriteThroughALinkOnTheWay) {
+    const std::string text = read_file("/etc/passwd");
+    write_file("/tmp/source", "evil\n");
+    const std::string path = home_ + "/Maildir/etc/passwd";
+    const auto printed = printed_by([&] { EXPECT_EQ(copy_file("/tmp/source", path), 1); });
+    expect_reported(printed, with_system_error("Unable to open file " + path + ": " + kLoop, ELOOP));
+    EXPECT_EQ(read_file("/etc/passwd"), text);
+}
+
+}  // namespace
