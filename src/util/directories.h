@@ -1,4 +1,6 @@
-// Creating and renaming directories.
+// Creating and renaming directories. make_dir_owned and mkdir_p_owned reach
+// their paths by the walk of util/nofollow.h: a link a mail user planted on
+// the way is refused (ELOOP, "Too many levels of symbolic links").
 #pragma once
 
 #include <sys/types.h>

@@ -1,6 +1,7 @@
 // Setting the owner, group and mode of one file or directory. A symbolic
-// link at the path is never followed: it is refused with ELOOP ("Too many
-// levels of symbolic links") in the chown message.
+// link at the path is never followed, nor one a mail user planted on the way
+// (see util/nofollow.h): it is refused with ELOOP ("Too many levels of
+// symbolic links") in the chown message.
 #pragma once
 
 #include <sys/types.h>

@@ -2,9 +2,10 @@
 //
 // Mail users can write inside the trees these walk: symbolic links are never
 // followed (a link is skipped by the changers and removed, as a link, by
-// remove_tree), directories are entered only through handles opened without
-// following links, and owners and modes are changed on handles, never by
-// name.
+// remove_tree), the top is reached by the walk of util/nofollow.h (a link a
+// mail user planted on the way gives "Unable to get entry"), directories are
+// entered only through handles opened without following links, and owners
+// and modes are changed on handles, never by name.
 #pragma once
 
 #include <sys/types.h>
