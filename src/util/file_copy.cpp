@@ -91,7 +91,9 @@ int copy_file_atomic(const std::string& source, const std::string& destination, 
         report_error(0, 0, "copy_file_atomic(): source %s open failed: %s", source.c_str(), std::strerror(errno));
         return 1;
     }
-    TempFile temp = TempFile::create_unique(destination + ".XXXXXX");
+    const crelm::util::ParentDir dir = crelm::util::open_parent(destination);
+    TempFile temp = dir.fd.valid() ? TempFile::create_unique(dir.fd.get(), dir.name + ".", destination + ".")
+                                   : TempFile::none();
     if (!temp.valid())
         return atomic_failure("copy_file_atomic(): mkstemp failed: %s", std::strerror(errno));
     if (crelm::util::copy_descriptor(in.get(), temp.fd()) != CopyFailure::none)
@@ -102,7 +104,7 @@ int copy_file_atomic(const std::string& source, const std::string& destination, 
         return atomic_failure("copy_file_atomic(): fchmod failed: %s", std::strerror(errno));
     if (temp.close() != 0)
         return atomic_failure("copy_file_atomic(): close failed: %s", std::strerror(errno));
-    if (temp.commit_to(destination) != 0) {
+    if (temp.commit_to(dir.name) != 0) {
         report_error(0, 0, "copy_file_atomic(): rename %s to %s failed: %s", temp.path().c_str(),
                      destination.c_str(), std::strerror(errno));
         return 1;

@@ -21,8 +21,9 @@
 // unlocking the file %s\n") but does not change the result.
 int copy_file(const std::string& source, const std::string& destination);
 
-// Copies source into a new "<destination>.XXXXXX" (mkstemp), gives it owner,
-// group and mode, and renames it onto destination. Result: 0, or 1 after
+// Copies source into a new "<destination>.XXXXXX" (made as mkstemp does,
+// beside destination, reached by the walk of util/nofollow.h), gives it
+// owner, group and mode, and renames it onto destination. Result: 0, or 1 after
 // one of (the temporary file removed every time)
 //   "copy_file_atomic(): source %s open failed: %s"
 //   "copy_file_atomic(): mkstemp failed: %s"

@@ -1,12 +1,11 @@
 #include "util/temp_file.h"
 
-#include <stdlib.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <utility>
-#include <vector>
 
 namespace crelm::util {
 
@@ -35,12 +34,35 @@ TempFile TempFile::create_fresh(int dir_fd, const std::string& name, const std::
     return TempFile(fd, dir_fd, name, shown);
 }
 
-TempFile TempFile::create_unique(const std::string& path_template) {
-    std::vector<char> name(path_template.begin(), path_template.end());
-    name.push_back('\0');
-    const int fd = ::mkostemp(name.data(), O_CLOEXEC);
-    const std::string made = fd >= 0 ? std::string(name.data()) : path_template;
-    return TempFile(fd, AT_FDCWD, made, made);
+namespace {
+
+constexpr int kUniqueAttempts = 100;
+
+std::string random_suffix() {
+    static constexpr char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    unsigned char bytes[6] = {};
+    if (::getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes))
+        return std::string();
+    std::string suffix;
+    for (const unsigned char byte : bytes)
+        suffix += kLetters[byte % (sizeof kLetters - 1)];
+    return suffix;
+}
+
+}  // namespace
+
+TempFile TempFile::create_unique(int dir_fd, const std::string& name, const std::string& shown) {
+    for (int attempt = 0; attempt < kUniqueAttempts; ++attempt) {
+        const std::string suffix = random_suffix();
+        if (suffix.empty())
+            break;
+        const int fd = ::openat(dir_fd, (name + suffix).c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd >= 0)
+            return TempFile(fd, dir_fd, name + suffix, shown + suffix);
+        if (errno != EEXIST)
+            break;
+    }
+    return none();
 }
 
 TempFile TempFile::none() {

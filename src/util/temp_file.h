@@ -20,8 +20,10 @@ public:
     // shown is the path used in messages. valid() is false (errno set) when
     // it cannot be made.
     static TempFile create_fresh(int dir_fd, const std::string& name, const std::string& shown, mode_t mode);
-    // mkstemp on a "<path>.XXXXXX" template.
-    static TempFile create_unique(const std::string& path_template);
+    // As mkstemp does for "<name>XXXXXX": a new file (mode 0600) named name
+    // followed by six random letters or digits, inside dir_fd; shown is the
+    // path prefix used in messages.
+    static TempFile create_unique(int dir_fd, const std::string& name, const std::string& shown);
     // A file that could not be made; errno is left as it is.
     static TempFile none();
 
@@ -39,8 +41,8 @@ public:
     int release_fd() { return fd_.release(); }
     // Closes the descriptor; close's result (the file stays until commit).
     int close() { return fd_.close(); }
-    // Renames the file onto target (a name in the same directory, or a
-    // path for create_unique); rename's result. After success there is
+    // Renames the file onto target, a name in the same directory; rename's
+    // result. After success there is
     // nothing left to remove.
     int commit_to(const std::string& target);
     // Leaves the file on disk (it may hold the only copy of the content).

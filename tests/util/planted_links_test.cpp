@@ -153,3 +153,16 @@ TEST_F(PlantedLinksTest, CopyDoesNotWriteThroughALinkOnTheWay) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(PlantedLinksTest, AtomicCopyDoesNotWriteThroughALinkOnTheWay) {
+    write_file("/tmp/source", "evil\n");
+    const std::string path = home_ + "/Maildir/etc/passwd";
+    const std::string text = read_file("/etc/passwd");
+    const auto printed = printed_by([&] { EXPECT_EQ(copy_file_atomic("/tmp/source", path, 0, 0, 0644), 1); });
+    expect_reported(printed, with_system_error("copy_file_atomic(): mkstemp failed: " + kLoop, ELOOP));
+    EXPECT_EQ(read_file("/etc/passwd"), text);
+}
+
+}  // namespace
