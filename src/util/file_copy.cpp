@@ -84,16 +84,15 @@ int copy_file(const std::string& source, const std::string& destination) {
     return result;
 }
 
-int copy_file_atomic(const std::string& source, const std::string& destination, uid_t owner, gid_t group,
-                     mode_t mode) {
+int copy_file_atomic(const std::string& source, const std::string& destination, uid_t owner, gid_t group, mode_t mode) {
     UniqueFd in(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
     if (!in.valid()) {
         report_error(0, 0, "copy_file_atomic(): source %s open failed: %s", source.c_str(), std::strerror(errno));
         return 1;
     }
     const crelm::util::ParentDir dir = crelm::util::open_parent(destination);
-    TempFile temp = dir.fd.valid() ? TempFile::create_unique(dir.fd.get(), dir.name + ".", destination + ".")
-                                   : TempFile::none();
+    TempFile temp =
+        dir.fd.valid() ? TempFile::create_unique(dir.fd.get(), dir.name + ".", destination + ".") : TempFile::none();
     if (!temp.valid())
         return atomic_failure("copy_file_atomic(): mkstemp failed: %s", std::strerror(errno));
     if (crelm::util::copy_descriptor(in.get(), temp.fd()) != CopyFailure::none)
@@ -105,8 +104,8 @@ int copy_file_atomic(const std::string& source, const std::string& destination, 
     if (temp.close() != 0)
         return atomic_failure("copy_file_atomic(): close failed: %s", std::strerror(errno));
     if (temp.commit_to(dir.name) != 0) {
-        report_error(0, 0, "copy_file_atomic(): rename %s to %s failed: %s", temp.path().c_str(),
-                     destination.c_str(), std::strerror(errno));
+        report_error(0, 0, "copy_file_atomic(): rename %s to %s failed: %s", temp.path().c_str(), destination.c_str(),
+                     std::strerror(errno));
         return 1;
     }
     return 0;

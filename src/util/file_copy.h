@@ -32,5 +32,4 @@ int copy_file(const std::string& source, const std::string& destination);
 //   "copy_file_atomic(): fchmod failed: %s"
 //   "copy_file_atomic(): close failed: %s"
 //   "copy_file_atomic(): rename %s to %s failed: %s"
-int copy_file_atomic(const std::string& source, const std::string& destination, uid_t owner, gid_t group,
-                     mode_t mode);
+int copy_file_atomic(const std::string& source, const std::string& destination, uid_t owner, gid_t group, mode_t mode);

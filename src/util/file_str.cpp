@@ -126,8 +126,8 @@ bool is_removed(std::string_view piece, const std::vector<std::string>& lines, L
     return false;
 }
 
-int remove_lines(const Target& target, const std::vector<std::string>& lines, LineAction action,
-                 LinePosition position, Before before) {
+int remove_lines(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
+                 Before before) {
     StdioFile source = open_source(target);
     if (!source)
         return failed("Unable to open file %s: %s\n", target.path);
@@ -205,8 +205,7 @@ bool examine(const Target& target, struct stat& before) {
 
 }  // namespace
 
-int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action,
-             LinePosition position) {
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position) {
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held())
         return failed("Error occurred while locking the file %s: %s\n", path);

@@ -38,8 +38,7 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 // way fails the stat), a link at the path is refused ("Unable to open
 // file"), and one at "<path>.tmp" is replaced. The temporary file is
 // removed on every failure.
-int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action,
-             LinePosition position);
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position);
 
 // file_str with a single line.
 int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position);

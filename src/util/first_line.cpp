@@ -45,8 +45,8 @@ int read_first_line(std::string& line, std::size_t buffer_size, const std::strin
         report_error(0, 0, "Unable to read line from file: %s\n", std::strerror(errno));
         return -1;
     }
-    const std::string_view first = length > 0 ? trimmed(std::string_view(raw, static_cast<std::size_t>(length)))
-                                              : std::string_view();
+    const std::string_view first =
+        length > 0 ? trimmed(std::string_view(raw, static_cast<std::size_t>(length))) : std::string_view();
     if (first.size() >= buffer_size) {
         errno = 0;
         report_error(0, 0, "The buffer too short\n");

@@ -21,7 +21,7 @@ namespace {
 class IgnoreBrokenPipe {
 public:
     IgnoreBrokenPipe() {
-        struct sigaction ignore{};
+        struct sigaction ignore {};
         ignore.sa_handler = SIG_IGN;
         sigemptyset(&ignore.sa_mask);
         ::sigaction(SIGPIPE, &ignore, &saved_);
@@ -31,7 +31,7 @@ public:
     IgnoreBrokenPipe& operator=(const IgnoreBrokenPipe&) = delete;
 
 private:
-    struct sigaction saved_{};
+    struct sigaction saved_ {};
 };
 
 [[noreturn]] void exec_shell(int input, const char* command) {

@@ -13,10 +13,7 @@ TempFile::TempFile(int fd, int dir_fd, std::string name, std::string shown)
     : fd_(fd), dir_fd_(dir_fd), name_(std::move(name)), shown_(std::move(shown)), owned_(fd >= 0) {}
 
 TempFile::TempFile(TempFile&& other) noexcept
-    : fd_(std::move(other.fd_)),
-      dir_fd_(other.dir_fd_),
-      name_(std::move(other.name_)),
-      shown_(std::move(other.shown_)),
+    : fd_(std::move(other.fd_)), dir_fd_(other.dir_fd_), name_(std::move(other.name_)), shown_(std::move(other.shown_)),
       owned_(std::exchange(other.owned_, false)) {}
 
 TempFile::~TempFile() {
@@ -56,7 +53,8 @@ TempFile TempFile::create_unique(int dir_fd, const std::string& name, const std:
         const std::string suffix = random_suffix();
         if (suffix.empty())
             break;
-        const int fd = ::openat(dir_fd, (name + suffix).c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        const int fd =
+            ::openat(dir_fd, (name + suffix).c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd >= 0)
             return TempFile(fd, dir_fd, name + suffix, shown + suffix);
         if (errno != EEXIST)

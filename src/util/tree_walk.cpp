@@ -70,8 +70,8 @@ bool visit_entries(DIR* listing, const Visitor& visitor) {
         if (::lstat(found->d_name, &info) != 0)
             return walk_failure(visitor.on_failure, "Unable to check directory entry %s: %s\n", found->d_name,
                                 std::strerror(errno));
-        const bool ok = S_ISDIR(info.st_mode) ? walk_directory(entry, visitor, TopDirectory::change)
-                                              : visitor.file(entry, info);
+        const bool ok =
+            S_ISDIR(info.st_mode) ? walk_directory(entry, visitor, TopDirectory::change) : visitor.file(entry, info);
         if (!ok)
             return false;
     }

@@ -55,19 +55,20 @@ TEST_F(DirectoriesTest, MakeDirOwnedRefusesAnExistingFile) {
 
 TEST_F(DirectoriesTest, MakeDirOwnedWithAMissingParentFails) {
     const auto printed = printed_by([&] { EXPECT_EQ(make_dir_owned(dir_ + "/no/home", 0, 0, 0700), -1); });
-    expect_reported(printed,
-                    with_system_error("ERROR: Unable to mkdir " + dir_ + "/no/home: No such file or directory\n", ENOENT));
+    expect_reported(
+        printed, with_system_error("ERROR: Unable to mkdir " + dir_ + "/no/home: No such file or directory\n", ENOENT));
 }
 
 TEST_F(DirectoriesTest, MakeDirOwnedNeverChangesTheTargetOfALink) {
     ASSERT_EQ(mkdir("/tmp/outside", 0755), 0);
     ASSERT_EQ(symlink("/tmp/outside", (dir_ + "/Maildir").c_str()), 0);
     const auto printed = printed_by([&] {
-        EXPECT_EQ(make_dir_owned(dir_ + "/Maildir", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), -1);
+        EXPECT_EQ(make_dir_owned(dir_ + "/Maildir", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700),
+                  -1);
     });
-    expect_reported(printed, with_system_error("ERROR: Unable to chown " + dir_ +
-                                                   "/Maildir: Too many levels of symbolic links\n",
-                                               ELOOP));
+    expect_reported(
+        printed,
+        with_system_error("ERROR: Unable to chown " + dir_ + "/Maildir: Too many levels of symbolic links\n", ELOOP));
     EXPECT_EQ(file_info("/tmp/outside").uid, 0U);
     EXPECT_EQ(file_info("/tmp/outside").mode, 0755U);
 }

@@ -59,33 +59,32 @@ TEST_F(FileCopyTest, DashCopiesToStandardOutput) {
 
 TEST_F(FileCopyTest, MissingSourceIsReported) {
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file(dir_ + "/none", dir_ + "/dest"), 1); });
-    expect_reported(printed, with_system_error("Unable to open file " + dir_ + "/none: No such file or directory", ENOENT));
+    expect_reported(printed,
+                    with_system_error("Unable to open file " + dir_ + "/none: No such file or directory", ENOENT));
     EXPECT_FALSE(path_exists(dir_ + "/dest"));
 }
 
 TEST_F(FileCopyTest, ReadFailureIsReported) {
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file(dir_, dir_ + "/dest"), 1); });
-    expect_reported(printed, with_system_error("Error while copying file " + dir_ + " to " + dir_ +
-                                                   "/dest: Is a directory",
-                                               EISDIR));
+    expect_reported(printed, with_system_error(
+                                 "Error while copying file " + dir_ + " to " + dir_ + "/dest: Is a directory", EISDIR));
 }
 
 TEST_F(FileCopyTest, ShortWriteIsReported) {
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file(source_, "/dev/full"), 1); });
-    expect_reported(printed, with_system_error("Unable to copy file " + source_ +
-                                                   " to /dev/full: No space left on device\n",
-                                               ENOSPC));
+    expect_reported(
+        printed,
+        with_system_error("Unable to copy file " + source_ + " to /dev/full: No space left on device\n", ENOSPC));
 }
 
 TEST_F(FileCopyTest, MissingLockDirectoryFailsTheCopy) {
     ASSERT_EQ(rmdir("/run/lock/files"), 0);
     const std::string dest = dir_ + "/dest";
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file(source_, dest), 1); });
-    expect_reported(printed,
-                    with_system_error("Unable to open file \"/run/lock/files/" + md5_hex(dest) +
-                                          "\": No such file or directory.",
-                                      ENOENT) +
-                        with_system_error("Error occurred while locking the file " + dest + "\n", ENOENT));
+    expect_reported(printed, with_system_error("Unable to open file \"/run/lock/files/" + md5_hex(dest) +
+                                                   "\": No such file or directory.",
+                                               ENOENT) +
+                                 with_system_error("Error occurred while locking the file " + dest + "\n", ENOENT));
     EXPECT_FALSE(path_exists(dest));
 }
 
@@ -93,16 +92,15 @@ TEST_F(FileCopyTest, ALinkAtTheDestinationIsNotWrittenThrough) {
     const std::string before = read_file("/etc/passwd");
     ASSERT_EQ(symlink("/etc/passwd", (dir_ + "/dest").c_str()), 0);
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file(source_, dir_ + "/dest"), 1); });
-    expect_reported(printed, with_system_error("Unable to open file " + dir_ +
-                                                   "/dest: Too many levels of symbolic links",
-                                               ELOOP));
+    expect_reported(
+        printed, with_system_error("Unable to open file " + dir_ + "/dest: Too many levels of symbolic links", ELOOP));
     EXPECT_EQ(read_file("/etc/passwd"), before);
 }
 
 TEST_F(FileCopyTest, AtomicCopyGivesOwnerGroupAndModeAndLeavesNoTemporaryFile) {
     write_file(dir_ + "/dest", "old\n", 0644);
-    EXPECT_EQ(copy_file_atomic(source_, dir_ + "/dest", sorvane::test::popuser_uid(), sorvane::test::nofiles_gid(), 0600),
-              0);
+    EXPECT_EQ(
+        copy_file_atomic(source_, dir_ + "/dest", sorvane::test::popuser_uid(), sorvane::test::nofiles_gid(), 0600), 0);
     EXPECT_EQ(read_file(dir_ + "/dest"), "contents\n");
     const auto info = file_info(dir_ + "/dest");
     EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
@@ -120,15 +118,17 @@ TEST_F(FileCopyTest, AtomicCopyReplacesALinkInsteadOfWritingThroughIt) {
 }
 
 TEST_F(FileCopyTest, AtomicCopyOfAMissingSourceIsReported) {
-    const auto printed = printed_by([&] { EXPECT_EQ(copy_file_atomic(dir_ + "/none", dir_ + "/dest", 0, 0, 0644), 1); });
-    expect_reported(printed, with_system_error("copy_file_atomic(): source " + dir_ +
-                                                   "/none open failed: No such file or directory",
-                                               ENOENT));
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(copy_file_atomic(dir_ + "/none", dir_ + "/dest", 0, 0, 0644), 1); });
+    expect_reported(printed,
+                    with_system_error(
+                        "copy_file_atomic(): source " + dir_ + "/none open failed: No such file or directory", ENOENT));
 }
 
 TEST_F(FileCopyTest, AtomicCopyIntoAMissingDirectoryFailsAtMkstemp) {
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file_atomic(source_, dir_ + "/no/dest", 0, 0, 0644), 1); });
-    expect_reported(printed, with_system_error("copy_file_atomic(): mkstemp failed: No such file or directory", ENOENT));
+    expect_reported(printed,
+                    with_system_error("copy_file_atomic(): mkstemp failed: No such file or directory", ENOENT));
 }
 
 TEST_F(FileCopyTest, AtomicCopyReadFailureRemovesTheTemporaryFile) {
@@ -145,9 +145,9 @@ TEST_F(FileCopyTest, AtomicCopyRenameFailureRemovesTheTemporaryFile) {
     const std::string prefix = "copy_file_atomic(): rename " + dir_ + "/dest.";
     ASSERT_EQ(printed.out.rfind(prefix, 0), 0U) << printed.out;
     const std::string temp_name = printed.out.substr(prefix.size() - 5, 11);  // "dest.XXXXXX"
-    expect_reported(printed, with_system_error(prefix + temp_name.substr(5) + " to " + dir_ +
-                                                   "/dest failed: Is a directory",
-                                               EISDIR));
+    expect_reported(
+        printed,
+        with_system_error(prefix + temp_name.substr(5) + " to " + dir_ + "/dest failed: Is a directory", EISDIR));
     EXPECT_EQ(list_tree(dir_), (std::vector<std::string>{"dest/", "dest/inside", "source"}));
 }
 

@@ -79,7 +79,8 @@ private:
 bool waits_for_flock(pid_t pid) {
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);)
-        if (line.find("-> FLOCK") != std::string::npos && line.find(" " + std::to_string(pid) + " ") != std::string::npos)
+        if (line.find("-> FLOCK") != std::string::npos &&
+            line.find(" " + std::to_string(pid) + " ") != std::string::npos)
             return true;
     return false;
 }

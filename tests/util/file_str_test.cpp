@@ -35,7 +35,8 @@ protected:
 };
 
 TEST_F(FileStrTest, RemovingFromAMissingFileGivesOneAndLeavesNoFile) {
-    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_exact, LinePosition::start), 1); });
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_exact, LinePosition::start), 1); });
     EXPECT_EQ(printed.out, "");
     EXPECT_FALSE(path_exists(path_));
     expect_no_temporary_file();
@@ -87,15 +88,16 @@ TEST_F(FileStrTest, RemovingByPatternAtTheEndIgnoresTheNewline) {
 
 TEST_F(FileStrTest, RemovingByPatternAnywhere) {
     write_file(path_, "=a:/var/qmail/mailnames/d.com/x:\n=b:/var/qmail/mailnames/e.com/y:\n.\n");
-    EXPECT_EQ(file_str_one(path_, "/var/qmail/mailnames/d.com/", LineAction::remove_pattern, LinePosition::anywhere), 0);
+    EXPECT_EQ(file_str_one(path_, "/var/qmail/mailnames/d.com/", LineAction::remove_pattern, LinePosition::anywhere),
+              0);
     EXPECT_EQ(read_file(path_), "=b:/var/qmail/mailnames/e.com/y:\n.\n");
 }
 
 TEST_F(FileStrTest, RemovingByPatternFromAMissingFileFailsToOpenIt) {
-    const auto printed = printed_by([&] {
-        EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_pattern, LinePosition::anywhere), 1);
-    });
-    expect_reported(printed, with_system_error("Unable to open file " + path_ + ": No such file or directory\n", ENOENT));
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_pattern, LinePosition::anywhere), 1); });
+    expect_reported(printed,
+                    with_system_error("Unable to open file " + path_ + ": No such file or directory\n", ENOENT));
     EXPECT_FALSE(path_exists(path_));
     expect_no_temporary_file();
 }
@@ -124,20 +126,21 @@ TEST_F(FileStrTest, LinesLongerThanTheLineBufferAreCopiedWhole) {
 TEST_F(FileStrTest, MissingLockDirectoryFailsTheEditAndLeavesTheFile) {
     write_file(path_, "keep\n");
     ASSERT_EQ(rmdir("/run/lock/files"), 0);
-    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
     const std::string lock_path = "/run/lock/files/" + md5_hex(path_);
-    expect_reported(printed,
-                    with_system_error("Unable to open file \"" + lock_path + "\": No such file or directory.", ENOENT) +
-                        with_system_error("Error occurred while locking the file " + path_ +
-                                              ": No such file or directory\n",
-                                          ENOENT));
+    expect_reported(
+        printed, with_system_error("Unable to open file \"" + lock_path + "\": No such file or directory.", ENOENT) +
+                     with_system_error(
+                         "Error occurred while locking the file " + path_ + ": No such file or directory\n", ENOENT));
     EXPECT_EQ(read_file(path_), "keep\n");
 }
 
 TEST_F(FileStrTest, AFileThatCannotBeExaminedStaysLocked) {
     write_file(dir_ + "/plain", "");
     const std::string below_file = dir_ + "/plain/assign";
-    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(below_file, "x", LineAction::add, LinePosition::end), 1); });
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(file_str_one(below_file, "x", LineAction::add, LinePosition::end), 1); });
     expect_reported(printed,
                     with_system_error("file_str: Unable to stat file " + below_file + ": Not a directory\n", ENOTDIR));
     EXPECT_EQ(try_lock_file(below_file, LockPlace::lock_directory).descriptor(), 0);
@@ -149,8 +152,9 @@ TEST_F(FileStrTest, ALinkAtThePathIsRefusedAndItsTargetUntouched) {
     for (const LineAction action : {LineAction::add, LineAction::remove_exact, LineAction::remove_pattern}) {
         for (const LinePosition position : {LinePosition::start, LinePosition::end}) {
             const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "root", action, position), 1); });
-            expect_reported(printed, with_system_error(
-                                         "Unable to open file " + path_ + ": Too many levels of symbolic links\n", ELOOP));
+            expect_reported(
+                printed,
+                with_system_error("Unable to open file " + path_ + ": Too many levels of symbolic links\n", ELOOP));
         }
     }
     EXPECT_EQ(read_file("/etc/passwd"), before);
@@ -171,13 +175,14 @@ TEST_F(FileStrTest, ALinkPlantedAtTheTemporaryNameIsReplacedNotFollowed) {
 TEST_F(FileStrTest, AFailedEditLeavesNoTemporaryFileBehind) {
     // A directory at the path opens but cannot be read line by line.
     ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
-    const auto removing = printed_by([&] {
-        EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_exact, LinePosition::start), 1);
-    });
+    const auto removing =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::remove_exact, LinePosition::start), 1); });
     expect_reported(removing,
                     with_system_error("Unable to read line from file: " + path_ + ": Is a directory\n", EISDIR));
-    const auto adding = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::start), 1); });
-    expect_reported(adding, with_system_error("Unable to read line from file: " + path_ + ": Is a directory\n", EISDIR));
+    const auto adding =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::start), 1); });
+    expect_reported(adding,
+                    with_system_error("Unable to read line from file: " + path_ + ": Is a directory\n", EISDIR));
     expect_no_temporary_file();
     EXPECT_EQ(file_info(path_).type, 'd');
     EXPECT_EQ(list_tree(path_), std::vector<std::string>{});
@@ -185,7 +190,8 @@ TEST_F(FileStrTest, AFailedEditLeavesNoTemporaryFileBehind) {
 
 TEST_F(FileStrTest, AppendingToSomethingThatIsNoFileIsReported) {
     ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
-    const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
     expect_reported(printed, with_system_error("Unable to open file " + path_ + ": Is a directory\n", EISDIR));
 }
 
@@ -200,9 +206,12 @@ TEST_F(FileStrTest, AFailedRenameIsReportedAndLeavesNoTemporaryFile) {
     write_file(path_, "a\nb\n");
     write_file("/tmp/pinned", "a\nb\n");
     ASSERT_EQ(mount("/tmp/pinned", path_.c_str(), nullptr, MS_BIND, nullptr), 0);
-    const auto removing = printed_by([&] { EXPECT_EQ(file_str_one(path_, "a", LineAction::remove_exact, LinePosition::start), 1); });
-    expect_reported(removing, with_system_error("Error while rename file " + path_ + ": Device or resource busy\n", EBUSY));
-    const auto adding = printed_by([&] { EXPECT_EQ(file_str_one(path_, "c", LineAction::add, LinePosition::start), 1); });
+    const auto removing =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "a", LineAction::remove_exact, LinePosition::start), 1); });
+    expect_reported(removing,
+                    with_system_error("Error while rename file " + path_ + ": Device or resource busy\n", EBUSY));
+    const auto adding =
+        printed_by([&] { EXPECT_EQ(file_str_one(path_, "c", LineAction::add, LinePosition::start), 1); });
     expect_reported(adding, with_system_error("Unable to rename file " + path_ + ": Device or resource busy\n", EBUSY));
     expect_no_temporary_file();
     EXPECT_EQ(read_file(path_), "a\nb\n");

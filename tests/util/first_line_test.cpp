@@ -58,7 +58,8 @@ TEST_F(FirstLineTest, AFirstLineOneShorterThanTheBufferFits) {
 TEST_F(FirstLineTest, AMissingFileIsReported) {
     std::string line;
     const auto printed = printed_by([&] { EXPECT_EQ(read_first_line(line, 16, path_), -1); });
-    expect_reported(printed, with_system_error("Unable to open file " + path_ + ": No such file or directory\n", ENOENT));
+    expect_reported(printed,
+                    with_system_error("Unable to open file " + path_ + ": No such file or directory\n", ENOENT));
 }
 
 TEST_F(FirstLineTest, AReadErrorIsReported) {

@@ -113,7 +113,8 @@ TEST_F(ForkExecFdTest, StoppedChildIsMinusOneWithItsMessage) {
 }
 
 TEST_F(ForkExecFdTest, FailedExecIsRelayedAndTheChildExitsWithTheExecResult) {
-    sorvane::test::Printed printed = printed_by([&] { EXPECT_EQ(fork_exec_fd(in_, out_, "/no/such", {"/no/such"}), 255); });
+    sorvane::test::Printed printed =
+        printed_by([&] { EXPECT_EQ(fork_exec_fd(in_, out_, "/no/such", {"/no/such"}), 255); });
     sorvane::test::expect_reported(printed, "Error occured during execv():\nNo such file or directory\n");
 }
 
@@ -124,7 +125,8 @@ TEST_F(ForkExecFdTest, FailedPipeEndsTheProgram) {
             sorvane::test::NoFreeDescriptors::restore_at_exit();
             fork_exec_fd(in_, out_, "/bin/true", {"/bin/true"});
         },
-        ::testing::ExitedWithCode(1), "^fork_exec_fd pipe\\(\\): Too many open files\nSystem error 24: Too many open files\n$");
+        ::testing::ExitedWithCode(1),
+        "^fork_exec_fd pipe\\(\\): Too many open files\nSystem error 24: Too many open files\n$");
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ TEST_F(GetOutErrTest, CollectsLargeOutputOnBothStreams) {
     std::string out, err;
     const int status = fork_execv_getouterr(
         out, err, "/bin/sh",
-        {"/bin/sh", "-c", "head -c 300000 /dev/zero | tr '\\000' o; head -c 200000 /dev/zero | tr '\\000' e >&2; exit 5"});
+        {"/bin/sh", "-c",
+         "head -c 300000 /dev/zero | tr '\\000' o; head -c 200000 /dev/zero | tr '\\000' e >&2; exit 5"});
     EXPECT_EQ(status, 5);
     EXPECT_EQ(out, std::string(300000, 'o'));
     EXPECT_EQ(err, std::string(200000, 'e'));
@@ -44,8 +45,8 @@ TEST_F(GetOutErrTest, AGrandchildHoldingThePipesDoesNotHoldTheCaller) {
     std::string out, err;
     // The grandchild blocks on the fifo with both pipes open until this test
     // opens it; were the collection waiting for the pipes' end it would hang.
-    EXPECT_EQ(fork_execv_getouterr(out, err, "/bin/sh", {"/bin/sh", "-c", "cat " + fifo + " >/dev/null & echo started"}),
-              0);
+    EXPECT_EQ(
+        fork_execv_getouterr(out, err, "/bin/sh", {"/bin/sh", "-c", "cat " + fifo + " >/dev/null & echo started"}), 0);
     EXPECT_EQ(out, "started\n");
     const int gate = open(fifo.c_str(), O_WRONLY);
     EXPECT_GE(gate, 0);
@@ -72,7 +73,8 @@ TEST_F(GetOutErrTest, FailedPipeEndsTheProgram) {
             sorvane::test::NoFreeDescriptors::restore_at_exit();
             fork_execv_getouterr(out, err, "/bin/true", {"/bin/true"});
         },
-        ::testing::ExitedWithCode(1), "^fork_execv_getouterr: pipe\\(\\) failed\nSystem error 24: Too many open files\n$");
+        ::testing::ExitedWithCode(1),
+        "^fork_execv_getouterr: pipe\\(\\) failed\nSystem error 24: Too many open files\n$");
 }
 
 }  // namespace

@@ -47,9 +47,8 @@ TEST_F(ForkExecvTest, ChildSeesOnlyTheThreeStandardDescriptors) {
 TEST_F(ForkExecvTest, MissingDescriptorsAreDevNullAndGivenOnesArePlaced) {
     const std::string path = scratch_dir() + "/out";
     const int out = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const pid_t pid =
-        fork_execv("/bin/sh", {"/bin/sh", "-c", "readlink /proc/$$/fd/0 /proc/$$/fd/2; echo to-out"}, kNoDescriptor,
-                   out, kNoDescriptor);
+    const pid_t pid = fork_execv("/bin/sh", {"/bin/sh", "-c", "readlink /proc/$$/fd/0 /proc/$$/fd/2; echo to-out"},
+                                 kNoDescriptor, out, kNoDescriptor);
     close(out);
     EXPECT_EQ(crelm::util::wait_child_logged(pid, "sh"), 0);
     EXPECT_EQ(read_file(path), "/dev/null\n/dev/null\nto-out\n");

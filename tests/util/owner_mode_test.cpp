@@ -45,8 +45,8 @@ TEST_F(OwnerModeTest, WorksOnDirectories) {
 
 TEST_F(OwnerModeTest, MissingPathFailsAtChown) {
     const auto printed = printed_by([&] { EXPECT_EQ(set_owner_mode(dir_ + "/none", 0, 0, 0600), -1); });
-    expect_reported(printed, with_system_error("ERROR: unable to chown " + dir_ + "/none: No such file or directory\n",
-                                               ENOENT));
+    expect_reported(printed,
+                    with_system_error("ERROR: unable to chown " + dir_ + "/none: No such file or directory\n", ENOENT));
 }
 
 TEST_F(OwnerModeTest, MissingPathIsFineWhenOnlyIfItExists) {
@@ -85,9 +85,9 @@ TEST_F(OwnerModeTest, ALinkIsRefusedAndItsTargetUntouched) {
         const auto printed = printed_by([&] {
             EXPECT_EQ(change(dir_ + "/link", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0666), -1);
         });
-        expect_reported(printed, with_system_error("ERROR: unable to chown " + dir_ +
-                                                       "/link: Too many levels of symbolic links\n",
-                                                   ELOOP));
+        expect_reported(
+            printed,
+            with_system_error("ERROR: unable to chown " + dir_ + "/link: Too many levels of symbolic links\n", ELOOP));
     }
     const auto target_after = file_info("/etc/passwd");
     EXPECT_EQ(target_after.uid, target_before.uid);
@@ -117,10 +117,10 @@ TEST_F(OwnerModeTest, TruncateAndCreateFailuresAreReported) {
         EXPECT_EQ(truncate_file(dir_ + "/no/f"), -1);
         EXPECT_EQ(create_file(dir_ + "/no/f"), -1);
     });
-    expect_reported(printed,
-                    with_system_error("Unable to truncate or create file " + dir_ + "/no/f: No such file or directory\n",
-                                      ENOENT) +
-                        with_system_error("Unable to create file " + dir_ + "/no/f: No such file or directory\n", ENOENT));
+    expect_reported(
+        printed,
+        with_system_error("Unable to truncate or create file " + dir_ + "/no/f: No such file or directory\n", ENOENT) +
+            with_system_error("Unable to create file " + dir_ + "/no/f: No such file or directory\n", ENOENT));
 }
 
 TEST_F(OwnerModeTest, TruncateAndCreateNeverWriteThroughALink) {

@@ -54,18 +54,16 @@ protected:
 
 TEST_F(PlantedLinksTest, MakeDirOwnedDoesNotReachThroughALinkOnTheWay) {
     const std::string path = home_ + "/Maildir/tmp";
-    const auto printed = printed_by([&] {
-        EXPECT_EQ(make_dir_owned(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), -1);
-    });
+    const auto printed = printed_by(
+        [&] { EXPECT_EQ(make_dir_owned(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), -1); });
     expect_reported(printed, with_system_error("ERROR: Unable to mkdir " + path + ": " + kLoop + "\n", ELOOP));
     expect_system_untouched();
 }
 
 TEST_F(PlantedLinksTest, SetOwnerModeDoesNotReachThroughALinkOnTheWay) {
     const std::string path = home_ + "/Maildir/etc/passwd";
-    const auto printed = printed_by([&] {
-        EXPECT_EQ(set_owner_mode(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0666), -1);
-    });
+    const auto printed = printed_by(
+        [&] { EXPECT_EQ(set_owner_mode(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0666), -1); });
     expect_reported(printed, with_system_error("ERROR: unable to chown " + path + ": " + kLoop + "\n", ELOOP));
     expect_system_untouched();
 }

@@ -34,8 +34,7 @@ TEST_F(PopenExecTest, CommandThatStopsReadingEarlyIsReportedWithTheCounts) {
     const std::string input(1 << 20, 'i');
     std::string message;
     const auto printed = printed_by([&] { EXPECT_EQ(popen_exec("exit 0", input), -1); });
-    const std::regex expected(
-        "Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
+    const std::regex expected("Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
     EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
     EXPECT_EQ(printed.err, printed.out);
 }
@@ -53,9 +52,8 @@ TEST_F(PopenExecTest, CommandThatCannotStartIsReported) {
         EXPECT_EQ(popen_exec("true", "x"), -1);
     });
     sorvane::test::expect_reported(
-        printed,
-        "Failed to execute command with input: either pipe, fork or memory allocation failed.\n"
-        "System error 24: Too many open files\n");
+        printed, "Failed to execute command with input: either pipe, fork or memory allocation failed.\n"
+                 "System error 24: Too many open files\n");
 }
 
 }  // namespace

@@ -59,9 +59,9 @@ TEST_F(SedEditTest, SedsOwnComplaintIsRelayedBeforeTheFailure) {
 TEST_F(SedEditTest, MissingFileCannotHaveItsAttributesSaved) {
     const std::string missing = "/var/qmail/control/missing";
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "p"}, missing), -1); });
-    expect_reported(printed, with_system_error("ERROR: Unable to save file '" + missing +
-                                                   "' attributes : No such file or directory",
-                                               ENOENT));
+    expect_reported(printed,
+                    with_system_error(
+                        "ERROR: Unable to save file '" + missing + "' attributes : No such file or directory", ENOENT));
     EXPECT_FALSE(path_exists(missing + ".tmp"));
 }
 
@@ -102,9 +102,9 @@ TEST_F(SedEditTest, TemporaryNameThatDoesNotFitThePathBufferIsRefused) {
     ASSERT_EQ(path.size(), 4092U);
     write_file(path, "x\n");
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/x/y/"}, path), -1); });
-    expect_reported(printed, with_system_error("ERROR: Unable to truncate or create file " + path +
-                                                   ".tmp: File name too long",
-                                               ENAMETOOLONG));
+    expect_reported(printed,
+                    with_system_error("ERROR: Unable to truncate or create file " + path + ".tmp: File name too long",
+                                      ENAMETOOLONG));
     EXPECT_EQ(read_file(path), "x\n");
 }
 
@@ -118,7 +118,8 @@ TEST_F(SedEditTest, AFileThatCannotBeDeletedIsLeftAsItWas) {
     write_file("/tmp/pinned", "old.example:old.example\n");
     ASSERT_EQ(mount("/tmp/pinned", path_.c_str(), nullptr, MS_BIND, nullptr), 0);
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/old/new/g"}, path_), -1); });
-    expect_reported(printed, with_system_error("Unable to delete '" + path_ + "' file: Device or resource busy", EBUSY));
+    expect_reported(printed,
+                    with_system_error("Unable to delete '" + path_ + "' file: Device or resource busy", EBUSY));
     EXPECT_EQ(read_file(path_), "old.example:old.example\n");
     EXPECT_FALSE(path_exists(path_ + ".tmp"));
     umount2(path_.c_str(), MNT_DETACH);

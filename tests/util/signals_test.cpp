@@ -34,7 +34,8 @@ TEST_F(SignalsTest, SendSignalGivesKillallsExitCode) {
 }
 
 TEST_F(SignalsTest, NoMatchingProcessGivesZero) {
-    const auto printed = printed_by([] { EXPECT_EQ(send_signal_field("args", "no-such-process-anywhere-4711", SIGTERM), 0); });
+    const auto printed =
+        printed_by([] { EXPECT_EQ(send_signal_field("args", "no-such-process-anywhere-4711", SIGTERM), 0); });
     EXPECT_EQ(printed.out, "");
 }
 
@@ -47,10 +48,9 @@ TEST_F(SignalsTest, MatchingProcessIsSignalledAndCounted) {
 TEST_F(SignalsTest, MalformedLinesAreReportedAndSkipped) {
     fake_ps("  PID COMMAND\nabc needle\n 12x needle\n 0 needle\n");
     const auto printed = printed_by([] { EXPECT_EQ(send_signal_field("comm", "needle", SIGTERM), 0); });
-    sorvane::test::expect_reported(printed,
-                                   "send_signal_field(): malformed ps output: abc needle\n"
-                                   "send_signal_field(): malformed ps output:  12x needle\n"
-                                   "send_signal_field(): malformed ps output:  0 needle\n");
+    sorvane::test::expect_reported(printed, "send_signal_field(): malformed ps output: abc needle\n"
+                                            "send_signal_field(): malformed ps output:  12x needle\n"
+                                            "send_signal_field(): malformed ps output:  0 needle\n");
 }
 
 TEST_F(SignalsTest, FailedKillIsReportedLoggedAndStillCounted) {

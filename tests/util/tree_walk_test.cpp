@@ -58,8 +58,13 @@ protected:
     std::string passwd_text_;
 };
 
-const std::vector<std::string> kChanged = {"/.qmail", "/Maildir", "/Maildir/cur", "/Maildir/cur/1.mail",
-                                           "/Maildir/.Sent", "/Maildir/.Sent/new", "/Maildir/.Sent/new/2.mail"};
+const std::vector<std::string> kChanged = {"/.qmail",
+                                           "/Maildir",
+                                           "/Maildir/cur",
+                                           "/Maildir/cur/1.mail",
+                                           "/Maildir/.Sent",
+                                           "/Maildir/.Sent/new",
+                                           "/Maildir/.Sent/new/2.mail"};
 
 TEST_F(TreeWalkTest, ChownTreeChangesFilesAndDirectoriesBelowTheTop) {
     chown_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::leave);
@@ -121,8 +126,8 @@ TEST_F(TreeWalkTest, TheWorkingDirectoryIsTheSameAfterAWalk) {
 TEST_F(TreeWalkTest, AMissingTopIsOnlyReported) {
     const std::string missing = top_ + "/none";
     const auto printed = printed_by([&] { chown_tree(missing, 0, 0, TopDirectory::change); });
-    expect_reported(printed, with_system_error("Directory entry " + missing + " doesn't exist: No such file or directory\n",
-                                               ENOENT));
+    expect_reported(printed, with_system_error(
+                                 "Directory entry " + missing + " doesn't exist: No such file or directory\n", ENOENT));
 }
 
 TEST_F(TreeWalkTest, ATopThatCannotBeExaminedEndsTheProgram) {
@@ -207,8 +212,9 @@ TEST_F(TreeWalkOutOfDescriptorsTest, OpeningTheDirectoryFailsFatally) {
 }
 
 TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAnEntryFailsFatally) {
-    EXPECT_EXIT(chown_short_of_descriptors(top_, 4), ::testing::ExitedWithCode(1),
-                "^Unable to chown directory entry only: Too many open files\n\nSystem error 24: Too many open files\n$");
+    EXPECT_EXIT(
+        chown_short_of_descriptors(top_, 4), ::testing::ExitedWithCode(1),
+        "^Unable to chown directory entry only: Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
 TEST_F(TreeWalkOutOfDescriptorsTest, SavingTheWorkingDirectoryFailsFatally) {
@@ -234,9 +240,11 @@ TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAnEntryItCannotUnlink) {
     write_file("/tmp/pinned", "p");
     ASSERT_EQ(mount("/tmp/pinned", (top_ + "/only").c_str(), nullptr, MS_BIND, nullptr), 0);
     const auto inside = printed_by([&] { EXPECT_EQ(remove_tree(top_), 1); });
-    expect_reported(inside, with_system_error("Unable to unlink directory entry only: Device or resource busy\n", EBUSY));
+    expect_reported(inside,
+                    with_system_error("Unable to unlink directory entry only: Device or resource busy\n", EBUSY));
     const auto as_top = printed_by([&] { EXPECT_EQ(remove_tree(top_ + "/only"), 1); });
-    expect_reported(as_top, with_system_error("Unable to unlink entry " + top_ + "/only: Device or resource busy\n", EBUSY));
+    expect_reported(as_top,
+                    with_system_error("Unable to unlink entry " + top_ + "/only: Device or resource busy\n", EBUSY));
     umount2((top_ + "/only").c_str(), MNT_DETACH);
 }
 
