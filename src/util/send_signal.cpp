@@ -55,13 +55,18 @@ bool signal_line(std::string_view line, int signal) {
 }  // namespace
 
 int send_signal(const std::string& name, int signal) {
-    return fork_execv_quiet(kKillall, {kKillall, "-" + std::to_string(signal), name});
+    // Built by appending: GCC 12 misreports operator+ on a literal here (-Wrestrict).
+    std::string signal_option("-");
+    signal_option.append(std::to_string(signal));
+    return fork_execv_quiet(kKillall, {kKillall, signal_option, name});
 }
 
 int send_signal_field(const std::string& field, const std::string& needle, int signal) {
     std::string out;
     std::string err;
-    if (fork_execv_getouterr(out, err, kPs, {kPs, "-Aww", "-o", "pid," + field}) != 0) {
+    std::string columns("pid,");
+    columns.append(field);
+    if (fork_execv_getouterr(out, err, kPs, {kPs, "-Aww", "-o", columns}) != 0) {
         std::fwrite(out.data(), 1, out.size(), stderr);
         std::fwrite(err.data(), 1, err.size(), stderr);
         std::fflush(stderr);
