@@ -190,6 +190,28 @@ int unique_number() {
     return ++counter;
 }
 
+// The build tree may itself live under /tmp (a CI checkout, say); the fresh
+// /tmp of each test must still show it. A handle on the original /tmp,
+// taken before the first mount, lets its top-level directory be bound back.
+int original_tmp() {
+    static const int handle = open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return handle;
+}
+
+void keep_build_tree_visible() {
+    for (const char* binary_path : {SORVANE_BINARY, SORVANE_TEST_BIN_DIR}) {
+        const std::string path = binary_path;
+        if (path.rfind("/tmp/", 0) != 0)
+            continue;
+        const std::string top = path.substr(5, path.find('/', 5) - 5);
+        const std::string target = "/tmp/" + top;
+        if (path_exists(target))
+            continue;
+        fs::create_directories(target);
+        bind_mount("/proc/self/fd/" + std::to_string(original_tmp()) + "/" + top, target);
+    }
+}
+
 }  // namespace
 
 void SandboxTest::SetUp() {
@@ -197,9 +219,11 @@ void SandboxTest::SetUp() {
 }
 
 void reset_sandbox() {
+    original_tmp();
     undo_mounts();
     for (const char* tree : kTrees)
         mount_tmpfs(tree);
+    keep_build_tree_visible();
     private_dev();
     private_accounts();
     seed_trees();
