@@ -9,7 +9,9 @@
 # messages spread over INBOX and four subfolders (cur and new), and
 # "@attachments" with 1% as many files. Variant "sized": every message name
 # carries ",S=<size>"; variant "mixed": 10% of the names do not.
-# Timed, each as a whole process (median of several runs after one warm-up):
+# Timed, each as a whole process, in rounds over all tools after one warm-up
+# round (wall-clock minimum and median, and CPU time, which load from other
+# processes on the machine disturbs least):
 #   driver      bench/mailbox_usage_driver (mailbox_disk_usage, recounting:
 #               the trees have no maildirsize)
 #   du          du -sb <mailbox>
@@ -17,7 +19,7 @@
 #   deliverquota  deliverquota recounting the Maildir after its maildirsize
 #               was removed (it also delivers one small message, removed
 #               again between runs)
-#   bare        bench/maildir_bare_walk: directory entries only, ",S=" parsed,
+#   bare walk   bench/maildir_bare_walk: directory entries only, ",S=" parsed,
 #               no stat at all: the floor
 # Runs as root: the mailbox is bind-mounted at its configured place inside a
 # private mount namespace (a tmpfs over /var there), nothing outside changes.
@@ -83,7 +85,7 @@ PY
 
 time_tools() {  # <mailbox dir> <label>; runs inside the private mount namespace
     python3 - "$@" "$driver" "$walker" "$deliverquota" <<'PY'
-import glob, os, statistics, subprocess, sys, time
+import glob, os, resource, statistics, subprocess, sys, time
 source, label, driver, walker, deliverquota = sys.argv[1:6]
 subprocess.run(["mount", "-t", "tmpfs", "bench", "/var"], check=True)
 mailbox = "/var/qmail/mailnames/bench.test/info"
@@ -106,47 +108,64 @@ def clean_delivered():
         os.unlink(os.path.join(maildir + "/new", name))
 
 tools = [
-    ("driver", [driver, "bench.test", "info"], None, None),
+    ("driver", [driver, "bench.test", "info"], None, clean_delivered),
     ("du -sb", ["du", "-sb", mailbox], None, None),
     ("find+awk", ["sh", "-c", "find %s -type f -printf '%%s\\n' | awk '{s+=$1} END {print s}'" % mailbox], None, None),
     ("deliverquota", [deliverquota, maildir, "1000000000000S"], message, clean_delivered),
     ("bare walk", [walker, mailbox], None, None),
 ]
 size = int(label.split("/")[0])
-runs = 5 if size >= 1000000 else 11
-results = {}
-for name, argv, stdin_path, before in tools:
-    times = []
-    output = ""
-    for run in range(runs + 1):
+runs = 7 if size >= 1000000 else 21
+# Runs go round-robin over the tools, so that load from other processes on
+# the machine falls on all of them alike; the minimum is the figure least
+# disturbed by it, the median is shown beside it.
+times = {name: [] for name, *_ in tools}
+cpu = {name: [] for name, *_ in tools}
+
+def children_cpu():
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+outputs = {}
+for run in range(runs + 1):
+    for name, argv, stdin_path, before in tools:
         if before:
             before()
         stdin = open(stdin_path) if stdin_path else subprocess.DEVNULL
         start = time.perf_counter()
+        cpu_start = children_cpu()
         done = subprocess.run(argv, stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         elapsed = time.perf_counter() - start
+        cpu_used = children_cpu() - cpu_start
         if stdin_path:
             stdin.close()
         if done.returncode != 0:
             sys.exit("%s failed (%d): %s" % (name, done.returncode, done.stderr))
-        output = done.stdout.strip()
-        if run > 0:  # the first run warms the cache
-            times.append(elapsed)
-    if before:
-        before()
-    results[name] = (statistics.median(times), output)
-bare = results["bare walk"][0]
-du = results["du -sb"][0]
-print("| %s | %s |" % (label, " | ".join("%.1f ms" % (results[n][0] * 1000) for n, *_ in tools)))
-print("|   ratios | driver/bare %.2f | du/driver %.2f | find/driver %.2f | deliverquota/driver %.2f |" % (
-    results["driver"][0] / bare, du / results["driver"][0], results["find+awk"][0] / results["driver"][0],
-    results["deliverquota"][0] / results["driver"][0]))
-print("|   outputs | driver %s | du %s | bare %s |" % (results["driver"][1], results["du -sb"][1], results["bare walk"][1]))
+        outputs[name] = (done.stdout.split() or ["-"])[0]
+        if run > 0:  # the first round warms the cache
+            times[name].append(elapsed)
+            cpu[name].append(cpu_used)
+clean_delivered()
+best = {name: min(values) for name, values in times.items()}
+middle = {name: statistics.median(values) for name, values in times.items()}
+least_cpu = {name: min(values) for name, values in cpu.items()}
+names = [name for name, *_ in tools]
+print("| %s | %s |" % (label, " | ".join("%.1f (%.1f) cpu %.1f" % (best[n] * 1000, middle[n] * 1000, least_cpu[n] * 1000)
+                                         for n in names)))
+print("| ratios %s | driver/bare wall %.2f (median %.2f) cpu %.2f | du/driver wall %.2f (median %.2f) cpu %.2f"
+      " | find/driver wall %.2f | deliverquota/driver wall %.2f | |" % (
+    label, best["driver"] / best["bare walk"], middle["driver"] / middle["bare walk"],
+    least_cpu["driver"] / least_cpu["bare walk"],
+    best["du -sb"] / best["driver"], middle["du -sb"] / middle["driver"], least_cpu["du -sb"] / least_cpu["driver"],
+    best["find+awk"] / best["driver"], best["deliverquota"] / best["driver"]))
+print("| sums %s | driver %s | du %s | find %s | | bare %s |" % (
+    label, outputs["driver"], outputs["du -sb"], outputs["find+awk"], outputs["bare walk"]), flush=True)
 PY
 }
 export -f time_tools
 export driver walker deliverquota
 
+echo "Milliseconds per run: wall-clock minimum (median), and the least CPU time (user + system) of a run."
 echo "| messages/variant | driver | du -sb | find+awk | deliverquota | bare walk |"
 echo "|---|---|---|---|---|---|"
 for count in "${counts[@]}"; do
