@@ -195,5 +195,24 @@ TEST_F(MaildirCountTest, LatestMtimeFailsWithoutNew) {
     EXPECT_EQ(errno, ENOENT);
 }
 
+TEST_F(MaildirCountTest, TreeLatestMtimeOfAVanishedMaildirIsReported) {
+    fs::remove_all(maildir);
+    timespec time{};
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(crelm::mailbox::maildir_tree_latest_mtime(maildir, time));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unable to open Maildir folder. Has it just been removed?\n");
+}
+
+TEST_F(MaildirCountTest, TreeLatestMtimeCoversEverySubfolder) {
+    const timespec old_times[2] = {{0, UTIME_OMIT}, {1000, 0}};
+    const timespec latest[2] = {{0, UTIME_OMIT}, {5000, 0}};
+    for (const char* folder : {"/cur", "/new", "/.Spam/cur", "/.Spam/new", "/.Sent/cur", "/.Sent/new"})
+        ASSERT_EQ(utimensat(AT_FDCWD, (maildir + folder).c_str(), old_times, 0), 0);
+    ASSERT_EQ(utimensat(AT_FDCWD, (maildir + "/.Sent/new").c_str(), latest, 0), 0);
+    timespec time{};
+    ASSERT_TRUE(crelm::mailbox::maildir_tree_latest_mtime(maildir, time));
+    EXPECT_EQ(time.tv_sec, 5000);
+}
+
 }  // namespace
 }  // namespace sorvane::test

@@ -1,6 +1,7 @@
 // Writing a mailbox's maildirsize for its quota, and the size a command
 // reports for a mailbox.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -143,6 +144,36 @@ TEST_F(MaildirSizeTest, ConfiguredMailNamesRootIsUsed) {
     ASSERT_TRUE(maildir_size("example.test", "info", 77));
     EXPECT_EQ(read_file("/var/qmail/other/example.test/info/Maildir/maildirsize"),
               "77S,0C\n           0           0\n");
+}
+
+TEST_F(MaildirSizeTest, WorkingDirectoryThatCannotBeHeldIsReported) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer runtime needs descriptors of its own while it checks calls";
+#endif
+    const auto result = run_in_child([] {
+        // No descriptor is left to hold the working directory with.
+        closefrom(3);
+        const rlimit limit{3, 3};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        return maildir_size("example.test", "info", 10) ? 0 : errno;
+    });
+    EXPECT_EQ(result.status, EMFILE);
+    EXPECT_EQ(result.err, "unable to get current working directory\n");
+}
+
+TEST_F(MaildirSizeTest, AttachmentsThatCannotBeMeasuredAreReported) {
+    fs::create_directories(mailbox + "/@attachments/closed");
+    chmod((mailbox + "/@attachments/closed").c_str(), 0700);  // closed to everyone but root
+    const auto result = run_in_child([] {
+        if (setgid(popuser_gid()) != 0 || setuid(popuser_uid()) != 0)
+            return 99;
+        return maildir_size("example.test", "info", 1000) ? 0 : errno;
+    });
+    EXPECT_EQ(result.status, EACCES);
+    EXPECT_EQ(result.err,
+              "Unable to measure size of @attachments/closed\nSystem error 13: Permission denied\n"
+              "unable to count attachments folder size\n");
+    EXPECT_FALSE(path_exists(maildirsize));
 }
 
 class MailboxDiskUsageTest : public MaildirSizeTest {};
