@@ -2,7 +2,9 @@
 // marking when mail arrives during the count, and cleanup on failure.
 #include <dirent.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -70,6 +72,33 @@ TEST_F(MaildirsizeCreateTest, FileOfAnIdleMailboxIsNotStale) {
     const time_t before = std::time(nullptr);
     ASSERT_TRUE(maildirsize_create(maildir, 0, 0, 1, 0));
     EXPECT_GE(mtime_of(maildirsize()), before);
+}
+
+TEST_F(MaildirsizeCreateTest, TemporaryNameCarriesTimePidAndHostWithoutSlashes) {
+    const auto result = run_in_child([&] {
+        if (unshare(CLONE_NEWUTS) != 0 || sethostname("mail/host", 9) != 0)
+            return 99;
+        const int watch = inotify_init1(IN_NONBLOCK);
+        if (watch < 0 || inotify_add_watch(watch, (maildir + "/tmp").c_str(), IN_CREATE) < 0)
+            return 98;
+        const time_t before = std::time(nullptr);
+        if (!maildirsize_create(maildir, 0, 0, 1, 0))
+            return 97;
+        const time_t after = std::time(nullptr);
+        alignas(inotify_event) char events[4096];
+        const ssize_t got = read(watch, events, sizeof events);
+        if (got <= 0)
+            return 96;
+        const auto* event = reinterpret_cast<const inotify_event*>(events);
+        const std::string pid_and_host = "." + std::to_string(getpid()) + ".mail_host-maildirsize";
+        for (time_t t = before; t <= after; ++t)
+            if (event->name == std::to_string(t) + pid_and_host)
+                return 0;
+        std::printf("%s\n", event->name);
+        return 1;
+    });
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_TRUE(names_in(maildir + "/tmp").empty());
 }
 
 TEST_F(MaildirsizeCreateTest, PlantedLinkIsReplacedAndItsTargetUntouched) {
