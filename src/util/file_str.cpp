@@ -2,6 +2,7 @@
 
 #include "runtime/log.h"
 #include "util/file_lock.h"
+#include "util/file_str_pieces.h"
 #include "util/line_writer.h"
 #include "util/nofollow.h"
 #include "util/stdio_file.h"
@@ -16,13 +17,13 @@
 #include <string_view>
 
 using crelm::util::ParentDir;
+using crelm::util::PieceCopy;
 using crelm::util::StdioFile;
 using crelm::util::TempFile;
 
 namespace {
 
 constexpr std::size_t kPathBuffer = 4096;
-constexpr int kLineBuffer = 4096;  // a line is read at most 4095 bytes at a time
 
 // The edited file: its path for messages, and its directory and name,
 // reached without following a link a mail user planted.
@@ -50,8 +51,8 @@ StdioFile open_stream(int fd, const char* mode) {
     return StdioFile(stream);
 }
 
-StdioFile open_source(const Target& target) {
-    return open_stream(::openat(target.dir_fd(), target.name(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC), "r");
+crelm::util::UniqueFd open_source(const Target& target) {
+    return crelm::util::UniqueFd(::openat(target.dir_fd(), target.name(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 std::string temp_path_of(const std::string& path) {
@@ -128,33 +129,31 @@ bool is_removed(std::string_view piece, const std::vector<std::string>& lines, L
 
 int remove_lines(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
                  Before before) {
-    StdioFile source = open_source(target);
-    if (!source)
+    crelm::util::UniqueFd source = open_source(target);
+    if (!source.valid())
         return failed("Unable to open file %s: %s\n", target.path);
     TempOutput temp = open_temp(target);
     if (!temp.stream)
         return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
-    char piece[kLineBuffer];
-    while (std::fgets(piece, sizeof piece, source.get()) != nullptr) {
-        if (!is_removed(piece, lines, action, position) && std::fputs(piece, temp.stream.get()) == EOF)
-            report_error(1, 1, "cannot write a line to %s.tmp", target.path.c_str());
-    }
-    if (std::ferror(source.get()))
+    const auto removed = [&](std::string_view piece) { return is_removed(piece, lines, action, position); };
+    const PieceCopy copied = crelm::util::copy_kept_pieces(source.get(), temp.stream.get(), removed);
+    if (copied == PieceCopy::write_failed)
+        report_error(1, 1, "cannot write a line to %s.tmp", target.path.c_str());
+    if (copied == PieceCopy::read_failed)
         return failed("Unable to read line from file: %s: %s\n", target.path);
-    if (crelm::util::close_stream(source) != 0)
+    if (source.close() != 0)
         return failed("Unable to close file %s: %s\n", target.path);
     return finish_temp(temp, before, target, "Error while rename file %s: %s\n");
 }
 
 int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path) {
-    StdioFile source = open_source(target);
-    if (!source)
+    crelm::util::UniqueFd source = open_source(target);
+    if (!source.valid())
         return failed("Unable to open file %s: %s\n", target.path);
-    char piece[kLineBuffer];
-    while (std::fgets(piece, sizeof piece, source.get()) != nullptr)
-        if (std::fputs(piece, to) == EOF)
-            return failed("Unable to fputs to file %s: %s\n", temp_path);
-    if (std::ferror(source.get()))
+    const PieceCopy copied = crelm::util::copy_kept_pieces(source.get(), to);
+    if (copied == PieceCopy::write_failed)
+        return failed("Unable to fputs to file %s: %s\n", temp_path);
+    if (copied == PieceCopy::read_failed)
         return failed("Unable to read line from file: %s: %s\n", target.path);
     return 0;
 }
