@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "runtime/capture.h"
 #include "runtime/child.h"
+#include "support/printed.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {

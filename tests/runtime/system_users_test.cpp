@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "runtime/capture.h"
+#include "support/printed.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
 
 namespace sorvane::test {
@@ -63,10 +63,6 @@ std::vector<std::string> split_lines(const std::string& text) {
     for (std::string line; std::getline(in, line);)
         lines.push_back(line);
     return lines;
-}
-
-std::string with_system_error(const std::string& message, int error) {
-    return message + "\nSystem error " + std::to_string(error) + ": " + std::strerror(error) + "\n";
 }
 
 int reap(pid_t pid) {

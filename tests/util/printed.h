@@ -1,46 +1,16 @@
-// What a piece of code prints on standard output and standard error, caught
-// in-process, and small helpers shared by the utility tests.
+// Small helpers shared by the utility tests, beside what code prints (caught
+// in-process, from the common test support).
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/types.h>
 
-#include <cstdio>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "support/printed.h"
+
 namespace sorvane::test {
-
-struct Printed {
-    std::string out;
-    std::string err;
-};
-
-inline Printed printed_by(const std::function<void()>& action) {
-    std::fflush(stdout);
-    std::fflush(stderr);
-    ::testing::internal::CaptureStdout();
-    ::testing::internal::CaptureStderr();
-    action();
-    std::fflush(stdout);
-    std::fflush(stderr);
-    Printed printed;
-    printed.err = ::testing::internal::GetCapturedStderr();
-    printed.out = ::testing::internal::GetCapturedStdout();
-    return printed;
-}
-
-// The same text expected on both streams, as report_error prints it.
-inline void expect_reported(const Printed& printed, const std::string& text) {
-    EXPECT_EQ(printed.err, text);
-    EXPECT_EQ(printed.out, text);
-}
-
-// What report_error prints for message while errno is error: the message,
-// "\nSystem error N: <strerror>" and a final newline.
-std::string with_system_error(const std::string& message, int error);
 
 // Lowers the descriptor limit so that the next open, pipe or mkstemp fails
 // with EMFILE; restores it when it goes out of scope.

@@ -1,5 +1,5 @@
 // What a piece of code prints on standard output and standard error, caught
-// in-process.
+// in-process, and what report_error prints on both.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,5 +28,15 @@ inline Printed printed_by(const std::function<void()>& action) {
     printed.out = ::testing::internal::GetCapturedStdout();
     return printed;
 }
+
+// The same text expected on both streams, as report_error prints it.
+inline void expect_reported(const Printed& printed, const std::string& text) {
+    EXPECT_EQ(printed.err, text);
+    EXPECT_EQ(printed.out, text);
+}
+
+// What report_error prints for message while errno is error: the message,
+// "\nSystem error N: <strerror>" and a final newline.
+std::string with_system_error(const std::string& message, int error);
 
 }  // namespace sorvane::test
