@@ -1,49 +1,32 @@
 #include "util/directories.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::expect_reported;
-using sorvane::test::file_info;
-using sorvane::test::list_tree;
-using sorvane::test::path_exists;
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
-
-class DirectoriesTest : public sorvane::test::SandboxTest {
-protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        umask(022);
-        dir_ = sorvane::test::scratch_dir();
-    }
-    std::string dir_;
-};
+class DirectoriesTest : public ScratchDirTest {};
 
 TEST_F(DirectoriesTest, MakeDirOwnedCreatesWithOwnerAndMode) {
-    EXPECT_EQ(make_dir_owned(dir_ + "/home", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), 0);
+    EXPECT_EQ(make_dir_owned(dir_ + "/home", popuser_uid(), popuser_gid(), 0700), 0);
     const auto info = file_info(dir_ + "/home");
     EXPECT_EQ(info.type, 'd');
-    EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
-    EXPECT_EQ(info.gid, sorvane::test::popuser_gid());
+    EXPECT_EQ(info.uid, popuser_uid());
+    EXPECT_EQ(info.gid, popuser_gid());
     EXPECT_EQ(info.mode, 0700U);
 }
 
 TEST_F(DirectoriesTest, MakeDirOwnedAcceptsAnExistingDirectoryAndResetsIt) {
     ASSERT_EQ(mkdir((dir_ + "/home").c_str(), 0755), 0);
     write_file(dir_ + "/home/kept", "x");
-    EXPECT_EQ(make_dir_owned(dir_ + "/home", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), 0);
+    EXPECT_EQ(make_dir_owned(dir_ + "/home", popuser_uid(), popuser_gid(), 0700), 0);
     EXPECT_EQ(file_info(dir_ + "/home").mode, 0700U);
-    EXPECT_EQ(file_info(dir_ + "/home").uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(dir_ + "/home").uid, popuser_uid());
     EXPECT_EQ(read_file(dir_ + "/home/kept"), "x");
 }
 
@@ -63,8 +46,7 @@ TEST_F(DirectoriesTest, MakeDirOwnedNeverChangesTheTargetOfALink) {
     ASSERT_EQ(mkdir("/tmp/outside", 0755), 0);
     ASSERT_EQ(symlink("/tmp/outside", (dir_ + "/Maildir").c_str()), 0);
     const auto printed = printed_by([&] {
-        EXPECT_EQ(make_dir_owned(dir_ + "/Maildir", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700),
-                  -1);
+        EXPECT_EQ(make_dir_owned(dir_ + "/Maildir", popuser_uid(), popuser_gid(), 0700), -1);
     });
     expect_reported(
         printed,
@@ -76,12 +58,12 @@ TEST_F(DirectoriesTest, MakeDirOwnedNeverChangesTheTargetOfALink) {
 TEST_F(DirectoriesTest, MkdirPOwnedCreatesParentsWithoutUmaskAndOwnsOnlyWhatItMade) {
     ASSERT_EQ(mkdir((dir_ + "/a").c_str(), 0755), 0);
     umask(077);
-    EXPECT_EQ(mkdir_p_owned(dir_ + "/a/b/c", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0750), 0);
+    EXPECT_EQ(mkdir_p_owned(dir_ + "/a/b/c", popuser_uid(), popuser_gid(), 0750), 0);
     EXPECT_EQ(file_info(dir_ + "/a").uid, 0U);
     EXPECT_EQ(file_info(dir_ + "/a").mode, 0755U);
     for (const std::string made : {"/a/b", "/a/b/c"}) {
-        EXPECT_EQ(file_info(dir_ + made).uid, sorvane::test::popuser_uid()) << made;
-        EXPECT_EQ(file_info(dir_ + made).gid, sorvane::test::popuser_gid()) << made;
+        EXPECT_EQ(file_info(dir_ + made).uid, popuser_uid()) << made;
+        EXPECT_EQ(file_info(dir_ + made).gid, popuser_gid()) << made;
         EXPECT_EQ(file_info(dir_ + made).mode, 0750U) << made;
     }
     mode_t now = umask(0);
@@ -95,7 +77,7 @@ TEST_F(DirectoriesTest, MkdirPOwnedUsesOnlyThePermissionBits) {
 
 TEST_F(DirectoriesTest, MkdirPOwnedAcceptsAnExistingTree) {
     ASSERT_EQ(mkdir((dir_ + "/a").c_str(), 0700), 0);
-    EXPECT_EQ(mkdir_p_owned(dir_ + "/a", sorvane::test::popuser_uid(), 0, 0755), 0);
+    EXPECT_EQ(mkdir_p_owned(dir_ + "/a", popuser_uid(), 0, 0755), 0);
     EXPECT_EQ(file_info(dir_ + "/a").uid, 0U);
     EXPECT_EQ(file_info(dir_ + "/a").mode, 0700U);
 }
@@ -158,3 +140,5 @@ TEST_F(DirectoriesTest, MakePathThroughAFileAnswersZeroWithEnotdir) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

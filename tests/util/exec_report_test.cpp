@@ -1,15 +1,11 @@
 #include "util/process.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::fake_calls;
-using sorvane::test::printed_by;
-using sorvane::test::set_fake_status;
-
-class ExecReportTest : public sorvane::test::SandboxTest {};
+class ExecReportTest : public SandboxTest {};
 
 TEST_F(ExecReportTest, SuccessPrintsNothing) {
     const auto printed = printed_by([] { EXPECT_EQ(exec_report("/bin/sh", {"/bin/sh", "-c", "echo fine"}), 0); });
@@ -27,7 +23,7 @@ TEST_F(ExecReportTest, FailurePrintsTheOutputAndReportsTheErrorText) {
 
 TEST_F(ExecReportTest, FailureWithoutErrorTextSaysNoOutput) {
     const auto printed = printed_by([] { EXPECT_EQ(exec_report("/bin/sh", {"/bin/sh", "-c", "exit 2"}), 2); });
-    sorvane::test::expect_reported(printed, "/bin/sh execution failed (no output)\n");
+    expect_reported(printed, "/bin/sh execution failed (no output)\n");
 }
 
 TEST_F(ExecReportTest, QuietFailurePrintsNothing) {
@@ -40,7 +36,7 @@ TEST_F(ExecReportTest, QuietFailurePrintsNothing) {
 
 TEST_F(ExecReportTest, UtilityNameWithASlashIsRefusedWithoutRunningAnything) {
     const auto printed = printed_by([] { EXPECT_EQ(exec_utility("sbin/crelmrc", {"qmail", "restart"}), -1); });
-    sorvane::test::expect_reported(printed,
+    expect_reported(printed,
                                    "Utility name 'sbin/crelmrc' is invalid. Use only utility name without path.\n");
     EXPECT_TRUE(fake_calls("crelmrc").empty());
 }
@@ -53,7 +49,9 @@ TEST_F(ExecReportTest, UtilityRunsFromThePanelUtilityDirectory) {
 TEST_F(ExecReportTest, FailingUtilityGivesItsExitCodeAndIsReported) {
     set_fake_status("crelmrc", 3);
     const auto printed = printed_by([] { EXPECT_EQ(exec_utility("crelmrc", {"qmail", "restart"}), 3); });
-    sorvane::test::expect_reported(printed, "/opt/qvt/admin/sbin/crelmrc execution failed (no output)\n");
+    expect_reported(printed, "/opt/qvt/admin/sbin/crelmrc execution failed (no output)\n");
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

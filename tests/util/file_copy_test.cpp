@@ -1,32 +1,21 @@
 #include "util/file_copy.h"
 
-#include "printed.h"
 #include "runtime/md5_hex.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::expect_reported;
-using sorvane::test::file_info;
-using sorvane::test::list_tree;
-using sorvane::test::path_exists;
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
-
-class FileCopyTest : public sorvane::test::SandboxTest {
+class FileCopyTest : public ScratchDirTest {
 protected:
     void SetUp() override {
-        SandboxTest::SetUp();
-        dir_ = sorvane::test::scratch_dir();
+        ScratchDirTest::SetUp();
         source_ = dir_ + "/source";
         write_file(source_, "contents\n", 0640);
     }
-    std::string dir_;
     std::string source_;
 };
 
@@ -100,11 +89,11 @@ TEST_F(FileCopyTest, ALinkAtTheDestinationIsNotWrittenThrough) {
 TEST_F(FileCopyTest, AtomicCopyGivesOwnerGroupAndModeAndLeavesNoTemporaryFile) {
     write_file(dir_ + "/dest", "old\n", 0644);
     EXPECT_EQ(
-        copy_file_atomic(source_, dir_ + "/dest", sorvane::test::popuser_uid(), sorvane::test::nofiles_gid(), 0600), 0);
+        copy_file_atomic(source_, dir_ + "/dest", popuser_uid(), nofiles_gid(), 0600), 0);
     EXPECT_EQ(read_file(dir_ + "/dest"), "contents\n");
     const auto info = file_info(dir_ + "/dest");
-    EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
-    EXPECT_EQ(info.gid, sorvane::test::nofiles_gid());
+    EXPECT_EQ(info.uid, popuser_uid());
+    EXPECT_EQ(info.gid, nofiles_gid());
     EXPECT_EQ(info.mode, 0600U);
     EXPECT_EQ(list_tree(dir_), (std::vector<std::string>{"dest", "source"}));
 }
@@ -152,3 +141,5 @@ TEST_F(FileCopyTest, AtomicCopyRenameFailureRemovesTheTemporaryFile) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

@@ -1,16 +1,11 @@
 #include "util/first_line.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::expect_reported;
-using sorvane::test::printed_by;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
-
-class FirstLineTest : public sorvane::test::SandboxTest {
+class FirstLineTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
@@ -69,3 +64,5 @@ TEST_F(FirstLineTest, AReadErrorIsReported) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

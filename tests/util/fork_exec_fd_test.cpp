@@ -1,7 +1,6 @@
 #include "util/process.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -9,14 +8,10 @@
 
 #include <regex>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::scratch_dir;
-using sorvane::test::write_file;
-
-class ForkExecFdTest : public sorvane::test::SandboxTest {
+class ForkExecFdTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
@@ -28,7 +23,7 @@ protected:
         close(in_);
         close(out_);
     }
-    int run(const std::string& script, sorvane::test::Printed& printed) {
+    int run(const std::string& script, Printed& printed) {
         int status = 0;
         printed = printed_by([&] { status = fork_exec_fd(in_, out_, "/bin/sh", {"/bin/sh", "-c", script}); });
         return status;
@@ -40,36 +35,36 @@ protected:
 };
 
 TEST_F(ForkExecFdTest, ChildReadsFdInAndWritesFdOut) {
-    sorvane::test::Printed printed;
+    Printed printed;
     EXPECT_EQ(fork_exec_fd(in_, out_, "/bin/sed", {"/bin/sed", "s/first/1st/"}), 0);
     EXPECT_EQ(out_text(), "1st\nsecond\n");
 }
 
 TEST_F(ForkExecFdTest, ExitCodeIsReturned) {
-    sorvane::test::Printed printed;
+    Printed printed;
     EXPECT_EQ(run("exit 7", printed), 7);
     EXPECT_EQ(printed.out, "");
 }
 
 TEST_F(ForkExecFdTest, StandardInputOrOutputAsArgumentIsRefused) {
-    sorvane::test::Printed printed = printed_by([&] {
+    Printed printed = printed_by([&] {
         EXPECT_EQ(fork_exec_fd(0, out_, "/bin/true", {"/bin/true"}), -1);
         EXPECT_EQ(fork_exec_fd(in_, 1, "/bin/true", {"/bin/true"}), -1);
     });
     const std::string message = "values 0,1,2 not allowed for variables fd_in & fd_out\n";
-    sorvane::test::expect_reported(printed, message + message);
+    expect_reported(printed, message + message);
 }
 
 TEST_F(ForkExecFdTest, StandardErrorAsArgumentIsNotCheckedThoughTheMessageNamesIt) {
-    sorvane::test::Printed printed = printed_by([&] { EXPECT_EQ(fork_exec_fd(2, 2, "/bin/true", {"/bin/true"}), 0); });
+    Printed printed = printed_by([&] { EXPECT_EQ(fork_exec_fd(2, 2, "/bin/true", {"/bin/true"}), 0); });
     EXPECT_EQ(printed.out, "");
 }
 
 TEST_F(ForkExecFdTest, SeveralKilobytesOfStandardErrorAreRelayedInChunksOfAtMost4095Bytes) {
-    sorvane::test::Printed printed;
+    Printed printed;
     EXPECT_EQ(run("head -c 10000 /dev/zero | tr '\\000' x >&2", printed), 0);
     // Every chunk is one report; report_error ends each one with a newline.
-    const auto chunks = sorvane::test::split_lines(printed.out);
+    const auto chunks = split_lines(printed.out);
     std::size_t total = 0;
     for (const std::string& chunk : chunks) {
         EXPECT_LE(chunk.size(), 4095U);
@@ -84,7 +79,7 @@ TEST_F(ForkExecFdTest, SeveralKilobytesOfStandardErrorAreRelayedInChunksOfAtMost
 TEST_F(ForkExecFdTest, ChildSeesOnlyTheThreeStandardDescriptors) {
     const int extra = open("/dev/null", O_RDONLY);
     const int high = dup2(extra, 90);
-    sorvane::test::Printed printed;
+    Printed printed;
     EXPECT_EQ(run("ls /proc/$$/fd", printed), 0);
     close(extra);
     close(high);
@@ -92,7 +87,7 @@ TEST_F(ForkExecFdTest, ChildSeesOnlyTheThreeStandardDescriptors) {
 }
 
 TEST_F(ForkExecFdTest, KilledChildIsMinusOneWithItsMessage) {
-    sorvane::test::Printed printed;
+    Printed printed;
     EXPECT_EQ(run("kill -KILL $$", printed), -1);
     const std::regex expected("The child process with pid [0-9]+ killed by signal 9\n");
     EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
@@ -100,7 +95,7 @@ TEST_F(ForkExecFdTest, KilledChildIsMinusOneWithItsMessage) {
 }
 
 TEST_F(ForkExecFdTest, StoppedChildIsMinusOneWithItsMessage) {
-    sorvane::test::Printed printed;
+    Printed printed;
     // The child lets go of the error pipe first, so that the relay ends.
     EXPECT_EQ(run("exec 2>&-; kill -STOP $$", printed), -1);
     std::smatch match;
@@ -109,20 +104,20 @@ TEST_F(ForkExecFdTest, StoppedChildIsMinusOneWithItsMessage) {
     EXPECT_EQ(printed.err, printed.out);
     const pid_t pid = std::stoi(match[1]);
     kill(pid, SIGKILL);
-    EXPECT_EQ(sorvane::test::reap(pid), 128 + SIGKILL);
+    EXPECT_EQ(reap(pid), 128 + SIGKILL);
 }
 
 TEST_F(ForkExecFdTest, FailedExecIsRelayedAndTheChildExitsWithTheExecResult) {
-    sorvane::test::Printed printed =
+    Printed printed =
         printed_by([&] { EXPECT_EQ(fork_exec_fd(in_, out_, "/no/such", {"/no/such"}), 255); });
-    sorvane::test::expect_reported(printed, "Error occured during execv():\nNo such file or directory\n");
+    expect_reported(printed, "Error occured during execv():\nNo such file or directory\n");
 }
 
 TEST_F(ForkExecFdTest, FailedPipeEndsTheProgram) {
     EXPECT_EXIT(
         {
-            sorvane::test::NoFreeDescriptors guard;
-            sorvane::test::NoFreeDescriptors::restore_at_exit();
+            NoFreeDescriptors guard;
+            NoFreeDescriptors::restore_at_exit();
             fork_exec_fd(in_, out_, "/bin/true", {"/bin/true"});
         },
         ::testing::ExitedWithCode(1),
@@ -130,3 +125,5 @@ TEST_F(ForkExecFdTest, FailedPipeEndsTheProgram) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

@@ -1,19 +1,17 @@
 #include "util/process.h"
 
-#include "printed.h"
 #include "runtime/log.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::scratch_dir;
-
-class GetOutErrTest : public sorvane::test::SandboxTest {};
+class GetOutErrTest : public SandboxTest {};
 
 TEST_F(GetOutErrTest, CollectsLargeOutputOnBothStreams) {
     std::string out, err;
@@ -54,7 +52,7 @@ TEST_F(GetOutErrTest, AGrandchildHoldingThePipesDoesNotHoldTheCaller) {
 }
 
 TEST_F(GetOutErrTest, KilledChildIsMinusOneAndLogged) {
-    sorvane::test::SyslogCapture capture;
+    SyslogCapture capture;
     log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
     std::string out, err;
     EXPECT_EQ(fork_execv_getouterr(out, err, "/bin/sh", {"/bin/sh", "-c", "echo before; kill -KILL $$"}), -1);
@@ -69,8 +67,8 @@ TEST_F(GetOutErrTest, FailedPipeEndsTheProgram) {
     std::string out, err;
     EXPECT_EXIT(
         {
-            sorvane::test::NoFreeDescriptors guard;
-            sorvane::test::NoFreeDescriptors::restore_at_exit();
+            NoFreeDescriptors guard;
+            NoFreeDescriptors::restore_at_exit();
             fork_execv_getouterr(out, err, "/bin/true", {"/bin/true"});
         },
         ::testing::ExitedWithCode(1),
@@ -78,3 +76,5 @@ TEST_F(GetOutErrTest, FailedPipeEndsTheProgram) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

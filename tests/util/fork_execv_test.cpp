@@ -1,8 +1,8 @@
 #include "util/process.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "runtime/log.h"
 #include "util/child_wait.h"
+#include "util_test_support.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -10,14 +10,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "runtime/log.h"
-
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::read_file;
-using sorvane::test::scratch_dir;
-
-class ForkExecvTest : public sorvane::test::SandboxTest {};
+class ForkExecvTest : public SandboxTest {};
 
 // Extra descriptors a careless parent might hand down: none has CLOEXEC.
 std::vector<int> open_inheritable_descriptors() {
@@ -78,7 +74,7 @@ TEST_F(ForkExecvTest, FailedExecIsPrintedByTheChildWhichExitsWith127) {
 }
 
 TEST_F(ForkExecvTest, QuietRunGivesTheExitCodeAndPrintsNothing) {
-    const auto printed = sorvane::test::printed_by([] {
+    const auto printed = printed_by([] {
         EXPECT_EQ(fork_execv_quiet("/bin/sh", {"/bin/sh", "-c", "echo noise; echo noise >&2; exit 3"}), 3);
     });
     EXPECT_EQ(printed.out, "");
@@ -90,7 +86,7 @@ TEST_F(ForkExecvTest, QuietRunOfAKilledChildIsOne) {
 }
 
 TEST_F(ForkExecvTest, QuietRunOfAStoppedChildIsMinusOne) {
-    sorvane::test::SyslogCapture capture;
+    SyslogCapture capture;
     log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
     EXPECT_EQ(fork_execv_quiet("/bin/sh", {"/bin/sh", "-c", "kill -STOP $$"}), -1);
     const auto messages = capture.messages();
@@ -100,7 +96,7 @@ TEST_F(ForkExecvTest, QuietRunOfAStoppedChildIsMinusOne) {
     EXPECT_EQ(messages[0], "waitpid(" + std::to_string(pid) + ")=" + std::to_string(pid) +
                                ": process '/bin/sh' stopped by signal 19");
     kill(pid, SIGKILL);
-    EXPECT_EQ(sorvane::test::reap(pid), 128 + SIGKILL);
+    EXPECT_EQ(reap(pid), 128 + SIGKILL);
     closelog();
 }
 
@@ -110,12 +106,14 @@ namespace {
 
 TEST_F(ForkExecvTest, ChildThatCannotSetUpItsDescriptorsSaysSoAndExitsWith127) {
     pid_t pid = -1;
-    const auto printed = sorvane::test::printed_by([&] {
-        sorvane::test::NoFreeDescriptors guard;
+    const auto printed = printed_by([&] {
+        NoFreeDescriptors guard;
         pid = fork_execv("/bin/true", {"/bin/true"});
-        EXPECT_EQ(sorvane::test::reap(pid), 127);
+        EXPECT_EQ(reap(pid), 127);
     });
     EXPECT_EQ(printed.err, "fork_execv: dup() failed: Too many open files\n");
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

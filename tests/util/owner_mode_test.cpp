@@ -1,46 +1,30 @@
 #include "util/owner_mode.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
 #include "util/file_create.h"
+#include "util_test_support.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::expect_reported;
-using sorvane::test::file_info;
-using sorvane::test::path_exists;
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
-
-class OwnerModeTest : public sorvane::test::SandboxTest {
-protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        umask(022);
-        dir_ = sorvane::test::scratch_dir();
-    }
-    std::string dir_;
-};
+class OwnerModeTest : public ScratchDirTest {};
 
 TEST_F(OwnerModeTest, SetsOwnerGroupAndMode) {
     write_file(dir_ + "/f", "x", 0644);
-    EXPECT_EQ(set_owner_mode(dir_ + "/f", sorvane::test::popuser_uid(), sorvane::test::nofiles_gid(), 0600), 0);
+    EXPECT_EQ(set_owner_mode(dir_ + "/f", popuser_uid(), nofiles_gid(), 0600), 0);
     const auto info = file_info(dir_ + "/f");
-    EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
-    EXPECT_EQ(info.gid, sorvane::test::nofiles_gid());
+    EXPECT_EQ(info.uid, popuser_uid());
+    EXPECT_EQ(info.gid, nofiles_gid());
     EXPECT_EQ(info.mode, 0600U);
 }
 
 TEST_F(OwnerModeTest, WorksOnDirectories) {
     ASSERT_EQ(mkdir((dir_ + "/d").c_str(), 0755), 0);
-    EXPECT_EQ(set_owner_mode(dir_ + "/d", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), 0);
+    EXPECT_EQ(set_owner_mode(dir_ + "/d", popuser_uid(), popuser_gid(), 0700), 0);
     EXPECT_EQ(file_info(dir_ + "/d").mode, 0700U);
-    EXPECT_EQ(file_info(dir_ + "/d").uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(dir_ + "/d").uid, popuser_uid());
 }
 
 TEST_F(OwnerModeTest, MissingPathFailsAtChown) {
@@ -57,17 +41,17 @@ TEST_F(OwnerModeTest, MissingPathIsFineWhenOnlyIfItExists) {
 
 TEST_F(OwnerModeTest, IfExistsChangesAnExistingFile) {
     write_file(dir_ + "/f", "x", 0644);
-    EXPECT_EQ(set_owner_mode_if_exists(dir_ + "/f", sorvane::test::popuser_uid(), 0, 0640), 0);
+    EXPECT_EQ(set_owner_mode_if_exists(dir_ + "/f", popuser_uid(), 0, 0640), 0);
     EXPECT_EQ(file_info(dir_ + "/f").mode, 0640U);
-    EXPECT_EQ(file_info(dir_ + "/f").uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(dir_ + "/f").uid, popuser_uid());
 }
 
 TEST_F(OwnerModeTest, ByUserTakesTheUsersIdsFromItsPasswordEntry) {
     write_file(dir_ + "/f", "x", 0644);
     EXPECT_EQ(set_owner_mode_by_user(dir_ + "/f", "popuser", 0600), 0);
     const auto info = file_info(dir_ + "/f");
-    EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
-    EXPECT_EQ(info.gid, sorvane::test::popuser_gid());
+    EXPECT_EQ(info.uid, popuser_uid());
+    EXPECT_EQ(info.gid, popuser_gid());
     EXPECT_EQ(info.mode, 0600U);
 }
 
@@ -83,7 +67,7 @@ TEST_F(OwnerModeTest, ALinkIsRefusedAndItsTargetUntouched) {
     const auto target_before = file_info("/etc/passwd");
     for (auto* change : {set_owner_mode, set_owner_mode_if_exists}) {
         const auto printed = printed_by([&] {
-            EXPECT_EQ(change(dir_ + "/link", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0666), -1);
+            EXPECT_EQ(change(dir_ + "/link", popuser_uid(), popuser_gid(), 0666), -1);
         });
         expect_reported(
             printed,
@@ -135,3 +119,5 @@ TEST_F(OwnerModeTest, TruncateAndCreateNeverWriteThroughALink) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

@@ -1,28 +1,25 @@
 // Links a mail user plants on the way to a path (owned by popuser) are never
 // followed; links root made (the system's own) are.
-#include "printed.h"
-#include "support/sandbox.h"
+#include "runtime/md5_hex.h"
 #include "util/directories.h"
+#include "util/file_copy.h"
 #include "util/file_create.h"
+#include "util/file_lock.h"
+#include "util/file_str.h"
 #include "util/owner_mode.h"
+#include "util/sed_edit.h"
 #include "util/tree_walk.h"
+#include "util_test_support.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
-
-using sorvane::test::expect_reported;
-using sorvane::test::file_info;
-using sorvane::test::path_exists;
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
 
 const std::string kLoop = "Too many levels of symbolic links";
 
-class PlantedLinksTest : public sorvane::test::SandboxTest {
+class PlantedLinksTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
@@ -37,7 +34,7 @@ protected:
 
     static void plant(const std::string& at, const std::string& target) {
         ASSERT_EQ(symlink(target.c_str(), at.c_str()), 0);
-        ASSERT_EQ(lchown(at.c_str(), sorvane::test::popuser_uid(), sorvane::test::popuser_gid()), 0);
+        ASSERT_EQ(lchown(at.c_str(), popuser_uid(), popuser_gid()), 0);
     }
 
     void expect_system_untouched() {
@@ -48,14 +45,14 @@ protected:
     }
 
     std::string home_;
-    sorvane::test::FileInfo tmp_before_{};
-    sorvane::test::FileInfo passwd_before_{};
+    FileInfo tmp_before_{};
+    FileInfo passwd_before_{};
 };
 
 TEST_F(PlantedLinksTest, MakeDirOwnedDoesNotReachThroughALinkOnTheWay) {
     const std::string path = home_ + "/Maildir/tmp";
     const auto printed = printed_by(
-        [&] { EXPECT_EQ(make_dir_owned(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700), -1); });
+        [&] { EXPECT_EQ(make_dir_owned(path, popuser_uid(), popuser_gid(), 0700), -1); });
     expect_reported(printed, with_system_error("ERROR: Unable to mkdir " + path + ": " + kLoop + "\n", ELOOP));
     expect_system_untouched();
 }
@@ -63,7 +60,7 @@ TEST_F(PlantedLinksTest, MakeDirOwnedDoesNotReachThroughALinkOnTheWay) {
 TEST_F(PlantedLinksTest, SetOwnerModeDoesNotReachThroughALinkOnTheWay) {
     const std::string path = home_ + "/Maildir/etc/passwd";
     const auto printed = printed_by(
-        [&] { EXPECT_EQ(set_owner_mode(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0666), -1); });
+        [&] { EXPECT_EQ(set_owner_mode(path, popuser_uid(), popuser_gid(), 0666), -1); });
     expect_reported(printed, with_system_error("ERROR: unable to chown " + path + ": " + kLoop + "\n", ELOOP));
     expect_system_untouched();
 }
@@ -77,7 +74,7 @@ TEST_F(PlantedLinksTest, TruncateDoesNotReachThroughALinkOnTheWay) {
 
 TEST_F(PlantedLinksTest, MkdirPOwnedEndsTheProgramAtALinkOnTheWay) {
     const std::string path = home_ + "/Maildir/tmp/new";
-    EXPECT_EXIT(mkdir_p_owned(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700),
+    EXPECT_EXIT(mkdir_p_owned(path, popuser_uid(), popuser_gid(), 0700),
                 ::testing::ExitedWithCode(1), "^Cannot create directory " + home_ + "/Maildir: " + kLoop);
     expect_system_untouched();
     EXPECT_FALSE(path_exists("/tmp/new"));
@@ -85,7 +82,7 @@ TEST_F(PlantedLinksTest, MkdirPOwnedEndsTheProgramAtALinkOnTheWay) {
 
 TEST_F(PlantedLinksTest, ChownTreeEndsTheProgramAtALinkOnTheWay) {
     const std::string path = home_ + "/Maildir/etc";
-    EXPECT_EXIT(chown_tree(path, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::change),
+    EXPECT_EXIT(chown_tree(path, popuser_uid(), popuser_gid(), TopDirectory::change),
                 ::testing::ExitedWithCode(1), "^Unable to get entry " + path + ": " + kLoop);
     expect_system_untouched();
 }
@@ -101,11 +98,11 @@ TEST_F(PlantedLinksTest, RemoveTreeRefusesAPathThroughALink) {
 TEST_F(PlantedLinksTest, LinksThatRootMadeAreFollowed) {
     ASSERT_EQ(mkdir("/tmp/real", 0755), 0);
     ASSERT_EQ(symlink("/tmp/real", "/tmp/system-link"), 0);
-    EXPECT_EQ(make_dir_owned("/tmp/system-link/made", sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0700),
+    EXPECT_EQ(make_dir_owned("/tmp/system-link/made", popuser_uid(), popuser_gid(), 0700),
               0);
-    EXPECT_EQ(file_info("/tmp/real/made").uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info("/tmp/real/made").uid, popuser_uid());
     write_file("/tmp/real/file", "x", 0644);
-    EXPECT_EQ(set_owner_mode("/tmp/system-link/file", sorvane::test::popuser_uid(), 0, 0600), 0);
+    EXPECT_EQ(set_owner_mode("/tmp/system-link/file", popuser_uid(), 0, 0600), 0);
     EXPECT_EQ(file_info("/tmp/real/file").mode, 0600U);
     EXPECT_EQ(mkdir_p_owned("/tmp/system-link/a/b", 0, 0, 0755), 0);
     EXPECT_TRUE(path_exists("/tmp/real/a/b"));
@@ -114,12 +111,6 @@ TEST_F(PlantedLinksTest, LinksThatRootMadeAreFollowed) {
 }
 
 }  // namespace
-
-#include "runtime/md5_hex.h"
-#include "util/file_copy.h"
-#include "util/file_lock.h"
-#include "util/file_str.h"
-#include "util/sed_edit.h"
 
 namespace {
 
@@ -164,3 +155,5 @@ TEST_F(PlantedLinksTest, AtomicCopyDoesNotWriteThroughALinkOnTheWay) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

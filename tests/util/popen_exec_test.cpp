@@ -1,20 +1,16 @@
 #include "util/process.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <regex>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::scratch_dir;
-
-class PopenExecTest : public sorvane::test::SandboxTest {};
+class PopenExecTest : public SandboxTest {};
 
 TEST_F(PopenExecTest, InputReachesTheCommandsStandardInput) {
     const std::string path = scratch_dir() + "/got";
@@ -48,12 +44,14 @@ TEST_F(PopenExecTest, CommandSeesOnlyTheThreeStandardDescriptors) {
 
 TEST_F(PopenExecTest, CommandThatCannotStartIsReported) {
     const auto printed = printed_by([] {
-        sorvane::test::NoFreeDescriptors guard;
+        NoFreeDescriptors guard;
         EXPECT_EQ(popen_exec("true", "x"), -1);
     });
-    sorvane::test::expect_reported(
+    expect_reported(
         printed, "Failed to execute command with input: either pipe, fork or memory allocation failed.\n"
                  "System error 24: Too many open files\n");
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

@@ -1,29 +1,21 @@
 #include "util/sed_edit.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::expect_reported;
-using sorvane::test::fake_calls;
-using sorvane::test::file_info;
-using sorvane::test::path_exists;
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
-
-class SedEditTest : public sorvane::test::SandboxTest {
+class SedEditTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
         path_ = "/var/qmail/control/virtualdomains";
         write_file(path_, "old.example:old.example\nother:other\n", 0640);
-        chown(path_.c_str(), sorvane::test::popuser_uid(), sorvane::test::popuser_gid());
+        chown(path_.c_str(), popuser_uid(), popuser_gid());
     }
     std::string path_;
 };
@@ -33,14 +25,14 @@ TEST_F(SedEditTest, SubstitutionReplacesTheFileAndKeepsItsAttributes) {
     EXPECT_EQ(read_file(path_), "new.example:old.example\nother:other\n");
     const auto info = file_info(path_);
     EXPECT_EQ(info.mode, 0640U);
-    EXPECT_EQ(info.uid, sorvane::test::popuser_uid());
-    EXPECT_EQ(info.gid, sorvane::test::popuser_gid());
+    EXPECT_EQ(info.uid, popuser_uid());
+    EXPECT_EQ(info.gid, popuser_gid());
     EXPECT_FALSE(path_exists(path_ + ".tmp"));
 }
 
 TEST_F(SedEditTest, FailingSedLeavesTheFileUnchangedAndNoTemporaryFile) {
-    sorvane::test::install_fake("/bin/sed");
-    sorvane::test::set_fake_status("sed", 1);
+    install_fake("/bin/sed");
+    set_fake_status("sed", 1);
     const std::string before = read_file(path_);
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/a/b/"}, path_), -1); });
     expect_reported(printed, "Error during sed working\n");
@@ -88,7 +80,7 @@ TEST_F(SedEditTest, ALinkPlantedAtTheTemporaryNameIsReplacedNotFollowed) {
 
 // A path that fits a 4096-byte buffer only without ".tmp".
 std::string deep_path_of_length(std::size_t length) {
-    std::string path = sorvane::test::scratch_dir();
+    std::string path = scratch_dir();
     while (path.size() + 201 < length - 10) {
         path += "/" + std::string(200, 'd');
         mkdir(path.c_str(), 0755);
@@ -110,8 +102,6 @@ TEST_F(SedEditTest, TemporaryNameThatDoesNotFitThePathBufferIsRefused) {
 
 }  // namespace
 
-#include <sys/mount.h>
-
 namespace {
 
 TEST_F(SedEditTest, AFileThatCannotBeDeletedIsLeftAsItWas) {
@@ -126,3 +116,5 @@ TEST_F(SedEditTest, AFileThatCannotBeDeletedIsLeftAsItWas) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

@@ -1,22 +1,17 @@
 #include "util/signals.h"
 
-#include "printed.h"
 #include "runtime/log.h"
-#include "support/sandbox.h"
 #include "util/process.h"
+#include "util_test_support.h"
 
 #include <signal.h>
 #include <syslog.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
 
-using sorvane::test::fake_calls;
-using sorvane::test::install_program;
-using sorvane::test::printed_by;
-using sorvane::test::set_fake_status;
-
-class SignalsTest : public sorvane::test::SandboxTest {};
+class SignalsTest : public SandboxTest {};
 
 void fake_ps(const std::string& listing, int status = 0) {
     install_program("/bin/ps", "#!/bin/sh\nprintf '%s' '" + listing + "'\nexit " + std::to_string(status) + "\n");
@@ -42,26 +37,26 @@ TEST_F(SignalsTest, NoMatchingProcessGivesZero) {
 TEST_F(SignalsTest, MatchingProcessIsSignalledAndCounted) {
     const pid_t sleeper = fork_execv("/bin/sleep", {"/bin/sleep", "86399"});
     EXPECT_EQ(send_signal_field("args", "sleep 86399", SIGTERM), 1);
-    EXPECT_EQ(sorvane::test::reap(sleeper), 128 + SIGTERM);
+    EXPECT_EQ(reap(sleeper), 128 + SIGTERM);
 }
 
 TEST_F(SignalsTest, MalformedLinesAreReportedAndSkipped) {
     fake_ps("  PID COMMAND\nabc needle\n 12x needle\n 0 needle\n");
     const auto printed = printed_by([] { EXPECT_EQ(send_signal_field("comm", "needle", SIGTERM), 0); });
-    sorvane::test::expect_reported(printed, "send_signal_field(): malformed ps output: abc needle\n"
+    expect_reported(printed, "send_signal_field(): malformed ps output: abc needle\n"
                                             "send_signal_field(): malformed ps output:  12x needle\n"
                                             "send_signal_field(): malformed ps output:  0 needle\n");
 }
 
 TEST_F(SignalsTest, FailedKillIsReportedLoggedAndStillCounted) {
-    sorvane::test::SyslogCapture capture;
+    SyslogCapture capture;
     log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
     fake_ps("  PID COMMAND\n 2147483647 needle\n 2147483646 needle\n");
     const auto printed = printed_by([] { EXPECT_EQ(send_signal_field("comm", "needle", 0), 2); });
     const std::string first = "send_signal_field(): failed to kill 2147483647: No such process";
     const std::string second = "send_signal_field(): failed to kill 2147483646: No such process";
     const std::string suffix = "\nSystem error 3: No such process\n";
-    sorvane::test::expect_reported(printed, first + suffix + second + suffix);
+    expect_reported(printed, first + suffix + second + suffix);
     EXPECT_EQ(capture.messages(), (std::vector<std::string>{first, second}));
     EXPECT_EQ(capture.records().at(0).substr(0, 4), "<22>");
     closelog();
@@ -77,7 +72,9 @@ TEST_F(SignalsTest, FailingPsPrintsItsOutputAndGivesMinusOne) {
 TEST_F(SignalsTest, PsIsAskedForThePidAndTheField) {
     install_program("/bin/ps", "#!/bin/sh\nprintf '%s\\n' \"$*\" > /tmp/ps-args\n");
     EXPECT_EQ(send_signal_field("comm", "needle", SIGTERM), 0);
-    EXPECT_EQ(sorvane::test::read_file("/tmp/ps-args"), "-Aww -o pid,comm\n");
+    EXPECT_EQ(read_file("/tmp/ps-args"), "-Aww -o pid,comm\n");
 }
 
 }  // namespace
+
+}  // namespace sorvane::test

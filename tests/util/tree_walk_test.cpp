@@ -1,26 +1,17 @@
 #include "util/tree_walk.h"
 
-#include "printed.h"
-#include "support/sandbox.h"
+#include "util_test_support.h"
 
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace sorvane::test {
 namespace {
-
-using sorvane::test::expect_reported;
-using sorvane::test::file_info;
-using sorvane::test::list_tree;
-using sorvane::test::path_exists;
-using sorvane::test::printed_by;
-using sorvane::test::read_file;
-using sorvane::test::with_system_error;
-using sorvane::test::write_file;
 
 // A mailbox tree as a mail user could leave it: files, folders, a fifo, and
 // links planted to a system file and to a directory outside the tree.
-class TreeWalkTest : public sorvane::test::SandboxTest {
+class TreeWalkTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
@@ -54,7 +45,7 @@ protected:
     }
 
     std::string top_;
-    sorvane::test::FileInfo passwd_before_{};
+    FileInfo passwd_before_{};
     std::string passwd_text_;
 };
 
@@ -67,10 +58,10 @@ const std::vector<std::string> kChanged = {"/.qmail",
                                            "/Maildir/.Sent/new/2.mail"};
 
 TEST_F(TreeWalkTest, ChownTreeChangesFilesAndDirectoriesBelowTheTop) {
-    chown_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::leave);
+    chown_tree(top_, popuser_uid(), popuser_gid(), TopDirectory::leave);
     for (const std::string& entry : kChanged) {
-        EXPECT_EQ(file_info(top_ + entry).uid, sorvane::test::popuser_uid()) << entry;
-        EXPECT_EQ(file_info(top_ + entry).gid, sorvane::test::popuser_gid()) << entry;
+        EXPECT_EQ(file_info(top_ + entry).uid, popuser_uid()) << entry;
+        EXPECT_EQ(file_info(top_ + entry).gid, popuser_gid()) << entry;
     }
     EXPECT_EQ(file_info(top_).uid, 0U);
     EXPECT_EQ(file_info(top_ + "/Maildir/pipe").uid, 0U) << "other types are left alone";
@@ -78,8 +69,8 @@ TEST_F(TreeWalkTest, ChownTreeChangesFilesAndDirectoriesBelowTheTop) {
 }
 
 TEST_F(TreeWalkTest, ChownTreeChangesTheTopWhenAsked) {
-    chown_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), TopDirectory::change);
-    EXPECT_EQ(file_info(top_).uid, sorvane::test::popuser_uid());
+    chown_tree(top_, popuser_uid(), popuser_gid(), TopDirectory::change);
+    EXPECT_EQ(file_info(top_).uid, popuser_uid());
     expect_link_targets_untouched();
 }
 
@@ -93,25 +84,25 @@ TEST_F(TreeWalkTest, ChmodTreeGivesFilesAndDirectoriesTheirModes) {
 }
 
 TEST_F(TreeWalkTest, ChownChmodTreeDoesBothAndAnswersZero) {
-    EXPECT_EQ(chown_chmod_tree(top_, sorvane::test::popuser_uid(), sorvane::test::popuser_gid(), 0600, 0700,
+    EXPECT_EQ(chown_chmod_tree(top_, popuser_uid(), popuser_gid(), 0600, 0700,
                                TopDirectory::change),
               0);
     EXPECT_EQ(file_info(top_).mode, 0700U);
-    EXPECT_EQ(file_info(top_).uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(top_).uid, popuser_uid());
     EXPECT_EQ(file_info(top_ + "/Maildir/cur/1.mail").mode, 0600U);
-    EXPECT_EQ(file_info(top_ + "/Maildir/cur/1.mail").uid, sorvane::test::popuser_uid());
+    EXPECT_EQ(file_info(top_ + "/Maildir/cur/1.mail").uid, popuser_uid());
     expect_link_targets_untouched();
 }
 
 TEST_F(TreeWalkTest, ARegularFileAsTopIsChangedDirectly) {
-    chown_chmod_tree(top_ + "/.qmail", sorvane::test::popuser_uid(), 0, 0600, 0700, TopDirectory::leave);
-    EXPECT_EQ(file_info(top_ + "/.qmail").uid, sorvane::test::popuser_uid());
+    chown_chmod_tree(top_ + "/.qmail", popuser_uid(), 0, 0600, 0700, TopDirectory::leave);
+    EXPECT_EQ(file_info(top_ + "/.qmail").uid, popuser_uid());
     EXPECT_EQ(file_info(top_ + "/.qmail").mode, 0600U);
 }
 
 TEST_F(TreeWalkTest, ALinkAsTopIsSkipped) {
-    chown_chmod_tree(top_ + "/Maildir/.Trash", sorvane::test::popuser_uid(), 0, 0666, 0777, TopDirectory::change);
-    chown_chmod_tree(top_ + "/Maildir/cur/passwd", sorvane::test::popuser_uid(), 0, 0666, 0777, TopDirectory::change);
+    chown_chmod_tree(top_ + "/Maildir/.Trash", popuser_uid(), 0, 0666, 0777, TopDirectory::change);
+    chown_chmod_tree(top_ + "/Maildir/cur/passwd", popuser_uid(), 0, 0666, 0777, TopDirectory::change);
     expect_link_targets_untouched();
 }
 
@@ -181,7 +172,7 @@ namespace {
 
 // A tree with one file only, so that the order of entries does not matter
 // to which step runs out of descriptors.
-class TreeWalkOutOfDescriptorsTest : public sorvane::test::SandboxTest {
+class TreeWalkOutOfDescriptorsTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
@@ -193,8 +184,8 @@ protected:
 };
 
 void chown_short_of_descriptors(const std::string& top, int spare) {
-    sorvane::test::NoFreeDescriptors guard(spare);
-    sorvane::test::NoFreeDescriptors::restore_at_exit();
+    NoFreeDescriptors guard(spare);
+    NoFreeDescriptors::restore_at_exit();
     chown_tree(top, 0, 0, TopDirectory::change);
 }
 
@@ -228,7 +219,7 @@ TEST_F(TreeWalkOutOfDescriptorsTest, SavingTheWorkingDirectoryFailsFatally) {
 TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAndGivesOne) {
     int result = -1;
     const auto printed = printed_by([&] {
-        sorvane::test::NoFreeDescriptors guard;
+        NoFreeDescriptors guard;
         result = remove_tree(top_);
     });
     EXPECT_EQ(result, 1);
@@ -249,3 +240,5 @@ TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAnEntryItCannotUnlink) {
 }
 
 }  // namespace
+
+}  // namespace sorvane::test
