@@ -15,7 +15,7 @@
 
 #include "runtime/log.h"
 #include "stores/base64_codec.h"
-#include "stores/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace {
 
@@ -83,8 +83,8 @@ std::string cipher_name_of(std::string_view spec) {
 }
 
 bool read_key_file(const std::string& path, std::span<unsigned char> key) {
-    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) {
+    const crelm::util::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) {
         const int error = errno;
         log_message(3, "Can't read encryption key from '%s': %s (%d)", path.c_str(), std::strerror(error), error);
         return false;

@@ -13,7 +13,7 @@
 
 #include "runtime/log.h"
 #include "stores/mail_passwd_cipher.h"
-#include "stores/unique_fd.h"
+#include "util/unique_fd.h"
 
 namespace {
 
@@ -63,8 +63,8 @@ bool remove_old_key(const std::string& key_path) {
 // the path between the unlink and here receives the key.
 bool write_new_key(const std::string& key_path, const KeyBytes& key) {
     const UmaskScope private_files(077);
-    UniqueFd fd(open(key_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
-    if (!fd)
+    crelm::util::UniqueFd fd(open(key_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (!fd.valid())
         return report_key_failure(std::strerror(errno));
     errno = 0;
     const bool written = write(fd.get(), key.bytes.data(), key.bytes.size()) == static_cast<ssize_t>(key.bytes.size());

@@ -10,7 +10,8 @@
 #include "runtime/log.h"
 #include "stores/mailbox_quota_db.h"
 #include "stores/sqlite_retry.h"
-#include "stores/unique_fd.h"
+#include "stores/store_access.h"
+#include "util/unique_fd.h"
 
 namespace crelm::mail {
 namespace {
@@ -24,10 +25,8 @@ constexpr const char* kMailOwnerName = "popuser";
 
 bool create_schema(const std::string& path) {
     SqliteDb db;
-    if (sqlite_open_db(path, SqliteOpenMode::ReadWrite, db) != SQLITE_OK) {
-        log_message(3, "Unable to open database %s: %s", path.c_str(), sqlite_error_text(db.get()));
+    if (open_store_db(path, SqliteOpenMode::ReadWrite, db) != 0)
         return false;
-    }
     std::string message;
     if (sqlite_exec_with_retry(db.get(), kQuotaSchema, &message) == SQLITE_OK)
         return db.close() == SQLITE_OK;
@@ -41,8 +40,8 @@ bool create_schema(const std::string& path) {
 // The database directory belongs to root, so the file can be opened without
 // following links and changed through its descriptor.
 bool give_to_mail_owner(const std::string& path) {
-    const UniqueFd fd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) {
+    const crelm::util::UniqueFd fd(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.valid()) {
         log_message(3, "Failed to open email user database: %s", std::strerror(errno));
         return false;
     }
