@@ -1,15 +1,12 @@
 // The alias commands: add and remove a mail alias of a mail name, and add,
 // remove and rename a domain alias.
-#include <boost/program_options/value_semantic.hpp>
-
 #include <string>
 
+#include "commands/action_options.h"
 #include "commands/command_options.h"
 #include "commands/handlers.h"
 #include "commands/name_options.h"
 #include "commands/session_options.h"
-
-namespace po = boost::program_options;
 
 namespace crelm::mail::sorvane_commands {
 namespace {
@@ -23,16 +20,9 @@ std::string mail_alias_usage(const std::string& command_switch) {
 
 // What to do with mail for names the domain does not have.
 void add_action_options(CommandOptions& options) {
-    options.add_flag("set-bounce", "set a domain bounce")
-        .add("phrase", po::value<std::string>(), "phrase")
-        .add_flag("set-catchall", "set a domain catchall address")
-        .add("email", po::value<std::string>(), "domain alias name")
-        .add_flag("set-reject", "set domain reject flag");
-}
-
-void add_session_data_options(CommandOptions& options) {
-    add_session_list_options(options);
-    add_wait_stdin_option(options);
+    add_bounce_options(options);
+    add_catchall_options(options);
+    add_reject_option(options);
 }
 
 void add_mail_alias_options(CommandOptions& options) {
@@ -47,15 +37,13 @@ void add_mail_alias_options(CommandOptions& options) {
 int add_alias_command(int argc, char** argv) {
     CommandOptions options("add alias for a given mailname", mail_alias_usage("--add-alias"));
     add_mail_alias_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--add-alias");
+    return parse_then_not_available(options, argc, argv, "--add-alias");
 }
 
 int remove_alias_command(int argc, char** argv) {
     CommandOptions options("remove alias for a given mailname", mail_alias_usage("--remove-alias"));
     add_mail_alias_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--remove-alias");
+    return parse_then_not_available(options, argc, argv, "--remove-alias");
 }
 
 int add_domain_alias_command(int argc, char** argv) {
@@ -66,8 +54,7 @@ int add_domain_alias_command(int argc, char** argv) {
     add_domain_name_option(options, "domain-alias-name", "domain alias name");
     add_action_options(options);
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--add-domain-alias");
+    return parse_then_not_available(options, argc, argv, "--add-domain-alias");
 }
 
 int del_domain_alias_command(int argc, char** argv) {
@@ -76,8 +63,7 @@ int del_domain_alias_command(int argc, char** argv) {
     add_domain_name_option(options);
     add_domain_name_option(options, "domain-alias-name", "domain alias name");
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--del-domain-alias");
+    return parse_then_not_available(options, argc, argv, "--del-domain-alias");
 }
 
 int rename_domain_alias_command(int argc, char** argv) {
@@ -91,8 +77,7 @@ int rename_domain_alias_command(int argc, char** argv) {
     add_domain_name_option(options, "new-domain-alias-name", "new domain alias name");
     add_action_options(options);
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--rename-domain-alias");
+    return parse_then_not_available(options, argc, argv, "--rename-domain-alias");
 }
 
 }  // namespace crelm::mail::sorvane_commands

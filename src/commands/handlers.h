@@ -8,6 +8,8 @@
 
 namespace crelm::mail::sorvane_commands {
 
+class CommandOptions;
+
 using CommandHandler = int (*)(int argc, char** argv);
 
 int add_mailname_command(int argc, char** argv);
@@ -33,5 +35,8 @@ int set_domain_disk_quota_command(int argc, char** argv);
 // Ends a command whose back-end steps are not part of this build: says so on
 // the error stream and returns 1.
 int command_not_available(const char* command_switch);
+// Parses the command's options (parse_or_exit), then ends it as
+// command_not_available does: returns 1.
+int parse_then_not_available(CommandOptions& options, int argc, char** argv, const char* command_switch);
 
 }  // namespace crelm::mail::sorvane_commands

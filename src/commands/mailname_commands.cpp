@@ -1,16 +1,13 @@
 // The mail name and mailbox commands: add, remove and rename a mail name,
 // add and remove its mailbox, set its password, report its mailbox size and
 // set its mailbox quota.
-#include <boost/program_options/value_semantic.hpp>
-
 #include <string>
 
 #include "commands/command_options.h"
+#include "commands/disk_quota_option.h"
 #include "commands/handlers.h"
 #include "commands/name_options.h"
 #include "commands/session_options.h"
-
-namespace po = boost::program_options;
 
 namespace crelm::mail::sorvane_commands {
 namespace {
@@ -30,11 +27,6 @@ void add_domain_disabled_option(CommandOptions& options) {
 }
 
 // The session lists and --wait-stdin, last in every command that has them.
-void add_session_data_options(CommandOptions& options) {
-    add_session_list_options(options);
-    add_wait_stdin_option(options);
-}
-
 }  // namespace
 
 int add_mailname_command(int argc, char** argv) {
@@ -42,11 +34,10 @@ int add_mailname_command(int argc, char** argv) {
                            "--add-mailname --domain-name=<domain_name> --mailname=<mail_name> [--disk-quota=<quota>]"
                            "\n\t[--default-domain-quota=<quota>] [--wait-stdin]");
     add_address_options(options);
-    options.add("disk-quota", po::value<long>(), "disk quota");
+    add_disk_quota_option(options);
     add_default_domain_quota_option(options);
     add_wait_stdin_option(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--add-mailname");
+    return parse_then_not_available(options, argc, argv, "--add-mailname");
 }
 
 int remove_mailname_command(int argc, char** argv) {
@@ -55,8 +46,7 @@ int remove_mailname_command(int argc, char** argv) {
                                kMailAddressesUsage);
     add_address_options(options);
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--remove-mailname");
+    return parse_then_not_available(options, argc, argv, "--remove-mailname");
 }
 
 int rename_mailname_command(int argc, char** argv) {
@@ -69,8 +59,7 @@ int rename_mailname_command(int argc, char** argv) {
     add_mail_name_option(options, "new-mailname", "new mailname");
     add_domain_disabled_option(options);
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--rename-mailname");
+    return parse_then_not_available(options, argc, argv, "--rename-mailname");
 }
 
 int add_mailbox_command(int argc, char** argv) {
@@ -82,8 +71,7 @@ int add_mailbox_command(int argc, char** argv) {
     add_domain_disabled_option(options);
     options.add_flag("mail-delivery-disabled", "delivery is disabled");
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--add-mailbox");
+    return parse_then_not_available(options, argc, argv, "--add-mailbox");
 }
 
 int remove_mailbox_command(int argc, char** argv) {
@@ -92,8 +80,7 @@ int remove_mailbox_command(int argc, char** argv) {
                                kMailAddressesUsage);
     add_address_options(options);
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--remove-mailbox");
+    return parse_then_not_available(options, argc, argv, "--remove-mailbox");
 }
 
 int set_password_command(int argc, char** argv) {
@@ -104,8 +91,7 @@ int set_password_command(int argc, char** argv) {
     add_address_options(options);
     add_domain_disabled_option(options);
     add_session_data_options(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--set-password");
+    return parse_then_not_available(options, argc, argv, "--set-password");
 }
 
 int get_mailbox_size_command(int argc, char** argv) {
@@ -113,8 +99,7 @@ int get_mailbox_size_command(int argc, char** argv) {
                            "--get-mailbox-size [--in-blocks] --domain-name=<domain_name> --mailname=<mail_name>");
     add_address_options(options);
     options.add_flag("in-blocks", "count result in blocks rather than bytes");
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--get-mailbox-size");
+    return parse_then_not_available(options, argc, argv, "--get-mailbox-size");
 }
 
 int set_mailbox_disk_quota_command(int argc, char** argv) {
@@ -122,11 +107,10 @@ int set_mailbox_disk_quota_command(int argc, char** argv) {
                            "--set-mailbox-disk-quota --domain-name=<domain_name> --mailname=<mail_name> "
                            "--disk-quota=<quota>\n\t[--default-domain-quota=<quota>] [--wait-stdin]");
     add_address_options(options);
-    options.add("disk-quota", po::value<long>(), "disk quota", Mandatory::Yes);
+    add_disk_quota_option(options, Mandatory::Yes);
     add_default_domain_quota_option(options);
     add_wait_stdin_option(options);
-    options.parse_or_exit(argc, argv);
-    return command_not_available("--set-mailbox-disk-quota");
+    return parse_then_not_available(options, argc, argv, "--set-mailbox-disk-quota");
 }
 
 }  // namespace crelm::mail::sorvane_commands

@@ -31,4 +31,9 @@ void add_wait_stdin_option(CommandOptions& options) {
     options.add_flag("wait-stdin", "wait for additional mail data from STDIN");
 }
 
+void add_session_data_options(CommandOptions& options) {
+    add_session_list_options(options);
+    add_wait_stdin_option(options);
+}
+
 }  // namespace crelm::mail::sorvane_commands

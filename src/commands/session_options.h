@@ -26,5 +26,7 @@ void add_session_list_options(CommandOptions& options);
 void add_default_domain_quota_option(CommandOptions& options);
 // --wait-stdin
 void add_wait_stdin_option(CommandOptions& options);
+// The session lists, then --wait-stdin: all the session data a command takes.
+void add_session_data_options(CommandOptions& options);
 
 }  // namespace crelm::mail::sorvane_commands
