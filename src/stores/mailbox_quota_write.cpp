@@ -3,19 +3,27 @@
 #include <string>
 
 #include "runtime/log.h"
+#include "stores/store_access.h"
 
 namespace crelm::mail {
 namespace {
 
-bool prepare_logged(sqlite3* db, std::string_view sql, SqliteStatement& statement) {
-    if (sqlite_prepare_with_retry(db, sql, statement) == SQLITE_OK)
+// Prepares and steps a statement without parameters ("BEGIN TRANSACTION;",
+// "END TRANSACTION;"); step_failure is the message for a step that does not
+// end in SQLITE_DONE.
+bool run_transaction_statement(sqlite3* db, std::string_view sql, const char* step_failure) {
+    SqliteStatement statement;
+    if (prepare_store_statement(db, sql, statement) != 0)
+        return false;
+    if (sqlite_step_with_retry(statement.get()) == SQLITE_DONE)
         return true;
-    log_message(3, "Unable to prepare SQL statement for query '%s': %s", std::string(sql).c_str(),
-                sqlite_error_text(db));
+    log_message(3, step_failure, sqlite_error_text(db));
     return false;
 }
 
-bool bind_all(sqlite3* db, sqlite3_stmt* statement, std::initializer_list<QuotaTextParameter> parameters) {
+}  // namespace
+
+bool bind_quota_text(sqlite3* db, sqlite3_stmt* statement, std::initializer_list<QuotaTextParameter> parameters) {
     int index = 0;
     for (const QuotaTextParameter& parameter : parameters) {
         const int rc = sqlite3_bind_text64(statement, ++index, parameter.value.data(), parameter.value.size(),
@@ -28,31 +36,10 @@ bool bind_all(sqlite3* db, sqlite3_stmt* statement, std::initializer_list<QuotaT
     return true;
 }
 
-// Prepares and steps a statement without parameters ("BEGIN TRANSACTION;",
-// "END TRANSACTION;"); step_failure is the message for a step that does not
-// end in SQLITE_DONE.
-bool run_transaction_statement(sqlite3* db, std::string_view sql, const char* step_failure) {
-    SqliteStatement statement;
-    if (!prepare_logged(db, sql, statement))
-        return false;
-    if (sqlite_step_with_retry(statement.get()) == SQLITE_DONE)
-        return true;
-    log_message(3, step_failure, sqlite_error_text(db));
-    return false;
-}
-
-bool open_for_write(const std::string& path, SqliteDb& db) {
-    if (sqlite_open_db(path, SqliteOpenMode::ReadWrite, db) == SQLITE_OK)
-        return true;
-    log_message(3, "Unable to open database %s: %s", path.c_str(), sqlite_error_text(db.get()));
-    return false;
-}
-
-}  // namespace
-
 QuotaWriteOutcome QuotaStatement::run(std::initializer_list<QuotaTextParameter> parameters,
                                       const std::function<void(const char* reason)>& report_step_failure) {
-    if ((!statement_ && !prepare_logged(db_, sql_, statement_)) || !bind_all(db_, statement_.get(), parameters))
+    if ((!statement_ && prepare_store_statement(db_, sql_, statement_) != 0) ||
+        !bind_quota_text(db_, statement_.get(), parameters))
         return QuotaWriteOutcome::FailedBeforeStep;
     const int rc = sqlite_step_with_retry(statement_.get());
     if (rc != SQLITE_DONE)
@@ -65,7 +52,7 @@ QuotaWriteOutcome QuotaStatement::run(std::initializer_list<QuotaTextParameter> 
 
 bool run_quota_write(const std::string& path, const std::function<QuotaWriteOutcome(sqlite3* db)>& body) {
     SqliteDb db;
-    if (!open_for_write(path, db) ||
+    if (open_store_db(path, SqliteOpenMode::ReadWrite, db) != 0 ||
         !run_transaction_statement(db.get(), "BEGIN TRANSACTION;", "Unable to begin sqlite transaction: %s"))
         return true;
     switch (body(db.get())) {

@@ -20,6 +20,10 @@ struct QuotaTextParameter {
     const char* name;
 };
 
+// Binds the parameters in order (1, 2, ...) as text. Returns true; on
+// failure logs "Unable to bind parameter <name>: <reason>" and returns false.
+bool bind_quota_text(sqlite3* db, sqlite3_stmt* statement, std::initializer_list<QuotaTextParameter> parameters);
+
 // What the statements of one write came to.
 enum class QuotaWriteOutcome {
     Done,

@@ -15,10 +15,11 @@ int open_store_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb&
     return -1;
 }
 
-int prepare_store_statement(sqlite3* db, const char* sql, crelm::SqliteStatement& statement) {
+int prepare_store_statement(sqlite3* db, std::string_view sql, crelm::SqliteStatement& statement) {
     if (sqlite_prepare_with_retry(db, sql, statement) == SQLITE_OK)
         return 0;
-    log_message(LOG_ERR, "Unable to prepare SQL statement for query '%s': %s", sql, sqlite_error_text(db));
+    log_message(LOG_ERR, "Unable to prepare SQL statement for query '%s': %s", std::string(sql).c_str(),
+                sqlite_error_text(db));
     return -1;
 }
 

@@ -5,6 +5,7 @@
 #include "stores/sqlite_retry.h"
 
 #include <string>
+#include <string_view>
 
 // Opens path (read-write, created when missing; or read-only) with the busy
 // timeout set. Returns 0; on failure logs "Unable to open database %s: %s" or
@@ -14,7 +15,7 @@ int open_store_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb&
 
 // Prepares sql under the busy-retry rule. Returns 0; on failure logs
 // "Unable to prepare SQL statement for query '%s': %s" and returns -1.
-int prepare_store_statement(sqlite3* db, const char* sql, crelm::SqliteStatement& statement);
+int prepare_store_statement(sqlite3* db, std::string_view sql, crelm::SqliteStatement& statement);
 
 // The text of a column, or nullptr when it is NULL.
 const char* column_text_or_null(sqlite3_stmt* statement, int column);
