@@ -14,9 +14,12 @@
 
 namespace {
 
-// The domain id for a change of a user row; -1 after logging.
-int domain_id_for_user_change(const std::string& domain, sqlite3* db) {
-    const int id = get_mail_domain_id(domain, db, 0);
+// Opens the store for a change of a user row and gives the row's domain id;
+// -1 after logging when the store cannot be opened or the domain is unknown.
+int open_for_user_change(const std::string& domain, crelm::SqliteDb& db) {
+    if (open_store_db(mail_auth_db_path(), SqliteOpenMode::ReadWrite, db) != 0)
+        return -1;
+    const int id = get_mail_domain_id(domain, db.get(), 0);
     if (id < 0)
         log_message(LOG_ERR, "Unable to get domain id: %s", domain.c_str());
     return id;
@@ -62,9 +65,7 @@ int set_mail_auth_password(const std::string& mailname, const std::string& domai
 
 int remove_mail_auth_user(const std::string& mailname, const std::string& domain) {
     crelm::SqliteDb db;
-    if (open_store_db(mail_auth_db_path(), SqliteOpenMode::ReadWrite, db) != 0)
-        return -1;
-    const int domain_id = domain_id_for_user_change(domain, db.get());
+    const int domain_id = open_for_user_change(domain, db);
     if (domain_id < 0)
         return -1;
     return run_auth_write(db.get(), mail_auth_sql::kDeleteUser,
@@ -77,9 +78,7 @@ int remove_mail_auth_user(const std::string& mailname, const std::string& domain
 
 int rename_mail_auth_user(const std::string& domain, const std::string& old_name, const std::string& new_name) {
     crelm::SqliteDb db;
-    if (open_store_db(mail_auth_db_path(), SqliteOpenMode::ReadWrite, db) != 0)
-        return -1;
-    const int domain_id = domain_id_for_user_change(domain, db.get());
+    const int domain_id = open_for_user_change(domain, db);
     if (domain_id < 0)
         return -1;
     return run_auth_write(

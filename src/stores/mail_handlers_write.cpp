@@ -15,6 +15,16 @@ int state_value(HandlerState state) {
     return state == HandlerState::Enabled ? 1 : 0;
 }
 
+// What identifies one address's handler row.
+MailHandlerRecord address_handler_key(const std::string& name, int type, const std::string& address, int queue) {
+    MailHandlerRecord record;
+    record.name = name;
+    record.type = type;
+    record.address = address;
+    record.queue = queue;
+    return record;
+}
+
 // Runs a statement with one text parameter, with the messages of the
 // store's generic actions.
 int run_generic_action(const char* sql, const std::string& param) {
@@ -85,12 +95,7 @@ int remove_address_mail_handler(const std::string& name, int type, const std::st
     crelm::SqliteDb db;
     if (open_store_db(mail_handlers_db_path(), SqliteOpenMode::ReadWrite, db) != 0)
         return -1;
-    MailHandlerRecord record;
-    record.name = name;
-    record.type = type;
-    record.address = address;
-    record.queue = queue;
-    return delete_address_mail_handler(db.get(), record);
+    return delete_address_mail_handler(db.get(), address_handler_key(name, type, address, queue));
 }
 
 int remove_mail_handlers_of_address(const std::string& address) {
@@ -112,12 +117,7 @@ int set_address_mail_handler_state(const std::string& name, int type, int queue,
     crelm::SqliteDb db;
     if (open_store_db(mail_handlers_db_path(), SqliteOpenMode::ReadWrite, db) != 0)
         return -1;
-    MailHandlerRecord record;
-    record.name = name;
-    record.type = type;
-    record.queue = queue;
-    record.address = address;
-    return update_address_mail_handler_state(db.get(), record, state);
+    return update_address_mail_handler_state(db.get(), address_handler_key(name, type, address, queue), state);
 }
 
 int set_mail_handlers_state_by_name(const std::string& name, HandlerState state) {
