@@ -96,14 +96,7 @@ int create_schema(const std::string& database) {
     crelm::SqliteDb db;
     if (open_store_db(database, SqliteOpenMode::ReadWrite, db) != 0)
         return -1;
-    std::string error;
-    if (sqlite_exec_with_retry(db.get(), mail_auth_sql::kSchema, &error) == SQLITE_OK)
-        return 0;
-    if (error.empty())
-        log_message(LOG_ERR, "Unable to re-create Mail Authentication Database");
-    else
-        log_message(LOG_ERR, "Unable to re-create Mail Authentication Database: %s", error.c_str());
-    return -1;
+    return run_store_schema(db.get(), mail_auth_sql::kSchema, "Unable to re-create Mail Authentication Database");
 }
 
 // Replaces the database with an empty one; a failed schema leaves no file.

@@ -52,14 +52,8 @@ int create_schema(const std::string& path) {
     crelm::SqliteDb db;
     if (open_store_db(path, SqliteOpenMode::ReadWrite, db) != 0)
         return -1;
-    std::string error;
-    if (sqlite_exec_with_retry(db.get(), mail_handlers_sql::kSchema, &error) == SQLITE_OK)
-        return 0;
-    if (error.empty())
-        log_message(LOG_ERR, "Unable to re-create %s database", kLabel);
-    else
-        log_message(LOG_ERR, "Unable to re-create %s database: %s", kLabel, error.c_str());
-    return -1;
+    return run_store_schema(db.get(), mail_handlers_sql::kSchema,
+                            std::string("Unable to re-create ") + kLabel + " database");
 }
 
 std::optional<gid_t> mail_handlers_group() {

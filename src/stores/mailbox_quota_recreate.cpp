@@ -25,16 +25,9 @@ constexpr const char* kMailOwnerName = "popuser";
 
 bool create_schema(const std::string& path) {
     SqliteDb db;
-    if (open_store_db(path, SqliteOpenMode::ReadWrite, db) != 0)
-        return false;
-    std::string message;
-    if (sqlite_exec_with_retry(db.get(), kQuotaSchema, &message) == SQLITE_OK)
-        return db.close() == SQLITE_OK;
-    if (message.empty())
-        log_message(3, "Unable to re-create email user database");
-    else
-        log_message(3, "Unable to re-create email user database: %s", message.c_str());
-    return false;
+    return open_store_db(path, SqliteOpenMode::ReadWrite, db) == 0 &&
+           run_store_schema(db.get(), kQuotaSchema, "Unable to re-create email user database") == 0 &&
+           db.close() == SQLITE_OK;
 }
 
 // The database directory belongs to root, so the file can be opened without

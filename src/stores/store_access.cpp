@@ -23,6 +23,17 @@ int prepare_store_statement(sqlite3* db, std::string_view sql, crelm::SqliteStat
     return -1;
 }
 
+int run_store_schema(sqlite3* db, const char* schema, const std::string& failure) {
+    std::string error;
+    if (sqlite_exec_with_retry(db, schema, &error) == SQLITE_OK)
+        return 0;
+    if (error.empty())
+        log_message(LOG_ERR, "%s", failure.c_str());
+    else
+        log_message(LOG_ERR, "%s: %s", failure.c_str(), error.c_str());
+    return -1;
+}
+
 const char* column_text_or_null(sqlite3_stmt* statement, int column) {
     if (sqlite3_column_type(statement, column) == SQLITE_NULL)
         return nullptr;

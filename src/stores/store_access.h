@@ -17,5 +17,10 @@ int open_store_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb&
 // "Unable to prepare SQL statement for query '%s': %s" and returns -1.
 int prepare_store_statement(sqlite3* db, std::string_view sql, crelm::SqliteStatement& statement);
 
+// Runs schema, a script of statements, under the busy-retry rule. Returns 0;
+// on failure logs "<failure>: <SQLite's message>" at error level ("<failure>"
+// alone when SQLite gives no message) and returns -1.
+int run_store_schema(sqlite3* db, const char* schema, const std::string& failure);
+
 // The text of a column, or nullptr when it is NULL.
 const char* column_text_or_null(sqlite3_stmt* statement, int column);
