@@ -37,20 +37,7 @@ bool skip_object(JsonReader& reader, int depth) {
 }
 
 bool skip_array(JsonReader& reader, int depth) {
-    if (!json_begin_array(reader)) {
-        return false;
-    }
-    if (json_end_array(reader)) {
-        return true;
-    }
-    JsonNext next = JsonNext::More;
-    while (next == JsonNext::More) {
-        if (!skip_value_at_depth(reader, depth)) {
-            return false;
-        }
-        next = json_array_separator(reader);
-    }
-    return next == JsonNext::End;
+    return json_read_array(reader, [&reader, depth] { return skip_value_at_depth(reader, depth); });
 }
 
 bool skip_value_at_depth(JsonReader& reader, int depth) {

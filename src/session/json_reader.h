@@ -107,6 +107,26 @@ bool json_end_array(JsonReader& reader);
 // "," gives More, "]" gives End; anything else code 16.
 JsonNext json_array_separator(JsonReader& reader);
 
+// A whole array: "[", then read_element() for each element, separators
+// between, "]". False as soon as a part fails (with the part's code).
+template <typename ReadElement>
+bool json_read_array(JsonReader& reader, ReadElement&& read_element) {
+    if (!json_begin_array(reader)) {
+        return false;
+    }
+    if (json_end_array(reader)) {
+        return true;
+    }
+    JsonNext next = JsonNext::More;
+    while (next == JsonNext::More) {
+        if (!read_element()) {
+            return false;
+        }
+        next = json_array_separator(reader);
+    }
+    return next == JsonNext::End;
+}
+
 // A quoted string decoded in place; nullptr on codes 2, 7, 8, 9, 10.
 // With length, also stores the length of the zero-terminated result (which
 // an escaped zero cuts short).

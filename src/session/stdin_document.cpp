@@ -46,24 +46,6 @@ bool read_object(JsonReader& reader, EmptyObject empty, ReadMember&& read_member
     return next == JsonNext::End;
 }
 
-template <typename ReadElement>
-bool read_array(JsonReader& reader, ReadElement&& read_element) {
-    if (!json_begin_array(reader)) {
-        return false;
-    }
-    if (json_end_array(reader)) {
-        return true;
-    }
-    JsonNext next = JsonNext::More;
-    while (next == JsonNext::More) {
-        if (!read_element()) {
-            return false;
-        }
-        next = json_array_separator(reader);
-    }
-    return next == JsonNext::End;
-}
-
 // One document being read into one session data object.
 class DocumentReader {
 public:
@@ -110,7 +92,7 @@ private:
     // size: a domain may have very many mails, each with its own list.
     bool read_name_list(std::vector<char*>& list, NameRule rule, const char* failure, Stored stored) {
         scratch_.clear();
-        const bool read = read_array(reader_, [&] {
+        const bool read = json_read_array(reader_, [&] {
             char* name = nullptr;
             if (!read_checked_name(name, rule, failure, stored)) {
                 return false;
@@ -162,7 +144,7 @@ private:
 
     bool read_mails() {
         data_.mails.clear();
-        return read_array(reader_, [this] {
+        return json_read_array(reader_, [this] {
             SessionMail& mail = data_.mails.emplace_back();
             return read_object(reader_, EmptyObject::Refused,
                                [&](std::string_view name) { return read_mail_member(mail, name); });
@@ -211,7 +193,7 @@ private:
 
     bool read_certificates() {
         data_.certificates.clear();
-        return read_array(reader_, [this] {
+        return json_read_array(reader_, [this] {
             SessionCertificate& certificate = data_.certificates.emplace_back();
             return read_object(reader_, EmptyObject::Allowed,
                                [&](std::string_view name) { return read_certificate_member(certificate, name); });
