@@ -17,7 +17,9 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 
 // Edits path under its lock in "/run/lock/files". Removals and additions at
 // the top go through "<path>.tmp", renamed onto the file; an addition at the
-// end appends. Lines are read at most 4095 bytes at a time. A file that
+// end appends. Lines are judged at most 4095 bytes at a time (a longer line
+// in several pieces); the file is read and written in large blocks, and every
+// kept byte is copied as it is, NUL bytes included. A file that
 // existed keeps its owner, group and mode; one created here gets 0666 less
 // the umask (the caller sets owner and mode). Result: 0, or 1 when
 //   the lock is not held: "Error occurred while locking the file %s: %s\n"
