@@ -65,7 +65,9 @@ std::string lower_case(std::string text) {
 // The LIKE selection also finds longer domains ("@example.com.au" for
 // "@example.com"); only addresses that end in "@domain" belong to it.
 int select_handlers_of_domain(const std::string& domain, MailHandlerList& list) {
-    const std::string suffix = "@" + lower_case(domain);
+    // Appended rather than concatenated: GCC 12 misreports operator+ on a literal (-Wrestrict at -O3).
+    std::string suffix("@");
+    suffix += lower_case(domain);
     MailHandlerList found;
     if (select_handler_rows(mail_handlers_sql::kSelectContainingShort, {{"'address'", suffix}},
                             handler_columns::kShortContaining, HandlerSelection::Listing, {}, found) != 0)
