@@ -18,15 +18,9 @@ int read_session_text(const std::string& text) {
     return result;
 }
 
-void SessionTest::SetUp() {
-    SandboxTest::SetUp();
-    capture_ = std::make_unique<SyslogCapture>();
-    log_init(nullptr, 6, 16, 0, "sorvane");
-}
-
 void SessionTest::TearDown() {
     release_session_mail_data();
-    SandboxTest::TearDown();
+    LoggingTest::TearDown();
 }
 
 }  // namespace sorvane::test

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "support/logging_test.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {
@@ -26,17 +27,11 @@ std::string written_by(Write write) {
     return text;
 }
 
-// A sandbox test whose process logs to syslog as the program does (without
-// the copy on standard error), captured from the start, and whose session
-// is released at the end.
-class SessionTest : public SandboxTest {
+// A logging test whose session is released at the end.
+class SessionTest : public LoggingTest {
 protected:
-    void SetUp() override;
     void TearDown() override;
-    std::vector<std::string> logged() { return capture_->messages(); }
-
-private:
-    std::unique_ptr<SyslogCapture> capture_;
+    std::vector<std::string> logged() { return syslog_capture().messages(); }
 };
 
 }  // namespace sorvane::test

@@ -17,24 +17,18 @@
 #include <vector>
 
 #include "runtime/log.h"
+#include "support/logging_test.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {
 
-// A sandbox test whose syslog records are captured; logged() gives them as
+// A logging test whose logged() gives the syslog records as
 // "<priority> <text>" (priority 0-7, e.g. "3 Unable to ...").
-class LoggedStoreTest : public SandboxTest {
+class LoggedStoreTest : public LoggingTest {
 protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        capture_.emplace();
-        log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
-    }
-    void TearDown() override { closelog(); }
-
     std::vector<std::string> logged() {
         std::vector<std::string> lines;
-        for (const std::string& record : capture_->records()) {
+        for (const std::string& record : syslog_capture().records()) {
             const int priority = std::atoi(record.c_str() + 1) & 7;
             const auto text = record.find("]: ");
             lines.push_back(std::to_string(priority) + " " +
@@ -42,9 +36,6 @@ protected:
         }
         return lines;
     }
-
-private:
-    std::optional<SyslogCapture> capture_;
 };
 
 // Runs sql on db with the sqlite3 program and returns its output ("a|b\n" per

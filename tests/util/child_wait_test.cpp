@@ -1,6 +1,7 @@
 #include "util/child_wait.h"
 
 #include "runtime/log.h"
+#include "support/logging_test.h"
 #include "support/sandbox.h"
 #include "util/process.h"
 
@@ -13,21 +14,11 @@ namespace {
 
 using crelm::util::ChildEnd;
 using crelm::util::ChildEndKind;
-using sorvane::test::SyslogCapture;
 
-class ChildWaitTest : public sorvane::test::SandboxTest {
+class ChildWaitTest : public sorvane::test::LoggingTest {
 protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        capture_ = std::make_unique<SyslogCapture>();
-        log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
-    }
-    void TearDown() override { closelog(); }
-
-    std::vector<std::string> logged() { return capture_->messages(); }
-    std::vector<std::string> records() { return capture_->records(); }
-
-    std::unique_ptr<SyslogCapture> capture_;
+    std::vector<std::string> logged() { return syslog_capture().messages(); }
+    std::vector<std::string> records() { return syslog_capture().records(); }
 };
 
 std::string priority_of(const std::string& record) {
