@@ -69,8 +69,8 @@ int edit_line(const std::string& path, int worker, int number) {
     _exit(std::min(failures, 120));
 }
 
-// What the reader may see: the whole file, made of whole known lines, the
-// sentinel among them. Empty when it is so; otherwise what was wrong.
+// What the reader may see: the whole file, made of whole known lines (but for
+// an append in progress at its end), the sentinel among them. Empty when it is so; otherwise what was wrong.
 std::string fault_in(const std::string& path) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
@@ -83,8 +83,18 @@ std::string fault_in(const std::string& path) {
     ::close(fd);
     if (got < 0)
         return "read failed";
-    if (content.empty() || content.back() != '\n')
-        return "not whole lines: [" + content + "]";
+    if (content.empty())
+        return "empty";
+    // A line added at the end is appended in place, so a reader may catch an
+    // append in progress: the unfinished tail must be the start of a worker's
+    // line, and everything before it whole.
+    if (content.back() != '\n') {
+        const std::size_t tail = content.rfind('\n') + 1;
+        const std::string piece = content.substr(tail);
+        if (piece[0] != 'w' || piece.find_first_not_of("w0123456789-") != std::string::npos)
+            return "not whole lines: [" + content + "]";
+        content.erase(tail);
+    }
     if (content.find("\n" + kSentinel + "\n") == std::string::npos && content.rfind(kSentinel + "\n", 0) != 0)
         return "sentinel missing: [" + content + "]";
     std::size_t start = 0;
