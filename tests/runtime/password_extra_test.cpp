@@ -10,30 +10,13 @@
 #include <string>
 
 #include "runtime/child.h"
+#include "runtime/password_child_test.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {
 namespace {
 
-class PasswordExtraTest : public SandboxTest {
-protected:
-    void TearDown() override {
-        unsetenv("QVT_PASSWORD");
-        unsetenv("QVT_CRYPTED_PASSWORD");
-    }
-
-    // Runs action in a child, as the program would read the password once per
-    // process, and returns what it produced.
-    std::string in_child(const std::function<std::string()>& action) {
-        const std::string path = scratch_dir() + "/result";
-        const auto run = run_in_child([&] {
-            write_file(path, action());
-            return 0;
-        });
-        EXPECT_EQ(run.status, 0) << run.err;
-        return read_file(path);
-    }
-};
+using PasswordExtraTest = PasswordChildTest;
 
 // The eight salt characters that srand(seed) gives by the shifted draw,
 // written out in floating point apart from the code under test.

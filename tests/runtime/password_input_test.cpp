@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "runtime/child.h"
+#include "runtime/password_child_test.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {
@@ -18,24 +19,7 @@ namespace {
 
 constexpr const char* kAlphabet = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
-class PasswordInputTest : public SandboxTest {
-protected:
-    void TearDown() override {
-        unsetenv("QVT_PASSWORD");
-        unsetenv("QVT_CRYPTED_PASSWORD");
-    }
-
-    // Runs action in a child and returns what it wrote to its result file.
-    std::string in_child(const std::function<std::string()>& action) {
-        const std::string path = scratch_dir() + "/result";
-        const auto run = run_in_child([&] {
-            write_file(path, action());
-            return 0;
-        });
-        EXPECT_EQ(run.status, 0) << run.err;
-        return read_file(path);
-    }
-};
+using PasswordInputTest = PasswordChildTest;
 
 bool is_md5_crypt_hash(const std::string& hash) {
     return hash.size() == 34 && hash.substr(0, 3) == "$1$" && hash[11] == '$' &&
