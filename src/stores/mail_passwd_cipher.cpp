@@ -28,8 +28,8 @@ struct EvpContextFree {
 };
 using EvpContext = std::unique_ptr<EVP_CIPHER_CTX, EvpContextFree>;
 
-// One cipher context per specification. The specification in use asks for a
-// fresh random IV per message and PKCS#7 padding, so the IV is never read
+// One cipher context per cipher text ("AES-256-CBC:PKCS"). The one in use asks
+// for a fresh random IV per message and PKCS#7 padding, so the IV is never read
 // from the key file.
 struct MailPasswdCipher {
     std::string name;

@@ -18,7 +18,7 @@
 #include <string>
 #include <string_view>
 
-// The cipher specification of every stored password, and the stored prefix.
+// The cipher and padding of every stored password, and the stored prefix.
 inline constexpr std::string_view kMailPasswdCipherSpec = "AES-256-CBC:PKCS";
 inline constexpr std::string_view kMailPasswdStoredPrefix = "$AES-256-CBC:PKCS$";
 
