@@ -1,5 +1,4 @@
-// The alias commands: add and remove a mail alias of a mail name, and add,
-// remove and rename a domain alias.
+// The domain alias commands: add, remove and rename a domain alias.
 #include <string>
 
 #include "commands/action_options.h"
@@ -13,11 +12,6 @@ namespace {
 
 const std::string kActionUsage = " <--set-bounce 'text'| --set-catchall 'email' | --set-reject>";
 
-std::string mail_alias_usage(const std::string& command_switch) {
-    return command_switch + " --domain-name=<domain_name> --mailname=<mail_name> --alias=<email_alias>" +
-           kSessionListsUsage;
-}
-
 // What to do with mail for names the domain does not have.
 void add_action_options(CommandOptions& options) {
     add_bounce_options(options);
@@ -25,26 +19,7 @@ void add_action_options(CommandOptions& options) {
     add_reject_option(options);
 }
 
-void add_mail_alias_options(CommandOptions& options) {
-    add_domain_name_option(options);
-    add_mail_name_option(options);
-    add_mail_name_option(options, "alias", "alias email");
-    add_session_data_options(options);
-}
-
 }  // namespace
-
-int add_alias_command(int argc, char** argv) {
-    CommandOptions options("add alias for a given mailname", mail_alias_usage("--add-alias"));
-    add_mail_alias_options(options);
-    return parse_then_not_available(options, argc, argv, "--add-alias");
-}
-
-int remove_alias_command(int argc, char** argv) {
-    CommandOptions options("remove alias for a given mailname", mail_alias_usage("--remove-alias"));
-    add_mail_alias_options(options);
-    return parse_then_not_available(options, argc, argv, "--remove-alias");
-}
 
 int add_domain_alias_command(int argc, char** argv) {
     CommandOptions options("add a domain alias",

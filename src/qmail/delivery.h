@@ -1,0 +1,52 @@
+// Delivery lines in a mail name's ".qmail", and making qmail take up changed
+// tables. Results are 0 for success and -1 for failure unless said
+// otherwise; every failure is reported once through the log.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The local delivery agent of this server.
+inline constexpr int kLdaUnknown = -1;
+inline constexpr int kLdaDeliverquota = 0;
+inline constexpr int kLdaDovecot = 1;
+
+// The LDA kind, found once per process and kept: "/usr/bin/deliverquota" is
+// preferred to "/usr/lib/dovecot/dovecot-lda". kLdaUnknown (not kept) after
+// "Unable to detect IMAP/POP3 server type - no LDA found" or "... LDA is
+// present at '%s' but is not a regular file or is not executable".
+int detect_lda();
+
+// The five delivery lines this system knows, in the order they are removed.
+const std::vector<std::string>& known_delivery_lines();
+
+// Removes every known delivery line from the ".qmail" at path.
+int remove_delivery_strings(const std::string& path);
+
+// The first line of "/var/qmail/mailnames/.default_delivery" with its
+// newline, into line.
+int read_default_delivery(std::string& line);
+
+// Replaces any known delivery line of the ".qmail" at path by the default
+// delivery line, then gives it owner popuser and mode 0600.
+int add_delivery(const std::string& path);
+// Removes the known delivery lines, then owner popuser and mode 0600.
+int remove_delivery(const std::string& path);
+
+// add_delivery / remove_delivery on the ".qmail" of mailname@domain.
+int add_mailname_delivery(const std::string& mailname, const std::string& domain);
+int remove_mailname_delivery(const std::string& mailname, const std::string& domain);
+
+// Truncates or creates path, gives it owner popuser and mode 0600, then puts
+// lines at its top.
+int write_qmail_lines(const std::string& path, const std::vector<std::string>& lines);
+
+// Runs "/var/qmail/bin/qmail-newu" (one at a time across processes) and
+// returns its exit status, or -1 when it could not be run or waited for.
+int qmail_newu();
+// "/usr/bin/killall -1 qmail-send"; when that fails, logs "Reload of
+// qmail-send failed, performing full restart" (info) and returns
+// restart_qmail(). 0 on success.
+int reload_qmail_send();
+// "/opt/qvt/admin/sbin/crelmrc qmail restart": its exit status or -1.
+int restart_qmail();
