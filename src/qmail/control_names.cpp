@@ -6,9 +6,10 @@
 #include <cstring>
 
 #include "mailbox/mailnames_root.h"
+#include "qmail/mail_owner.h"
 #include "qmail/paths.h"
+#include "qmail/qmail_report.h"
 #include "runtime/idn.h"
-#include "runtime/log.h"
 #include "runtime/system_users.h"
 
 namespace crelm::qmail {
@@ -39,19 +40,17 @@ std::string lower_ascii(std::string name) {
 std::string control_domain_name(const std::string& domain) {
     const std::optional<std::string> ascii = idn_toascii(domain);
     if (!ascii) {
-        report_error(1, 1, "idn_toascii() failed: %s", idn_status_text(idn_last_status()));
+        report_fatal("idn_toascii() failed: %s", idn_status_text(idn_last_status()));
     }
     return lower_ascii(*ascii);
 }
 
 PopuserIds popuser_ids_or_die(const char* fatal_text) {
-    PopuserIds ids;
-    ids.uid = get_user_id_or_group(kMailOwner, UserIdKind::Uid);
-    ids.gid = get_user_id_or_group(kMailOwner, UserIdKind::PrimaryGid);
-    if (ids.uid == 0 || ids.gid == 0) {
-        report_error(1, 1, "%s", fatal_text);
+    const MailOwnerIds owner = mail_owner_ids();
+    if (!owner.known()) {
+        report_fatal("%s", fatal_text);
     }
-    return ids;
+    return PopuserIds{owner.uid, owner.gid};
 }
 
 std::string domain_assign_record(const std::string& domain, const PopuserIds& ids) {
@@ -64,7 +63,8 @@ std::string mailname_assign_record(const std::string& key, const std::string& do
 }
 
 std::string mailname_assign_tail(const std::string& domain, const std::string& mailname, const PopuserIds& ids) {
-    return lower_ascii(":" + ids_text(ids) + crelm::mailbox::mailnames_root() + "/" + domain + "/" + mailname + ":::");
+    return lower_ascii(":" + ids_text(ids) + crelm::mailbox::mailnames_root() + "/" + domain + "/" + mailname +
+                       ":::");
 }
 
 std::string domain_home_prefix(const std::string& domain) {
@@ -73,7 +73,7 @@ std::string domain_home_prefix(const std::string& domain) {
 
 int set_assign_mode() {
     if (::chmod(kUsersAssign, 0644) != 0) {
-        report_error(0, 0, "ERROR: unable to chmod %s: %s\n", kUsersAssign, std::strerror(errno));
+        report_failure("ERROR: unable to chmod %s: %s\n", kUsersAssign, std::strerror(errno));
         return -1;
     }
     return 0;

@@ -1,16 +1,16 @@
 // The "=" record of a mail name in assign.
 #include "qmail/control_files.h"
+#include "qmail/control_lines.h"
 #include "qmail/control_names.h"
 #include "qmail/mailname_files.h"
 #include "qmail/paths.h"
-#include "runtime/log.h"
-#include "util/file_str.h"
+#include "qmail/qmail_report.h"
 
 using namespace crelm::qmail;
 
 int qmail_add_mailname_record(const std::string& mailname, const std::string& domain) {
     if (mailname.empty() || domain.empty()) {
-        report_error(1, 1, "empty mailname, maildomain or mailalias");
+        report_fatal("empty mailname, maildomain or mailalias");
     }
     const std::string ascii_domain = control_domain_name(domain);
     const std::string name = lower_ascii(mailname);
@@ -20,12 +20,12 @@ int qmail_add_mailname_record(const std::string& mailname, const std::string& do
 
     // Taking the record out first and putting it back at the top leaves it
     // there exactly once, and above the closing "." line.
-    if (file_str_one(kUsersAssign, record, LineAction::remove_exact, LinePosition::anywhere) != 0) {
-        report_error(0, 0, "Unable to remove record for %s from assign file", address.c_str());
+    if (!remove_line(kUsersAssign, record)) {
+        report_failure("Unable to remove record for %s from assign file", address.c_str());
     }
-    if (file_str_one(kUsersAssign, record, LineAction::add, LinePosition::start) != 0) {
+    if (!insert_line_at_top(kUsersAssign, record)) {
         remove_mailname_files(mailname, domain);
-        report_error(1, 1, "Unable to add record for %s to assign file", address.c_str());
+        report_fatal("Unable to add record for %s to assign file", address.c_str());
     }
     set_assign_mode();
     return 0;

@@ -1,0 +1,49 @@
+// Removing a mail domain from the control files, the authentication store,
+// assign and the mail names tree.
+#include "qmail/control_files.h"
+#include "qmail/control_lines.h"
+#include "qmail/control_names.h"
+#include "qmail/paths.h"
+#include "qmail/qmail_report.h"
+#include "stores/mail_auth_store.h"
+#include "util/tree_walk.h"
+
+using namespace crelm::qmail;
+
+int qmail_remove_domain(const std::string& domain_name) {
+    if (domain_name.empty()) {
+        report_fatal("empty maildomain");
+    }
+    const std::string domain = control_domain_name(domain_name);
+    const PopuserIds ids = popuser_ids_or_die("Unable to define UID or GID for user popuser");
+    if (!remove_line(kRcptHosts, domain)) {
+        report_failure("Unable to remove domain from rcpthosts file");
+    }
+    if (!remove_line(kVirtualDomains, domain + ":" + domain)) {
+        report_fatal("Unable to remove domain from virtualdomains file");
+    }
+    if (remove_mail_auth_domain(domain) != 0) {
+        return -1;
+    }
+    // Every record whose home lies in the domain's directory: its mail
+    // names and their aliases. The closing "/" keeps domains whose names
+    // merely begin the same ("a.test" and "a.test.example").
+    const std::string home_prefix = domain_home_prefix(domain);
+    if (!remove_lines_containing(kUsersAssign, home_prefix)) {
+        report_fatal("error while deleting from file assign");
+    }
+    remove_tree(home_prefix);
+    if (!remove_line(kUsersAssign, domain_assign_record(domain, ids))) {
+        report_fatal("Unable to remove domain mailbox record from assign file");
+    }
+    set_assign_mode();
+    return 0;
+}
+
+int qmail_remove_from_locals(const std::string& domain_name) {
+    if (!remove_line(kLocals, control_domain_name(domain_name))) {
+        report_failure("Unable to remove domain record from locals.");
+        return -1;
+    }
+    return 0;
+}

@@ -1,0 +1,45 @@
+// Switching a domain's mail service off and on: its rcpthosts and
+// virtualdomains lines and its status in the authentication store.
+#include "qmail/control_files.h"
+#include "qmail/control_lines.h"
+#include "qmail/control_names.h"
+#include "qmail/paths.h"
+#include "qmail/qmail_report.h"
+#include "stores/mail_auth_store.h"
+
+using namespace crelm::qmail;
+
+int qmail_domain_off(const std::string& domain_name) {
+    const std::string domain = control_domain_name(domain_name);
+    if (!remove_line(kRcptHosts, domain)) {
+        // This step has always reported in these words, though the line is
+        // rcpthosts', not assign's.
+        report_failure("Unable to remove domain mailbox record from assign file");
+        return -1;
+    }
+    if (!remove_line(kVirtualDomains, domain + ":" + domain)) {
+        report_failure("ERROR: Unable to remove record from virtualdomains file");
+        return -1;
+    }
+    return set_mail_auth_domain_status(domain, kMailAuthDomainStatusDisabled) == 0 ? 0 : -1;
+}
+
+int qmail_domain_on(const std::string& domain_name) {
+    const std::string domain = control_domain_name(domain_name);
+    // A failed removal is no reason to stop: the append that follows makes
+    // the line present in any case.
+    remove_line(kRcptHosts, domain);
+    if (!append_line(kRcptHosts, domain)) {
+        report_failure("Unable to add record to rcpthosts.");
+        return -1;
+    }
+    const std::string line = domain + ":" + domain;
+    if (!remove_line(kVirtualDomains, line)) {
+        report_failure("Unable to remove record from virtualdomains.");
+    }
+    if (!append_line(kVirtualDomains, line)) {
+        report_failure("Unable to add record to virtualdomains.");
+        return -1;
+    }
+    return set_mail_auth_domain_status(domain, kMailAuthDomainStatusEnabled) == 0 ? 0 : -1;
+}

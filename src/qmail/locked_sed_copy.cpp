@@ -1,0 +1,99 @@
+#include "qmail/locked_sed_copy.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "qmail/qmail_report.h"
+#include "util/file_lock.h"
+#include "util/nofollow.h"
+#include "util/process.h"
+#include "util/child_wait.h"
+#include "util/temp_file.h"
+
+namespace crelm::qmail {
+namespace {
+
+constexpr const char* kSed = "/bin/sed";
+
+// The file to read, opened without following a link at its name; a FIFO or
+// device planted in its place is not read (that could block or read
+// without end).
+crelm::util::UniqueFd open_regular_source(int dir_fd, const std::string& name) {
+    crelm::util::UniqueFd fd(::openat(dir_fd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
+    if (!fd.valid() || ::fstat(fd.get(), &info) != 0) {
+        return crelm::util::UniqueFd();
+    }
+    if (!S_ISREG(info.st_mode)) {
+        errno = EINVAL;
+        return crelm::util::UniqueFd();
+    }
+    ::fcntl(fd.get(), F_SETFL, O_RDONLY);
+    return fd;
+}
+
+bool sed_succeeded(int in_fd, int out_fd, const std::string& script) {
+    const pid_t pid = fork_execv(kSed, {kSed, "-e", script}, in_fd, out_fd, STDERR_FILENO);
+    const int status = crelm::util::wait_child_logged(pid, kSed);
+    return status != -1 && status != 127;
+}
+
+bool give_attributes(crelm::util::TempFile& temp, const SedCopyAttributes& attributes) {
+    if (::fchmod(temp.fd(), attributes.mode) != 0) {
+        report_failure("chmod failed: %s\n", std::strerror(errno));
+        return false;
+    }
+    if (attributes.owner && ::fchown(temp.fd(), attributes.owner->first, attributes.owner->second) != 0) {
+        report_failure("chown failed: %s\n", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+bool rewrite(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {
+    const crelm::util::ParentDir parent = crelm::util::open_parent(path);
+    if (!parent.fd.valid()) {
+        report_failure("Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
+        return false;
+    }
+    const crelm::util::UniqueFd source = open_regular_source(parent.fd.get(), parent.name);
+    if (!source.valid()) {
+        report_failure("Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
+        return false;
+    }
+    crelm::util::TempFile temp =
+        crelm::util::TempFile::create_unique(parent.fd.get(), parent.name + ".mail.", path + ".mail.");
+    if (!temp.valid()) {
+        report_failure("Unable to create temporary file: %s", std::strerror(errno));
+        return false;
+    }
+    if (!sed_succeeded(source.get(), temp.fd(), script) || !give_attributes(temp, attributes)) {
+        return false;
+    }
+    if (temp.close() != 0 || temp.commit_to(parent.name) != 0) {
+        report_failure("rename failed: %s\n", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool sed_copy_locked(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {
+    FileLock lock = lock_file(path, LockPlace::lock_directory);
+    if (!lock.held()) {
+        report_failure("Error occurred while locking %s file", path.c_str());
+        return false;
+    }
+    const bool replaced = rewrite(path, script, attributes);
+    if (unlock_file(lock) != 0) {
+        report_failure("Error occurred while unlocking %s file\n", path.c_str());
+    }
+    return replaced;
+}
+
+}  // namespace crelm::qmail

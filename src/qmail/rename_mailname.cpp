@@ -1,0 +1,122 @@
+// Renaming a mail name within its domain: its assign record, its home, the
+// records of its aliases, its authentication records and the address in its
+// ".qmail".
+#include "mailbox/mailnames_root.h"
+#include "qmail/control_files.h"
+#include "qmail/control_lines.h"
+#include "qmail/control_names.h"
+#include "qmail/locked_sed_copy.h"
+#include "qmail/paths.h"
+#include "qmail/qmail_report.h"
+#include "qmail/sed_literal.h"
+#include "qmail/session_hooks.h"
+#include "stores/mail_auth_store.h"
+#include "util/directories.h"
+
+using namespace crelm::qmail;
+
+namespace {
+
+struct MailnameRename {
+    std::string domain;
+    std::string old_name;
+    std::string new_name;
+    PopuserIds ids;
+
+    std::string record(const std::string& name) const { return mailname_assign_record(name, domain, name, ids); }
+    std::string home(const std::string& name) const {
+        return crelm::mailbox::mailnames_root() + "/" + domain + "/" + name;
+    }
+};
+
+// The new record replaces the old one at the top of assign; if it cannot be
+// written the old one goes back before the program ends.
+void replace_record(const MailnameRename& rename) {
+    if (!remove_line(kUsersAssign, rename.record(rename.old_name))) {
+        report_fatal("Unable to remove record from assign file");
+    }
+    if (!insert_line_at_top(kUsersAssign, rename.record(rename.new_name))) {
+        insert_line_at_top(kUsersAssign, rename.record(rename.old_name));
+        report_fatal("Unable to add record to assign file");
+    }
+    set_assign_mode();
+}
+
+void rename_home(const MailnameRename& rename) {
+    if (rename_dir(rename.home(rename.old_name), rename.home(rename.new_name)) != 0) {
+        remove_line(kUsersAssign, rename.record(rename.new_name));
+        insert_line_at_top(kUsersAssign, rename.record(rename.old_name));
+        set_assign_mode();
+        report_fatal("Unable to rename directory");
+    }
+}
+
+// The aliases' records end in the mail name's home: they follow it there.
+bool repoint_alias_records(const MailnameRename& rename) {
+    const std::string script = sed_substitute(mailname_assign_tail(rename.domain, rename.old_name, rename.ids),
+                                              mailname_assign_tail(rename.domain, rename.new_name, rename.ids),
+                                              Anchor::end);
+    if (!sed_copy_locked(kUsersAssign, script, SedCopyAttributes{0644, std::nullopt})) {
+        report_failure("Unable to change aliases in %s\n", kUsersAssign);
+        return false;
+    }
+    return true;
+}
+
+// The mail name's own record in domain; when it cannot be renamed the old
+// one is taken away, since no mail name answers to it any more.
+bool rename_auth_record(const MailnameRename& rename, const std::string& domain) {
+    if (rename_mail_auth_user(domain, rename.old_name, rename.new_name) == 0) {
+        return true;
+    }
+    report_failure("Unable to rename auth record %s@%s -> %s@%s", rename.old_name.c_str(), domain.c_str(),
+                   rename.new_name.c_str(), domain.c_str());
+    if (remove_mail_auth_user(rename.old_name, domain) != 0) {
+        report_failure("Unable to delete auth records for %s@%s", rename.old_name.c_str(), domain.c_str());
+    }
+    return false;
+}
+
+// At the domain and at each of its aliases, whose records are copies.
+bool rename_auth_records(const MailnameRename& rename) {
+    NameList aliases;
+    if (qmail_session_hooks().domain_aliases(rename.domain, aliases) != 0) {
+        report_failure("Unable to get domain aliases for domain %s", rename.domain.c_str());
+        return false;
+    }
+    bool renamed = rename_auth_record(rename, rename.domain);
+    for (const std::string& alias : aliases.value_or(std::vector<std::string>{})) {
+        renamed = rename_auth_record(rename, control_domain_name(alias)) && renamed;
+    }
+    return renamed;
+}
+
+// Forwarding and delivery lines of ".qmail" may name the mail name's own
+// address; they follow the rename. Failures here are reported only.
+void rename_in_dot_qmail(const MailnameRename& rename) {
+    const std::string path = rename.home(rename.new_name) + "/.qmail";
+    const std::string script = sed_substitute(rename.old_name + "@", rename.new_name + "@", Anchor::none);
+    if (!sed_copy_locked(path, script, SedCopyAttributes{0600, std::pair{rename.ids.uid, rename.ids.gid}})) {
+        report_failure("Unable to change mailname in dot-qmail in %s\n", path.c_str());
+    }
+}
+
+}  // namespace
+
+int qmail_rename_mailname(const std::string& old_mailname, const std::string& domain,
+                          const std::string& new_mailname, const std::string& auth_rename) {
+    if (old_mailname.empty() || new_mailname.empty() || domain.empty()) {
+        report_failure("empty mailname or maildomain");
+        return -1;
+    }
+    const MailnameRename rename{control_domain_name(domain), lower_ascii(old_mailname), lower_ascii(new_mailname),
+                                popuser_ids_or_die("Unable to define UID or GID for user popuser")};
+    replace_record(rename);
+    rename_home(rename);
+    int result = repoint_alias_records(rename) ? 0 : -1;
+    if (!auth_rename.empty() && !rename_auth_records(rename)) {
+        result = -1;
+    }
+    rename_in_dot_qmail(rename);
+    return result;
+}

@@ -1,0 +1,41 @@
+#include "qmail/sed_literal.h"
+
+#include <string_view>
+
+namespace crelm::qmail {
+namespace {
+
+std::string escaped(const std::string& text, std::string_view specials, char delimiter) {
+    std::string result;
+    result.reserve(text.size() * 2);
+    for (const char c : text) {
+        if (c == delimiter || specials.find(c) != std::string_view::npos) {
+            result += '\\';
+        }
+        result += c;
+    }
+    return result;
+}
+
+}  // namespace
+
+std::string sed_pattern_literal(const std::string& text, char delimiter) {
+    return escaped(text, ".[]*^$\\", delimiter);
+}
+
+std::string sed_replacement_literal(const std::string& text, char delimiter) {
+    return escaped(text, "&\\", delimiter);
+}
+
+std::string sed_append_literal(const std::string& text) {
+    return escaped(text, "\\", '\\');
+}
+
+std::string sed_substitute(const std::string& from, const std::string& to, Anchor anchor) {
+    const bool at_start = anchor == Anchor::start || anchor == Anchor::whole;
+    const bool at_end = anchor == Anchor::end || anchor == Anchor::whole;
+    return std::string("s|") + (at_start ? "^" : "") + sed_pattern_literal(from, '|') + (at_end ? "$" : "") + "|" +
+           sed_replacement_literal(to, '|') + "|g";
+}
+
+}  // namespace crelm::qmail
