@@ -8,14 +8,20 @@
 
 #include <string>
 
-// "<mailnames>/<domain>/<mailname>" into path, lower-cased.
+// "<mailnames>/<domain>/<mailname>" into path, the domain in lower-case
+// ASCII and the mail name lower-cased; refused when it would not fit in
+// 4096 bytes with its terminator ("Either domain name '%s' or mailname '%s'
+// are too long to store mailname home path in the provided buffer"), for
+// an empty name ("empty mailname or maildomain") or a domain that does not
+// convert ("idn_toascii(%s) failed: %s"). path is left alone on failure.
 int mailname_home_path(std::string& path, const std::string& mailname, const std::string& domain);
-// "<mailnames>/<domain>/<mailname>/.qmail" into path, lower-cased; refused
-// when it would not fit in 4096 bytes with its terminator.
+// "<mailnames>/<domain>/<mailname>/.qmail" into path, as mailname_home_path
+// ("... to store .qmail path in the provided buffer").
 int mailname_qmail_path(std::string& path, const std::string& mailname, const std::string& domain);
-// "<mailnames>/<domain>", lower-cased.
+// "<mailnames>/<domain>", the domain in lower-case ASCII; "" after
+// "idn_toascii(%s) failed: %s" (logged).
 std::string domain_dir_path(const std::string& domain);
-// "<mailnames>/<domain>/.qmail-default".
+// "<mailnames>/<domain>/.qmail-default", or "" as domain_dir_path.
 std::string qmail_default_path(const std::string& domain);
 
 // Creates "<mailnames>/<domain>" (and missing parents), owner popuser, mode 0700.

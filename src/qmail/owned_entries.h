@@ -1,0 +1,43 @@
+// Making directories and files inside a mail user's tree. Mail users can
+// write there, so nothing is reached through a symbolic link they planted:
+// paths are walked by the rule of util/nofollow.h, the last component is
+// never followed, and owners and modes are changed on handles.
+#pragma once
+
+#include "qmail/mail_owner.h"
+#include "util/unique_fd.h"
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace crelm::qmail {
+
+enum class OwnedStep { made, owned };
+
+// What went wrong: the step, with errno kept from the failing call.
+struct OwnedFailure {
+    OwnedStep step = OwnedStep::made;
+    int error = 0;
+};
+
+// Makes directory relative (a path below dir_fd, "." for dir_fd itself is
+// not allowed) with mode, accepting one that is there, then gives it owner
+// and mode. 0, or -1 with failure filled (a link or a non-directory at the
+// place fails the make step with ELOOP or ENOTDIR).
+int make_owned_dir_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
+                      OwnedFailure& failure);
+
+// The same for an absolute path, walked from "/".
+int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure);
+
+// Creates the empty file relative below dir_fd (an existing regular file
+// is kept as it is), then gives it owner and mode. 0 or -1 as above.
+int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
+                       OwnedFailure& failure);
+
+// An O_PATH handle on the directory at path, reached without following a
+// planted link; invalid with errno set otherwise.
+util::UniqueFd open_owned_dir(const std::string& path);
+
+}  // namespace crelm::qmail

@@ -1,0 +1,36 @@
+// Taking a mail name's files away: also the undo of a mail name that could
+// not be made whole.
+#include "qmail/control_names.h"
+#include "qmail/mail_owner.h"
+#include "qmail/mailname_files.h"
+#include "qmail/paths.h"
+#include "qmail/qmail_report.h"
+#include "stores/mail_auth_store.h"
+#include "util/file_str.h"
+#include "util/tree_walk.h"
+
+using namespace crelm::qmail;
+
+int remove_mailname_files(const std::string& mailname, const std::string& domain) {
+    if (mailname.empty() || domain.empty())
+        report_fatal("empty mailname or maildomain");
+    const MailOwnerIds owner = mail_owner_ids();
+    if (!owner.known())
+        report_fatal("Unable to get popuser uid or gid\n");
+    const std::string ascii = control_domain_name(domain);
+    const std::string name = lower_ascii(mailname);
+    const std::string record = mailname_assign_record(name, ascii, name, {owner.uid, owner.gid});
+    const std::string address = name + "@" + ascii;
+
+    int result = 0;
+    if (file_str_one(kUsersAssign, record, LineAction::remove_exact, LinePosition::anywhere) != 0) {
+        report_failure("Unable to remove %s mailbox record from assign file", address.c_str());
+        result = -1;
+    }
+    if (remove_mail_auth_user(name, ascii) != 0)
+        result = -1;
+    std::string home;
+    if (mailname_home_path(home, mailname, domain) != 0 || remove_tree(home) != 0)
+        result = -1;
+    return result;
+}

@@ -1,0 +1,95 @@
+// The ".qmail" of a mail name without a mailbox: accept and discard.
+#include "qmail/mail_owner.h"
+#include "qmail/mailname_files.h"
+#include "qmail/qmail_report.h"
+#include "qmail/true_qmail.h"
+#include "util/nofollow.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+using crelm::qmail::log_error;
+
+namespace {
+
+constexpr std::string_view kTrueLine = "| true\n";
+constexpr mode_t kDotQmailMode = 0600;
+
+// Opened for writing without following a link at the path or on the way,
+// created 0600 so that it is never writable by others.
+crelm::util::UniqueFd open_dot_qmail(const crelm::util::ParentDir& parent) {
+    if (!parent.fd.valid())
+        return crelm::util::UniqueFd();
+    crelm::util::UniqueFd file(::openat(parent.fd.get(), parent.name.c_str(),
+                                        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                                        kDotQmailMode));
+    struct stat info {};
+    if (file.valid() && (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))) {
+        file.reset();
+        errno = EINVAL;
+    }
+    return file;
+}
+
+bool write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(fd, text.data(), text.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// The text of a failure of the call that just failed.
+std::string failure_text(const char* format, const std::string& path) {
+    const char* reason = std::strerror(errno);
+    std::string text(std::strlen(format) + path.size() + std::strlen(reason), '\0');
+    text.resize(static_cast<std::size_t>(std::snprintf(text.data(), text.size(), format, path.c_str(), reason)));
+    return text;
+}
+
+}  // namespace
+
+namespace crelm::qmail {
+
+std::optional<std::string> write_true_line(const std::string& path) {
+    const crelm::qmail::MailOwnerIds owner = crelm::qmail::mail_owner_ids();
+    if (!owner.known())
+        return "Unable to define UID or GID for user popuser";
+    const crelm::util::ParentDir parent = crelm::util::open_parent(path);
+    crelm::util::UniqueFd file = open_dot_qmail(parent);
+    if (!file.valid())
+        return failure_text("Unable to open '%s': %s", path);
+    if (!write_all(file.get(), kTrueLine)) {
+        const std::string text = failure_text("Unable to write to '%s': %s", path);
+        ::unlinkat(parent.fd.get(), parent.name.c_str(), 0);
+        return text;
+    }
+    if (::fchown(file.get(), owner.uid, owner.gid) != 0 || ::fchmod(file.get(), kDotQmailMode) != 0)
+        return failure_text("Unable to chown '%s': %s", path);
+    if (file.close() != 0) {
+        const std::string text = failure_text("Unable to write to '%s': %s", path);
+        ::unlinkat(parent.fd.get(), parent.name.c_str(), 0);
+        return text;
+    }
+    return std::nullopt;
+}
+
+}  // namespace crelm::qmail
+
+int write_true_qmail(const std::string& path) {
+    const std::optional<std::string> failure = crelm::qmail::write_true_line(path);
+    if (!failure)
+        return 0;
+    log_error("%s", failure->c_str());
+    return -1;
+}
