@@ -1,0 +1,182 @@
+"""Concurrent panels: 8 sorvane processes at once in one domain, adding,
+removing and renaming mail names and aliases and adding and removing
+domain aliases, 200 commands a round. Afterwards every file, store and tree
+agrees with the sequential run of the same commands (lines whose order
+depends on who came first compared as sets), the compiled table that
+qmail-newu built answers every mail name, and no temporary file is left."""
+import os
+import random
+import threading
+
+from checks_deliveries import NotAvailable, expect, need
+from mailserver import (MAILNAMES, QMAIL, SuiteError, assigned_home, describe_difference, server_state,
+                        temporary_files)
+
+GROUP = "concurrency"
+WORKERS = 8
+COMMANDS = 200
+DOMAIN = "example.com"
+# Files whose lines are added at the top or appended at the end: with
+# several panels at once their order is the order the panels came in.
+ORDERED_BY_ARRIVAL = ("/var/qmail/control/rcpthosts", "/var/qmail/control/virtualdomains",
+                      "/var/qmail/users/assign", "/var/qmail/control/rejectnonexist", "/var/qmail/control/locals")
+COMMANDS_USED = ("--add-domain", "--turn-on-domain", "--add-mailname", "--remove-mailname", "--rename-mailname",
+                 "--add-alias", "--remove-alias", "--add-domain-alias", "--del-domain-alias")
+
+
+class Worker:
+    """One panel's commands, valid in its own order: each worker keeps to
+    names of its own, so the workers' commands commute."""
+
+    def __init__(self, number, rng):
+        self.number = number
+        self.rng = rng
+        self.names = {}  # mail name -> its aliases
+        self.domain_aliases = set()
+        self.counter = 0
+        self.commands = []
+
+    def fresh(self, kind):
+        self.counter += 1
+        if kind == "alias-domain":
+            return "w%d-%d.example.net" % (self.number, self.counter)
+        return "w%d%s%d" % (self.number, kind, self.counter)
+
+    def next_command(self):
+        choices = ["add-mailname", "add-domain-alias"]
+        if self.names:
+            choices += ["remove-mailname", "rename-mailname", "add-alias", "add-alias"]
+        if any(self.names.values()):
+            choices += ["remove-alias"]
+        if self.domain_aliases:
+            choices += ["del-domain-alias"]
+        kind = self.rng.choice(choices)
+        d = "--domain-name=" + DOMAIN
+        if kind == "add-mailname":
+            name = self.fresh("n")
+            self.names[name] = []
+            return ["--add-mailname", d, "--mailname=" + name]
+        if kind == "remove-mailname":
+            name = self.rng.choice(sorted(self.names))
+            del self.names[name]
+            return ["--remove-mailname", d, "--mailname=" + name]
+        if kind == "rename-mailname":
+            old = self.rng.choice(sorted(self.names))
+            new = self.fresh("r")
+            self.names[new] = self.names.pop(old)
+            return ["--rename-mailname", d, "--old-mailname=" + old, "--new-mailname=" + new]
+        if kind == "add-alias":
+            name = self.rng.choice(sorted(self.names))
+            alias = self.fresh("a")
+            self.names[name].append(alias)
+            return ["--add-alias", d, "--mailname=" + name, "--alias=" + alias]
+        if kind == "remove-alias":
+            name = self.rng.choice(sorted(n for n, a in self.names.items() if a))
+            alias = self.rng.choice(self.names[name])
+            self.names[name].remove(alias)
+            return ["--remove-alias", d, "--mailname=" + name, "--alias=" + alias]
+        if kind == "add-domain-alias":
+            alias = self.fresh("alias-domain")
+            self.domain_aliases.add(alias)
+            return ["--add-domain-alias", d, "--domain-alias-name=" + alias]
+        alias = self.rng.choice(sorted(self.domain_aliases))
+        self.domain_aliases.remove(alias)
+        return ["--del-domain-alias", d, "--domain-alias-name=" + alias]
+
+
+def plan(round_number):
+    rng = random.Random(1000 + round_number)
+    workers = [Worker(w, random.Random(rng.random())) for w in range(WORKERS)]
+    for i in range(COMMANDS):
+        worker = workers[i % WORKERS]
+        worker.commands.append(worker.next_command())
+    return workers
+
+
+def prepare(server):
+    server.reset(start=False)
+    server.sorvane("--add-domain", "--domain-name=" + DOMAIN)
+    server.sorvane("--turn-on-domain", "--domain-name=" + DOMAIN, "--set-bounce")
+
+
+def run_worker(server, commands, statuses):
+    for command in commands:
+        result = server.sorvane(*command, expect=None)
+        statuses.append((tuple(command), result.returncode, result.stderr))
+
+
+def normalised(state):
+    """The state with the lines of the files ordered by arrival sorted (the
+    final "." of assign must stay last) and the compiled table left out (its
+    bytes follow assign's order; its answers are checked by lookups)."""
+    result = dict(state)
+    result.pop("/var/qmail/users/cdb", None)
+    for path in ORDERED_BY_ARRIVAL:
+        if path in result and len(result[path]) == 4:
+            mode, uid, gid, content = result[path]
+            lines = content.decode().split("\n")
+            end = [lines.pop()] if lines and lines[-1] == "" else []
+            dot = [lines.pop()] if path.endswith("assign") and lines and lines[-1] == "." else []
+            result[path] = (mode, uid, gid, "\n".join(sorted(lines) + dot + end))
+    return result
+
+
+def one_round(server, round_number):
+    workers = plan(round_number)
+    prepare(server)
+    statuses = [[] for _ in workers]
+    threads = [threading.Thread(target=run_worker, args=(server, w.commands, statuses[i]))
+               for i, w in enumerate(workers)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    concurrent = server_state()
+    left = temporary_files()
+    lookups = []
+    for worker in workers:
+        for name, aliases in worker.names.items():
+            for local in [name] + aliases:
+                home = assigned_home("%s-%s" % (DOMAIN, local))
+                if home != "%s/%s/%s" % (MAILNAMES, DOMAIN, name):
+                    lookups.append("%s@%s -> %r" % (local, DOMAIN, home))
+    prepare(server)
+    sequential_statuses = []
+    for worker in workers:
+        run_worker(server, worker.commands, sequential_statuses)
+    sequential = server_state()
+    problems = []
+    concurrent_statuses = [s for worker_statuses in statuses for s in worker_statuses]
+    if sorted((c, s) for c, s, _ in concurrent_statuses) != sorted((c, s) for c, s, _ in sequential_statuses):
+        failed = [(c, s, e) for c, s, e in concurrent_statuses if s != 0]
+        problems.append("statuses differ from the sequential run; failed at once: %s" % failed[:5])
+    if normalised(concurrent) != normalised(sequential):
+        problems.append("state differs from the sequential run:\n" +
+                        describe_difference(normalised(sequential), normalised(concurrent)))
+    if left:
+        problems.append("temporary files left: %s" % left)
+    if lookups:
+        problems.append("users/cdb does not answer: %s" % lookups[:10])
+    failed_sequential = [(c, s, e) for c, s, e in sequential_statuses if s != 0]
+    if failed_sequential:
+        problems.append("commands failed even one at a time: %s" % failed_sequential[:5])
+    return problems, sum(len(w.names) for w in workers)
+
+
+def concurrent_panels(server, results, rounds):
+    need(server, *COMMANDS_USED)
+    differences = 0
+    for round_number in range(rounds):
+        problems, names = one_round(server, round_number)
+        if problems:
+            differences += 1
+            raise SuiteError("round %d of %d:\n%s" % (round_number + 1, rounds, "\n".join(problems)))
+    results.figure("concurrency: %d rounds x %d commands (%d processes at once) = %d commands, %d differences"
+                   % (rounds, COMMANDS, WORKERS, rounds * COMMANDS, differences))
+    return "%d rounds of %d commands, state equal to the sequential run" % (rounds, COMMANDS)
+
+
+def run(server, results, options):
+    rounds = 20 if options.full else 2
+    results.check(GROUP, "8 panels at once agree with the sequential run", concurrent_panels, server, results,
+                  rounds)

@@ -1,0 +1,195 @@
+"""Crashes: each command is killed with SIGKILL at its own system calls,
+stepped across the whole run. After every kill each control file and assign
+holds its old or its new content (or a state the next run repairs), assign
+still ends with ".", every store passes its integrity check, and running
+the same command again ends in exactly the state of an uninterrupted run."""
+import os
+import shutil
+import subprocess
+import time
+
+import strace_log
+from checks_deliveries import PASSWORD, NotAvailable
+from mailserver import (CONTROL_FILES, MUTABLE_TREES, QMAIL, STATE, STORES, SuiteError, describe_difference,
+                        integrity, read, server_state, wait_until)
+
+GROUP = "crashes"
+SNAPSHOT = STATE + "/crash-snapshot"
+# Points tried per command in the sampled sweep (CI); the full sweep tries
+# every system call.
+SAMPLED_POINTS = 24
+
+D = "--domain-name=example.com"
+SETUP_DOMAIN = [("--add-domain", D), ("--turn-on-domain", D, "--set-bounce")]
+SETUP_MAILNAME = SETUP_DOMAIN + [("--add-mailname", D, "--mailname=info", "--disk-quota=100000")]
+SETUP_MAILBOX = SETUP_MAILNAME + [("--add-mailbox", D, "--mailname=info")]
+SETUP_FULL = SETUP_MAILBOX + [("--add-alias", D, "--mailname=info", "--alias=sales"),
+                              ("--add-domain-alias", D, "--domain-alias-name=example.net")]
+
+# (command, the state it starts from)
+CASES = [
+    (("--add-domain", D), []),
+    (("--turn-on-domain", D, "--set-bounce"), [("--add-domain", D)]),
+    (("--add-mailname", D, "--mailname=info", "--disk-quota=100000"), SETUP_DOMAIN),
+    (("--add-mailbox", D, "--mailname=info"), SETUP_MAILNAME),
+    (("--add-alias", D, "--mailname=info", "--alias=sales"), SETUP_MAILBOX),
+    (("--add-domain-alias", D, "--domain-alias-name=example.net"), SETUP_MAILBOX),
+    (("--set-mailbox-disk-quota", D, "--mailname=info", "--disk-quota=5000"), SETUP_MAILBOX),
+    (("--rename-mailname", D, "--old-mailname=info", "--new-mailname=contact"), SETUP_FULL),
+    (("--rename-domain", "--old-domain-name=example.com", "--new-domain-name=example.org"), SETUP_FULL),
+    (("--remove-alias", D, "--mailname=info", "--alias=sales"), SETUP_FULL),
+    (("--del-domain-alias", D, "--domain-alias-name=example.net"), SETUP_FULL),
+    (("--remove-mailbox", D, "--mailname=info"), SETUP_FULL),
+    (("--remove-mailname", D, "--mailname=info"), SETUP_FULL),
+    (("--turn-off-domain", D, "--domain-aliases=example.net", "--mail-addresses=info,sales"), SETUP_FULL),
+    (("--remove-domain", D, "--domain-aliases=example.net", "--mail-addresses=info,sales"), SETUP_FULL),
+]
+
+ENV = {"QVT_PASSWORD": PASSWORD}
+
+
+def snapshot():
+    shutil.rmtree(SNAPSHOT, ignore_errors=True)
+    os.makedirs(SNAPSHOT)
+    for number, tree in enumerate(MUTABLE_TREES):
+        if os.path.exists(tree):
+            subprocess.run(["cp", "-a", tree, "%s/%d" % (SNAPSHOT, number)], check=True)
+
+
+def restore():
+    for number, tree in enumerate(MUTABLE_TREES):
+        saved = "%s/%d" % (SNAPSHOT, number)
+        if os.path.ismount(tree):
+            for entry in os.listdir(tree):
+                path = os.path.join(tree, entry)
+                if os.path.isdir(path) and not os.path.islink(path):
+                    shutil.rmtree(path)
+                else:
+                    os.unlink(path)
+        else:
+            shutil.rmtree(tree, ignore_errors=True)
+        if os.path.exists(saved):
+            subprocess.run(["cp", "-a", saved + "/.", tree + "/"] if os.path.isdir(tree) else
+                           ["cp", "-a", saved, tree], check=True)
+
+
+def children_gone():
+    """No program that a killed run started (sed, qmail-newu, killall, the
+    service helper) is still at work."""
+    for pid in os.listdir("/proc"):
+        if not pid.isdigit():
+            continue
+        try:
+            with open("/proc/%s/cmdline" % pid, "rb") as f:
+                argv = f.read().split(b"\0")
+            with open("/proc/%s/stat" % pid) as f:
+                zombie = f.read().rsplit(")", 1)[1].split()[0] == "Z"
+        except OSError:
+            continue
+        if zombie:
+            continue
+        name = os.path.basename(argv[0].decode(errors="replace"))
+        if name in ("sed", "qmail-newu", "killall", "crelmrc", "sorvane") or b"crelmrc" in b" ".join(argv):
+            return False
+    return True
+
+
+def control_contents():
+    found = {}
+    for name in CONTROL_FILES:
+        path = QMAIL + "/" + name
+        found[name] = read(path) if os.path.exists(path) else None
+    return found
+
+
+def reference_syscalls(server, command):
+    """The system calls of an uninterrupted run (sorvane's own process),
+    each as (name, its number among the calls of that name)."""
+    trace = STATE + "/crash-reference.trace"
+    server.sorvane(*command, env=ENV, prefix=["strace", "-qq", "-o", trace])
+    counts = {}
+    calls = []
+    for event in strace_log.events(trace):
+        if event.call in ("exit_group", "exit"):
+            continue
+        counts[event.call] = counts.get(event.call, 0) + 1
+        calls.append((event.call, counts[event.call]))
+    return calls
+
+
+def sweep_command(server, command, setup, full, tally):
+    server.reset(start=False)
+    for step in setup:
+        server.sorvane(*step, env=ENV)
+    snapshot()
+    before = server_state()
+    before_files = control_contents()
+    calls = reference_syscalls(server, command)
+    after_files = control_contents()
+    final = server_state()
+    restore()
+    # the state must come back exactly, or the comparisons below mean nothing
+    if server_state() != before:
+        raise SuiteError("the snapshot does not restore the state:\n" + describe_difference(before, server_state()))
+    points = list(range(len(calls)))
+    if not full and len(points) > SAMPLED_POINTS:
+        step = len(points) / SAMPLED_POINTS
+        points = sorted({int(i * step) for i in range(SAMPLED_POINTS)} | {len(points) - 1})
+    unrepaired = []
+    torn = 0
+    for index in points:
+        restore()
+        name, occurrence = calls[index]
+        strace = ["strace", "-qq", "-o", "/dev/null", "-e", "inject=%s:signal=KILL:when=%d" % (name, occurrence)]
+        server.sorvane(*command, env=ENV, prefix=strace, expect=None)
+        wait_until("the killed run's children to end", children_gone, 30)
+        problems = []
+        files = control_contents()
+        for file_name, content in files.items():
+            if content not in (before_files[file_name], after_files[file_name]):
+                torn += 1
+                problems.append("%s is neither old nor new: %r" % (file_name, content[-200:] if content else content))
+        assign = files["users/assign"]
+        if assign is None or not assign.endswith(b".\n"):
+            problems.append("assign does not end with \".\": %r" % (assign[-100:] if assign else assign))
+        for store in STORES:
+            if os.path.exists(store):
+                verdict = integrity(store)
+                if verdict != "ok":
+                    problems.append("%s: integrity check says %s" % (store, verdict))
+        server.sorvane(*command, env=ENV, expect=None)
+        again = server_state()
+        if again != final:
+            problems.append("running it again does not repair it:\n" + describe_difference(final, again, 6))
+        if problems and any("not repair" in p or "integrity" in p or "does not end" in p for p in problems):
+            unrepaired.append("kill at system call %d (%s #%d): %s" % (index + 1, name, occurrence,
+                                                                       "; ".join(problems)))
+    tally.append((command[0], len(calls), len(points), torn, len(unrepaired)))
+    return unrepaired
+
+
+def crash_sweep(server, results, full):
+    cases = [(c, setup) for c, setup in CASES if all(server.available(x[0]) for x in [c] + setup)]
+    if not cases:
+        raise NotAvailable("the domain and mail name commands")
+    for command, _ in CASES:
+        if (command, _) not in cases:
+            results.skipped(GROUP, "kill points of %s" % command[0], "the command is not available in this build")
+    tally = []
+    failures = []
+    started = time.monotonic()
+    for command, setup in cases:
+        failures += ["%s: %s" % (command[0], f) for f in sweep_command(server, command, setup, full, tally)]
+    for name, calls, tried, torn, unrepaired in tally:
+        results.figure("crashes: %-26s %5d system calls, %4d kill points tried, %3d torn files seen, "
+                       "%d states not repaired" % (name, calls, tried, torn, unrepaired))
+    results.figure("crashes: %d kill points in %.0f s" % (sum(t[2] for t in tally), time.monotonic() - started))
+    if failures:
+        raise SuiteError("%d kill points left a state the next run does not repair:\n  %s"
+                         % (len(failures), "\n  ".join(failures[:20])))
+    return "%d commands, %d kill points, every state repaired" % (len(tally), sum(t[2] for t in tally))
+
+
+def run(server, results, options):
+    results.check(GROUP, "SIGKILL at each system call: old or new state, repaired by the next run",
+                  crash_sweep, server, results, options.full)

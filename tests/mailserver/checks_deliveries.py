@@ -1,0 +1,253 @@
+"""What the commands do to real deliveries: the panel's command sequence for
+one domain, with messages injected between the steps and followed through
+qmail's log to their end."""
+import glob
+import os
+
+from mailserver import MAILNAMES, QMAIL, read
+
+GROUP = "deliveries"
+PASSWORD = "Secret-1234"
+DEFAULT_BOUNCE = "This address no longer accepts mail."
+# Every kind of shell syntax, a brace list and a newline: the bounce must say
+# it verbatim (the newline as a blank) and run none of it.
+HOSTILE = ("Gone; touch /tmp/pwned-semicolon && touch /tmp/pwned-and | tee /tmp/pwned-pipe "
+           "$(touch /tmp/pwned-dollar) `touch /tmp/pwned-backquote` ${HOME} $HOME {a,b} "
+           "> /tmp/pwned-redirect < /etc/passwd 'single' \"double\" \\backslash * ? ~ # & !x\n"
+           "second line (sub) [class] %s ^caret")
+HOSTILE_ONE_LINE = HOSTILE.replace("\n", " ")
+
+
+class NotAvailable(Exception):
+    """A command this build does not carry out yet."""
+
+
+def need(server, *commands):
+    missing = [c for c in commands if not server.available(c)]
+    if missing:
+        raise NotAvailable(", ".join(missing))
+
+
+def expect(condition, message):
+    if not condition:
+        raise AssertionError(message)
+
+
+def expect_local(delivery, result, address):
+    expect(delivery.where == "local", "%s: delivered %s, expected local: %r" % (address, delivery.where, delivery))
+    expect(delivery.result == result, "%s: %s, expected %s: %r" % (address, delivery.result, result, delivery))
+
+
+def expect_not_local(server, address):
+    delivery = server.deliver(address)
+    expect(delivery.where == "remote", "%s is still local: %r" % (address, delivery))
+    return delivery
+
+
+def landed(server, domain, name, sender):
+    """The one message from sender in the mail name's Maildir/new."""
+    subject = ("Subject: %s\n" % sender.split("@")[0].split("-", 1)[1]).encode()
+    found = [p for p in server.maildir_messages(domain, name) if subject in read(p)]
+    expect(len(found) == 1, "message from %s in %s@%s's Maildir/new: %d found (%s)"
+           % (sender, name, domain, len(found), server.maildir_messages(domain, name)))
+    return found[0]
+
+
+def maildir_bytes(domain, name):
+    total = 0
+    for path in glob.glob("%s/%s/%s/Maildir/**" % (MAILNAMES, domain, name), recursive=True):
+        base = os.path.basename(path)
+        if os.path.isfile(path) and "/tmp/" not in path and base != "maildirsize" and not base.startswith("."):
+            total += os.path.getsize(path)
+    return total
+
+
+def pwned_files():
+    found = glob.glob("/tmp/pwned*") + glob.glob("/var/qmail/mailnames/**/pwned*", recursive=True)
+    found += [p for p in glob.glob("/var/qmail/mailnames/*/*") if os.path.basename(p) in ("a", "b", "x")]
+    return found
+
+
+class Sequence:
+    """The panel's command sequence for example.com, step by step."""
+
+    def __init__(self, server):
+        self.server = server
+        self.s = server.sorvane
+
+    def new_domain_bounces_with_default_text(self):
+        need(self.server, "--add-domain", "--turn-on-domain")
+        self.server.reset()
+        self.s("--add-domain", "--domain-name=example.com")
+        self.s("--turn-on-domain", "--domain-name=example.com", "--set-bounce")
+        delivery = self.server.deliver("nobody@example.com")
+        expect_local(delivery, "failure", "nobody@example.com")
+        bounce = self.server.bounce_of(delivery.sender)
+        expect("<nobody@example.com>:\n%s\n" % DEFAULT_BOUNCE in bounce, "bounce text:\n" + bounce)
+        return "bounced: %s" % DEFAULT_BOUNCE
+
+    def hostile_phrase_bounces_verbatim(self, shell):
+        need(self.server, "--add-domain", "--turn-on-domain")
+        self.server.use_shell(shell)
+        try:
+            self.server.reset()
+            self.s("--add-domain", "--domain-name=example.com")
+            self.s("--turn-on-domain", "--domain-name=example.com", "--set-bounce", "--phrase=" + HOSTILE)
+            delivery = self.server.deliver("nobody@example.com")
+            expect_local(delivery, "failure", "nobody@example.com")
+            bounce = self.server.bounce_of(delivery.sender)
+            expect("<nobody@example.com>:\n%s\n" % HOSTILE_ONE_LINE in bounce,
+                   "bounce does not say the phrase verbatim:\n%s\nexpected:\n%s" % (bounce, HOSTILE_ONE_LINE))
+            expect(not pwned_files(), "the phrase ran commands: %s" % pwned_files())
+        finally:
+            self.server.use_shell("dash")
+        return "with %s as /bin/sh" % shell
+
+    def catchall_forwards(self):
+        self.s("--turn-on-domain", "--domain-name=example.com", "--set-catchall", "--email=forward-all@mail.sorvane.test")
+        delivery = self.server.deliver("unknown@example.com")
+        expect_local(delivery, "success", "unknown@example.com")
+        subject = ("Subject: %s\n" % delivery.sender.split("@")[0].split("-", 1)[1]).encode()
+        forwarded = [p for p in self.server.forwarded_messages() if subject in read(p)]
+        expect(len(forwarded) == 1, "forwarded copies: %s" % forwarded)
+
+    def reject_refuses(self):
+        self.s("--turn-on-domain", "--domain-name=example.com", "--set-reject")
+        rejected = read(QMAIL + "/control/rejectnonexist").decode()
+        expect(rejected == "example.com\n", "rejectnonexist: %r" % rejected)
+        before = self.server.forwarded_messages()
+        delivery = self.server.deliver("unknown@example.com")
+        expect(delivery.result == "failure", "mail to an unknown name was not refused: %r" % delivery)
+        expect(self.server.forwarded_messages() == before, "mail to an unknown name was forwarded")
+        # back to the default bounce for the rest of the sequence
+        self.s("--turn-on-domain", "--domain-name=example.com", "--set-bounce")
+        expect(read(QMAIL + "/control/rejectnonexist") == b"", "reject left on")
+
+    def mailname_without_mailbox_discards(self):
+        need(self.server, "--add-mailname")
+        self.s("--add-mailname", "--domain-name=example.com", "--mailname=discard")
+        delivery = self.server.deliver("discard@example.com")
+        expect_local(delivery, "success", "discard@example.com")
+        for folder in ("new", "cur", "tmp"):
+            found = self.server.maildir_messages("example.com", "discard", folder)
+            expect(found == [], "a discarded message was kept in Maildir/%s: %s" % (folder, found))
+
+    def mailbox_receives(self):
+        need(self.server, "--add-mailname", "--add-mailbox")
+        self.s("--add-mailname", "--domain-name=example.com", "--mailname=info")
+        self.s("--add-mailbox", "--domain-name=example.com", "--mailname=info", env={"QVT_PASSWORD": PASSWORD})
+        delivery = self.server.deliver("info@example.com")
+        expect_local(delivery, "success", "info@example.com")
+        landed(self.server, "example.com", "info", delivery.sender)
+
+    def alias_delivers_to_its_mailname(self):
+        need(self.server, "--add-alias")
+        self.s("--add-alias", "--domain-name=example.com", "--mailname=info", "--alias=sales")
+        delivery = self.server.deliver("sales@example.com")
+        expect_local(delivery, "success", "sales@example.com")
+        landed(self.server, "example.com", "info", delivery.sender)
+
+    def domain_alias_delivers_as_domain(self):
+        need(self.server, "--add-domain-alias")
+        self.s("--add-domain-alias", "--domain-name=example.com", "--domain-alias-name=example.net",
+               "--set-bounce")
+        for address in ("info@example.net", "sales@example.net"):
+            delivery = self.server.deliver(address)
+            expect_local(delivery, "success", address)
+            landed(self.server, "example.com", "info", delivery.sender)
+        delivery = self.server.deliver("nobody@example.net")
+        expect_local(delivery, "failure", "nobody@example.net")
+
+    def quota_below_usage_refuses(self):
+        need(self.server, "--set-mailbox-disk-quota")
+        self.s("--set-mailbox-disk-quota", "--domain-name=example.com", "--mailname=info", "--disk-quota=1")
+        header = read("%s/example.com/info/Maildir/maildirsize" % MAILNAMES).split(b"\n")[0]
+        expect(header == b"1S,0C", "maildirsize quota line: %r" % header)
+        before = self.server.maildir_messages("example.com", "info")
+        delivery = self.server.deliver("info@example.com", body="x" * 2000 + "\n")
+        expect_local(delivery, "failure", "info@example.com over quota")
+        self.server.bounce_of(delivery.sender)
+        expect(self.server.maildir_messages("example.com", "info") == before, "a message over the quota landed")
+        self.s("--set-mailbox-disk-quota", "--domain-name=example.com", "--mailname=info", "--disk-quota=-1")
+        delivery = self.server.deliver("info@example.com", body="x" * 2000 + "\n")
+        expect_local(delivery, "success", "info@example.com unlimited")
+        landed(self.server, "example.com", "info", delivery.sender)
+        return "deliverquota refused at 1 byte, took the message unlimited"
+
+    def mailbox_size_agrees(self):
+        need(self.server, "--get-mailbox-size")
+        result = self.s("--get-mailbox-size", "--domain-name=example.com", "--mailname=info")
+        delivered = maildir_bytes("example.com", "info")
+        expect(result.stdout.strip() == str(delivered),
+               "--get-mailbox-size says %r, the Maildir holds %d bytes" % (result.stdout, delivered))
+        return "%d bytes" % delivered
+
+    def renamed_names_receive(self):
+        need(self.server, "--rename-mailname", "--rename-domain")
+        self.s("--rename-mailname", "--domain-name=example.com", "--old-mailname=info", "--new-mailname=contact",
+               env={"QVT_PASSWORD": PASSWORD})
+        for address in ("contact@example.com", "sales@example.com", "contact@example.net"):
+            delivery = self.server.deliver(address)
+            expect_local(delivery, "success", address)
+            landed(self.server, "example.com", "contact", delivery.sender)
+        delivery = self.server.deliver("info@example.com")
+        expect_local(delivery, "failure", "info@example.com after the rename")
+        self.s("--rename-domain", "--old-domain-name=example.com", "--new-domain-name=example.org")
+        for address in ("contact@example.org", "sales@example.org", "contact@example.net", "sales@example.net"):
+            delivery = self.server.deliver(address)
+            expect_local(delivery, "success", address)
+            landed(self.server, "example.org", "contact", delivery.sender)
+        expect_not_local(self.server, "contact@example.com")
+
+    def turned_off_is_not_local(self):
+        need(self.server, "--turn-off-domain")
+        self.s("--turn-off-domain", "--domain-name=example.org", "--domain-aliases=example.net",
+               "--mail-addresses=contact,sales;discard")
+        for address in ("contact@example.org", "nobody@example.org", "contact@example.net"):
+            expect_not_local(self.server, address)
+
+    def removed_is_not_local(self):
+        need(self.server, "--remove-domain")
+        self.s("--turn-on-domain", "--domain-name=example.org", "--set-bounce", "--domain-aliases=example.net",
+               "--mail-addresses=contact,sales;discard")
+        self.s("--remove-domain", "--domain-name=example.org", "--domain-aliases=example.net",
+               "--mail-addresses=contact,sales;discard")
+        for address in ("contact@example.org", "sales@example.org", "nobody@example.org", "contact@example.net"):
+            expect_not_local(self.server, address)
+        for path in ("control/rcpthosts", "control/virtualdomains", "users/assign"):
+            text = read(QMAIL + "/" + path).decode()
+            expect("example." not in text.replace("mail.sorvane.test", ""), "%s still names the domain:\n%s"
+                   % (path, text))
+        expect(not os.path.exists(MAILNAMES + "/example.org"), "the domain's mail directory is left")
+
+
+def run(server, results, options):
+    sequence = Sequence(server)
+    check = results.check
+    check(GROUP, "a new domain bounces unknown names with the default text",
+          sequence.new_domain_bounces_with_default_text)
+    for shell in ("dash", "bash"):
+        check(GROUP, "a hostile bounce phrase bounces verbatim and runs nothing (%s)" % shell,
+              sequence.hostile_phrase_bounces_verbatim, shell)
+    # one sequence from here on: each step builds on the one before
+    if not check(GROUP, "(sequence start) a fresh domain", sequence.new_domain_bounces_with_default_text):
+        return
+    steps = [
+        ("catch-all forwards", sequence.catchall_forwards),
+        ("reject refuses", sequence.reject_refuses),
+        ("a mail name without a mailbox accepts and discards", sequence.mailname_without_mailbox_discards),
+        ("with a mailbox the message lands in Maildir/new", sequence.mailbox_receives),
+        ("an alias delivers to its mail name", sequence.alias_delivers_to_its_mailname),
+        ("a domain alias delivers as its domain", sequence.domain_alias_delivers_as_domain),
+        ("a quota below the usage bounces, unlimited delivers", sequence.quota_below_usage_refuses),
+        ("--get-mailbox-size agrees with the delivered bytes", sequence.mailbox_size_agrees),
+        ("after renames mail to the new names lands", sequence.renamed_names_receive),
+        ("after turning the domain off it is not local", sequence.turned_off_is_not_local),
+        ("after removing everything nothing is local", sequence.removed_is_not_local),
+    ]
+    for name, step in steps:
+        if not check(GROUP, name, step):
+            # later steps need this one: say so instead of failing them too
+            for later, _ in steps[steps.index((name, step)) + 1:]:
+                results.skipped(GROUP, later, "an earlier step failed")
+            break

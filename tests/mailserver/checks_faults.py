@@ -1,0 +1,187 @@
+"""Faults: ENOSPC and EIO injected (strace's error injection) into each
+write, rename and fsync that a command makes on the files it keeps, and a
+full filesystem under /var/qmail. Each time: a clear error, a non-zero
+status, and no file torn: each one holds its content from before the
+command, or the complete new content of a step that finished before the
+fault (steps are not rolled back across files)."""
+import os
+import subprocess
+
+import strace_log
+from checks_crashes import CASES, ENV, restore, snapshot
+from checks_deliveries import NotAvailable
+from checks_powerloss import watched
+from mailserver import QMAIL, STATE, STORES, SuiteError, integrity, server_state, temporary_files
+
+GROUP = "faults"
+ERRORS = ("ENOSPC", "EIO")
+CALLS = ("write", "rename", "fsync")
+# The commands whose faults are swept; sampled (every k-th point) unless full.
+SAMPLED_POINTS = 8
+
+
+def fault_points(server, command):
+    """Each write, rename and fsync of the command's own process on a file it
+    keeps (or on that file's temporary copy, or a store), as (call, its
+    number among the calls of that name, the file)."""
+    trace = STATE + "/fault-reference.trace"
+    server.sorvane(*command, env=ENV, prefix=["strace", "-qq", "-y", "-o", trace])
+    counts = {}
+    points = []
+    for event in strace_log.events(trace):
+        counts[event.call] = counts.get(event.call, 0) + 1
+        family = {"write": "write", "pwrite64": "write", "writev": "write", "rename": "rename", "renameat": "rename",
+                  "renameat2": "rename", "fsync": "fsync", "fdatasync": "fsync"}.get(event.call)
+        if family is None:
+            continue
+        if family == "rename":
+            path = strace_log.rename_paths(event)[1]
+        else:
+            path = strace_log.fd_path(event.args[0])
+        if not path:
+            continue
+        kept = watched(path) or watched(path.rsplit(".", 1)[0]) or path.startswith("/var/lib/crelm/") \
+            or path.startswith("/var/qmail/mailnames/")
+        if kept:
+            points.append((event.call, counts[event.call], path))
+    return points
+
+
+def files_of(state):
+    return {k: v for k, v in state.items() if not k.endswith(" rows")}
+
+
+def judge(before, after, found):
+    """Files neither as before nor as after an uninterrupted run, and files
+    changed at all."""
+    torn, changed = [], []
+    for path in sorted(set(before) | set(found)):
+        if found.get(path) == before.get(path):
+            continue
+        changed.append(path)
+        if found.get(path) != after.get(path):
+            torn.append(path)
+    return torn, changed
+
+
+def sweep(server, results, full):
+    cases = [(c, setup) for c, setup in CASES if all(server.available(x[0]) for x in [c] + setup)]
+    if not cases:
+        raise NotAvailable("the domain and mail name commands")
+    failures = []
+    injected = 0
+    changed_total = 0
+    torn_total = 0
+    for command, setup in cases:
+        server.reset(start=False)
+        for step in setup:
+            server.sorvane(*step, env=ENV)
+        snapshot()
+        before = server_state()
+        points = fault_points(server, command)
+        after = server_state()
+        restore()
+        if not full and len(points) > SAMPLED_POINTS:
+            step = len(points) / SAMPLED_POINTS
+            points = [points[int(i * step)] for i in range(SAMPLED_POINTS)]
+        for call, occurrence, path in points:
+            for error in ERRORS:
+                restore()
+                strace = ["strace", "-qq", "-o", "/dev/null", "-e",
+                          "inject=%s:error=%s:when=%d" % (call, error, occurrence)]
+                result = server.sorvane(*command, env=ENV, prefix=strace, expect=None)
+                injected += 1
+                found = server_state()
+                torn, changed = judge(files_of(before), files_of(after), files_of(found))
+                torn = [t for t in torn if not t.endswith("/users/cdb")]
+                changed_total += len(changed)
+                torn_total += len(torn)
+                where = "%s: %s on %s #%d (%s)" % (command[0], error, call, occurrence, path)
+                if result.returncode == 0:
+                    if found == after:
+                        continue  # a failure the command may pass over, with the work done all the same
+                    failures.append("%s: status 0 but the state is not the command's result" % where)
+                elif not result.stderr.strip():
+                    failures.append("%s: status %d without a message" % (where, result.returncode))
+                if torn:
+                    failures.append("%s: files torn: %s" % (where, torn))
+                for store in STORES:
+                    if os.path.exists(store) and integrity(store) != "ok":
+                        failures.append("%s: store %s corrupt" % (where, store))
+                left = temporary_files()
+                if left:
+                    failures.append("%s: temporary files left: %s" % (where, left))
+    results.figure("faults: %d injected (ENOSPC and EIO on write, rename and fsync), %d files torn, "
+                   "%d files changed by failed commands (complete results of earlier steps)"
+                   % (injected, torn_total, changed_total))
+    if failures:
+        raise SuiteError("%d faults handled badly:\n  %s" % (len(failures), "\n  ".join(failures[:25])))
+    return "%d faults injected, no file torn" % injected
+
+
+def fill(path):
+    """Fills the filesystem at path to the last byte."""
+    filler = os.path.join(path, ".filler")
+    with open(filler, "wb") as f:
+        try:
+            while True:
+                f.write(b"f" * 65536)
+                f.flush()
+        except OSError:
+            pass
+        try:
+            while True:
+                f.write(b"f")
+                f.flush()
+        except OSError:
+            pass
+    return filler
+
+
+def full_filesystem(server):
+    cases = [(("--turn-on-domain", "--domain-name=example.com", "--set-bounce"), [("--add-domain",
+                                                                                  "--domain-name=example.com")]),
+             (("--add-mailname", "--domain-name=example.com", "--mailname=info"),
+              [("--add-domain", "--domain-name=example.com"),
+               ("--turn-on-domain", "--domain-name=example.com", "--set-bounce")])]
+    cases = [(c, s) for c, s in cases if all(server.available(x[0]) for x in [c] + s)]
+    if not cases:
+        raise NotAvailable("the domain and mail name commands")
+    done = []
+    for command, setup in cases:
+        server.reset(start=False)
+        for step in setup:
+            server.sorvane(*step, env=ENV)
+        # a limit just above what is used, then filled to the last byte
+        usage = os.statvfs(QMAIL)
+        used_kb = (usage.f_blocks - usage.f_bfree) * usage.f_frsize // 1024
+        subprocess.run(["mount", "-o", "remount,size=%dk" % (used_kb + 256), QMAIL], check=True)
+        filler = fill(QMAIL)
+        before = server_state()
+        result = server.sorvane(*command, env=ENV, expect=None)
+        found = server_state()
+        os.unlink(filler)
+        problems = []
+        if result.returncode == 0:
+            problems.append("status 0 on a full filesystem")
+        if not result.stderr.strip():
+            problems.append("no message")
+        qmail_files = {k: v for k, v in files_of(found).items() if k.startswith(QMAIL)}
+        qmail_before = {k: v for k, v in files_of(before).items() if k.startswith(QMAIL)}
+        if qmail_files != qmail_before:
+            changed = sorted(k for k in set(qmail_files) | set(qmail_before)
+                             if qmail_files.get(k) != qmail_before.get(k))
+            problems.append("files under /var/qmail changed: %s" % changed)
+        if temporary_files():
+            problems.append("temporary files left: %s" % temporary_files())
+        if problems:
+            raise SuiteError("%s on a full /var/qmail: %s\nstderr: %s" % (command[0], "; ".join(problems),
+                                                                          result.stderr[-600:]))
+        done.append(command[0])
+    return "refused with a message, /var/qmail as before: %s" % ", ".join(done)
+
+
+def run(server, results, options):
+    results.check(GROUP, "ENOSPC and EIO on write, rename and fsync: an error and no torn file", sweep, server,
+                  results, options.full)
+    results.check(GROUP, "a full /var/qmail: an error and the files as they were", full_filesystem, server)
