@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "qmail/mailname_files.h"
+#include "qmail/qmail_test_support.h"
+#include "qmail/session_hooks.h"
+
+namespace sorvane::test {
+namespace {
+
+using crelm::qmail::SessionHooks;
+
+class CreateMailnameTest : public QmailTest {
+protected:
+    void SetUp() override {
+        QmailTest::SetUp();
+        make_domain_dir("example.test");
+        SessionHooks hooks;
+        hooks.init_quota_record = [this](std::string_view domain, std::string_view mailname) {
+            quota_calls_.push_back(std::string(mailname) + "@" + std::string(domain));
+            return quota_result_;
+        };
+        crelm::qmail::set_qmail_session_hooks(hooks);
+    }
+
+    std::vector<std::string> quota_calls_;
+    int quota_result_ = 1;
+};
+
+TEST_F(CreateMailnameTest, MakesRecordHomeDotQmailAndWholeTree) {
+    ASSERT_EQ(create_mailname("Info", "Example.test"), 0);
+    const std::string home = home_of("info", "example.test");
+    EXPECT_EQ(read_file(kAssign), assign_record("info", "example.test") + "\n.\n");
+    EXPECT_EQ(list_tree(home), expected_home_listing());
+    expect_home_owned(home);
+    EXPECT_EQ(read_file(home + "/.qmail"), "| true\n");
+    EXPECT_EQ(read_file(home + "/Maildir/.Spam/maildirfolder"), "");
+    EXPECT_EQ(quota_calls_, std::vector<std::string>{"Info@Example.test"});
+    EXPECT_TRUE(logged().empty());
+}
+
+TEST_F(CreateMailnameTest, FolderMarkersComeAfterTheFolderSubdirectories) {
+    ASSERT_EQ(create_mailname("info", "example.test"), 0);
+    // Made in the table's order: a marker is never older than its folder's
+    // "cur", and the folders follow each other.
+    const std::string maildir = home_of("info", "example.test") + "/Maildir";
+    for (const char* folder : {".Spam", ".Sent", ".Drafts", ".Trash"}) {
+        struct stat cur {};
+        struct stat marker {};
+        ASSERT_EQ(lstat((maildir + "/" + folder + "/cur").c_str(), &cur), 0);
+        ASSERT_EQ(lstat((maildir + "/" + folder + "/maildirfolder").c_str(), &marker), 0);
+        EXPECT_GE(marker.st_ctim.tv_sec * 1000000000L + marker.st_ctim.tv_nsec,
+                  cur.st_ctim.tv_sec * 1000000000L + cur.st_ctim.tv_nsec)
+            << folder;
+    }
+}
+
+TEST_F(CreateMailnameTest, RecreatingExistingMailnameResetsOwnersAndModes) {
+    ASSERT_EQ(create_mailname("info", "example.test"), 0);
+    const std::string home = home_of("info", "example.test");
+    // Everything handed to root with other modes, the ".qmail" emptied.
+    ASSERT_EQ(chown(home.c_str(), 0, 0), 0);
+    ASSERT_EQ(chmod(home.c_str(), 0755), 0);
+    for (const std::string& entry : list_tree(home)) {
+        const std::string path = home + "/" + entry;
+        ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
+        ASSERT_EQ(chmod(path.c_str(), entry.back() == '/' ? 0755 : 0666), 0);
+    }
+    write_file(home + "/.qmail", "| /usr/bin/deliverquota ./Maildir\n", 0666);
+
+    ASSERT_EQ(create_mailname("info", "example.test"), 0);
+    EXPECT_EQ(list_tree(home), expected_home_listing());
+    expect_home_owned(home);
+    EXPECT_EQ(read_file(home + "/.qmail"), "| true\n");
+    EXPECT_EQ(read_file(kAssign), assign_record("info", "example.test") + "\n.\n");
+}
+
+TEST_F(CreateMailnameTest, KeepsOtherRecordsAndPutsItsOwnOnTop) {
+    write_file(kAssign, assign_record("old", "example.test") + "\n.\n");
+    ASSERT_EQ(create_mailname("new", "example.test"), 0);
+    EXPECT_EQ(read_file(kAssign), assign_record("new", "example.test") + "\n" + assign_record("old", "example.test") +
+                                      "\n.\n");
+}
+
+TEST_F(CreateMailnameTest, InvalidNamesEndTheProgramBeforeAnythingIsWritten) {
+    for (const auto& [mailname, domain] : std::vector<std::pair<std::string, std::string>>{
+             {"in fo", "example.test"}, {"info", "exa mple.test"}, {"", "example.test"}, {"info", ""}}) {
+        const ProcessResult result = run_in_child([&] { return create_mailname(mailname, domain); });
+        EXPECT_EQ(result.status, 1) << mailname << "@" << domain;
+        EXPECT_EQ(result.out, "invalid mailname or domain name.\n");
+        EXPECT_EQ(result.err, "invalid mailname or domain name.\n");
+    }
+    EXPECT_EQ(read_file(kAssign), ".\n");
+    EXPECT_EQ(list_tree(std::string(kMailnamesDir) + "/example.test"), std::vector<std::string>{});
+}
+
+// The failures below all come after the assign record is written: the
+// mail name is taken away again before the program ends.
+void expect_undone(const ProcessResult& result, const std::string& message) {
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, message + "\n");
+    EXPECT_EQ(result.err, message + "\n");
+    EXPECT_EQ(read_file(kAssign), ".\n");
+    EXPECT_FALSE(path_exists(home_of("info", "example.test")));
+}
+
+TEST_F(CreateMailnameTest, HomeThatCannotBeMadeIsUndone) {
+    write_file(home_of("info", "example.test"), "in the way\n");
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    expect_undone(result, "Unable to make " + home_of("info", "example.test") + " dir: Not a directory");
+}
+
+TEST_F(CreateMailnameTest, MissingDomainDirectoryIsUndone) {
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "other.test"); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "Unable to make " + home_of("info", "other.test") + " dir: No such file or directory\n");
+    EXPECT_EQ(read_file(kAssign), ".\n");
+}
+
+TEST_F(CreateMailnameTest, SubfolderThatCannotBeMadeIsUndone) {
+    const std::string home = home_of("info", "example.test");
+    ASSERT_EQ(mkdir(home.c_str(), 0700), 0);
+    ASSERT_EQ(mkdir((home + "/Maildir").c_str(), 0700), 0);
+    write_file(home + "/Maildir/.Sent", "in the way\n");
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    expect_undone(result, "Unable to make " + home + "/Maildir/.Sent dir: Not a directory");
+}
+
+TEST_F(CreateMailnameTest, FolderMarkerThatCannotBeMadeIsUndone) {
+    const std::string home = home_of("info", "example.test");
+    for (const char* dir : {"", "/Maildir", "/Maildir/.Spam", "/Maildir/.Spam/maildirfolder"})
+        ASSERT_EQ(mkdir((home + dir).c_str(), 0700), 0) << dir;
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    expect_undone(result, "Unable to make " + home + "/Maildir/.Spam/maildirfolder file: Is a directory");
+}
+
+TEST_F(CreateMailnameTest, FailedQuotaRecordIsUndone) {
+    quota_result_ = 0;
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    expect_undone(result, "Unable to initialize quota settings for info@example.test");
+}
+
+TEST_F(CreateMailnameTest, UndoRemovesTheAuthenticationRecord) {
+    ASSERT_EQ(add_auth_user("info", "example.test"), 0);
+    quota_result_ = 0;
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    expect_undone(result, "Unable to initialize quota settings for info@example.test");
+    EXPECT_EQ(auth_users(), "");
+}
+
+TEST_F(CreateMailnameTest, RemoveMailnameFilesTakesRecordRowAndTreeAway) {
+    write_file(kAssign, assign_record("keep", "example.test") + "\n.\n");
+    ASSERT_EQ(create_mailname("info", "example.test"), 0);
+    ASSERT_EQ(add_auth_user("info", "example.test"), 0);
+    ASSERT_EQ(remove_mailname_files("info", "example.test"), 0);
+    EXPECT_EQ(read_file(kAssign), assign_record("keep", "example.test") + "\n.\n");
+    EXPECT_FALSE(path_exists(home_of("info", "example.test")));
+    EXPECT_EQ(auth_users(), "");
+    EXPECT_EQ(list_tree(std::string(kMailnamesDir) + "/example.test"), std::vector<std::string>{});
+}
+
+TEST_F(CreateMailnameTest, RemoveMailnameFilesRefusesEmptyNames) {
+    const ProcessResult result = run_in_child([] { return remove_mailname_files("", "example.test"); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "empty mailname or maildomain\n");
+}
+
+}  // namespace
+}  // namespace sorvane::test
