@@ -58,7 +58,9 @@ bool TemporaryMaildirFile::commit(int maildir_fd, const char* target) {
     if (renameat(tmp_dir_.get(), name_.c_str(), maildir_fd, target) != 0)
         return false;
     created_ = false;
-    return true;
+    // The new name reaches the disk too: after a power cut the Maildir holds
+    // the old file or the new one.
+    return fsync(maildir_fd) == 0;
 }
 
 void TemporaryMaildirFile::discard() {

@@ -31,8 +31,9 @@ public:
     // Closes the file, returning close's result.
     int close() { return file_.close(); }
 
-    // Renames the file to target in the Maildir; from then on it is no longer
-    // removed. false with errno set when the rename fails.
+    // Renames the file to target in the Maildir and flushes the Maildir
+    // (fsync); from then on it is no longer removed. false with errno set
+    // when the rename or the flush fails.
     bool commit(int maildir_fd, const char* target);
 
     // Closes and removes the file if it is still the one created here; keeps

@@ -101,7 +101,8 @@ int copy_file_atomic(const std::string& source, const std::string& destination, 
         return atomic_failure("copy_file_atomic(): fchown failed: %s", std::strerror(errno));
     if (::fchmod(temp.fd(), mode) != 0)
         return atomic_failure("copy_file_atomic(): fchmod failed: %s", std::strerror(errno));
-    if (temp.close() != 0)
+    // The copy reaches the disk before it replaces the destination.
+    if (temp.sync() != 0 || temp.close() != 0)
         return atomic_failure("copy_file_atomic(): close failed: %s", std::strerror(errno));
     if (temp.commit_to(dir.name) != 0) {
         report_error(0, 0, "copy_file_atomic(): rename %s to %s failed: %s", temp.path().c_str(), destination.c_str(),

@@ -23,13 +23,16 @@ int copy_file(const std::string& source, const std::string& destination);
 
 // Copies source into a new "<destination>.XXXXXX" (made as mkstemp does,
 // beside destination, reached by the walk of util/nofollow.h), gives it
-// owner, group and mode, and renames it onto destination. Result: 0, or 1 after
-// one of (the temporary file removed every time)
+// owner, group and mode, flushes it to the disk (fsync) and renames it onto
+// destination, then flushes the directory: a power cut leaves the old or the
+// new file. Result: 0, or 1 after one of (the temporary file removed every
+// time)
 //   "copy_file_atomic(): source %s open failed: %s"
 //   "copy_file_atomic(): mkstemp failed: %s"
 //   "copy_file_atomic(): write_fd_to_fd failed: %s"
 //   "copy_file_atomic(): fchown failed: %s"
 //   "copy_file_atomic(): fchmod failed: %s"
-//   "copy_file_atomic(): close failed: %s"
-//   "copy_file_atomic(): rename %s to %s failed: %s"
+//   "copy_file_atomic(): close failed: %s" (the flush or the close)
+//   "copy_file_atomic(): rename %s to %s failed: %s" (the rename or the
+//     directory's flush; after the latter the copy is in place)
 int copy_file_atomic(const std::string& source, const std::string& destination, uid_t owner, gid_t group, mode_t mode);

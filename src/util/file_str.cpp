@@ -87,9 +87,11 @@ int give_back_owner_mode(int fd, Before before, const std::string& path) {
 }
 
 // Owner and mode go onto the temporary file's own descriptor before it is
-// renamed, so that nothing is ever changed through a name in between.
+// renamed, so that nothing is ever changed through a name in between. The
+// content reaches the disk before the rename, and the rename before the
+// call returns: a power cut leaves the old file or the new one.
 int finish_temp(TempOutput& temp, Before before, const Target& target, const char* rename_message) {
-    if (std::fflush(temp.stream.get()) != 0)
+    if (std::fflush(temp.stream.get()) != 0 || ::fsync(::fileno(temp.stream.get())) != 0)
         return failed("Unable to close file %s: %s\n", temp.file.path());
     if (give_back_owner_mode(::fileno(temp.stream.get()), before, target.path) != 0)
         return 1;
@@ -169,13 +171,33 @@ int add_at_top(const Target& target, const std::vector<std::string>& lines, Befo
     return finish_temp(temp, before, target, "Unable to rename file %s: %s\n");
 }
 
+// A failed append takes back what it wrote (a full disk can take part of a
+// line): the file keeps its old length, or goes again if this call made it.
+// The stream is closed first, so that nothing it still buffers reaches the
+// file afterwards; the lock keeps other editors out meanwhile.
+void take_back_append(const Target& target, StdioFile& out, Before before) {
+    const int saved = errno;
+    crelm::util::UniqueFd file(::fcntl(::fileno(out.get()), F_DUPFD_CLOEXEC, 0));
+    crelm::util::close_stream(out);
+    if (before == nullptr)
+        ::unlinkat(target.dir_fd(), target.name(), 0);
+    else if (file.valid())
+        (void)::ftruncate(file.get(), before->st_size);
+    errno = saved;
+}
+
 int append_lines(const Target& target, const std::vector<std::string>& lines, Before before) {
     const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
     StdioFile out = open_stream(::openat(target.dir_fd(), target.name(), flags, 0666), "a");
     if (!out)
         return failed("Unable to open file %s: %s\n", target.path);
-    if (write_lines(out.get(), lines) != 0 || std::fflush(out.get()) != 0)
+    // The lines reach the disk (and a new file's name its directory) before
+    // the call returns.
+    if (write_lines(out.get(), lines) != 0 || std::fflush(out.get()) != 0 || ::fsync(::fileno(out.get())) != 0 ||
+        (before == nullptr && crelm::util::sync_directory(target.dir_fd()) != 0)) {
+        take_back_append(target, out, before);
         return failed("Unable to write data into file %s: %s\n", target.path);
+    }
     if (give_back_owner_mode(::fileno(out.get()), before, target.path) != 0)
         return 1;
     if (crelm::util::close_stream(out) != 0)

@@ -16,8 +16,12 @@ enum class LineAction {
 enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 
 // Edits path under its lock in "/run/lock/files". Removals and additions at
-// the top go through "<path>.tmp", renamed onto the file; an addition at the
-// end appends. Lines are judged at most 4095 bytes at a time (a longer line
+// the top go through "<path>.tmp", flushed to the disk (fsync) and renamed
+// onto the file, whose directory is flushed after the rename; an addition at
+// the end appends and flushes the file (and the directory of a file it
+// made), and a failed append is taken back (the file cut to its old length,
+// or removed if this call made it). So a power cut or a full disk leaves the
+// old or the new content. Lines are judged at most 4095 bytes at a time (a longer line
 // in several pieces); the file is read and written in large blocks, and every
 // kept byte is copied as it is, NUL bytes included. A file that
 // existed keeps its owner, group and mode; one created here gets 0666 less
@@ -26,7 +30,7 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 //   the file cannot be examined: "file_str: Unable to stat file %s: %s\n"
 //     (the lock is then kept until the process ends)
 //   the file is missing and lines are to be removed exactly (no message)
-//   an open, write, rename or close fails: "Unable to open file %s: %s\n",
+//   an open, write, flush, rename or close fails: "Unable to open file %s: %s\n",
 //     "Unable to write data into file %s: %s\n", "Unable to fputs to file
 //     %s: %s\n", "Error while rename file %s: %s\n", "Unable to rename file
 //     %s: %s\n", "Unable to close file %s: %s\n"

@@ -92,7 +92,8 @@ int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string&
     if (S_ISREG(saved.st_mode))
         restore_attributes(output.fd(), saved, path);
     input.reset();
-    if (output.close() != 0) {
+    // The edited content reaches the disk before it replaces the file.
+    if (output.sync() != 0 || output.close() != 0) {
         report_error(0, 0, "Unable to close file %s: %s\n", output.path().c_str(), std::strerror(errno));
         return -1;
     }

@@ -68,10 +68,18 @@ TempFile TempFile::none() {
 }
 
 int TempFile::commit_to(const std::string& target) {
-    const int result = ::renameat(dir_fd_, name_.c_str(), dir_fd_, target.c_str());
-    if (result == 0)
-        owned_ = false;
-    return result;
+    if (::renameat(dir_fd_, name_.c_str(), dir_fd_, target.c_str()) != 0)
+        return -1;
+    owned_ = false;
+    return sync_directory(dir_fd_);
+}
+
+int sync_directory(int dir_fd) {
+    // A path handle cannot be flushed: the directory is opened for reading.
+    const UniqueFd directory(::openat(dir_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.valid())
+        return -1;
+    return ::fsync(directory.get());
 }
 
 }  // namespace crelm::util

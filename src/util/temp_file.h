@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -41,9 +42,14 @@ public:
     int release_fd() { return fd_.release(); }
     // Closes the descriptor; close's result (the file stays until commit).
     int close() { return fd_.close(); }
-    // Renames the file onto target, a name in the same directory; rename's
-    // result. After success there is
-    // nothing left to remove.
+    // Flushes the file's content to the disk (fsync); 0 or -1 with errno.
+    // Writers call it before commit_to, while they still hold the file.
+    int sync() { return ::fsync(fd_.get()); }
+    // Renames the file onto target, a name in the same directory, then
+    // flushes the directory, so that after a power cut the name holds the
+    // old or the new content, never a file the rename had not reached. 0, or
+    // -1 with errno when the rename or the directory's flush failed. After
+    // the rename there is nothing left to remove.
     int commit_to(const std::string& target);
     // Leaves the file on disk (it may hold the only copy of the content).
     void keep() { owned_ = false; }
@@ -57,5 +63,10 @@ private:
     std::string shown_;
     bool owned_ = true;
 };
+
+// Flushes the directory dir_fd (any handle, O_PATH included) to the disk,
+// so that names created, renamed or removed in it survive a power cut. 0, or
+// -1 with errno.
+int sync_directory(int dir_fd);
 
 }  // namespace crelm::util
