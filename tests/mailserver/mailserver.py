@@ -7,6 +7,7 @@ tmpfs trees, so nothing on the machine changes, and the only network is an
 unconfigured loopback, so remote deliveries fail here and never leave.
 """
 import glob
+import json
 import os
 import pwd
 import grp
@@ -35,9 +36,106 @@ CONTROL_FILES = ("control/rcpthosts", "control/virtualdomains", "control/locals"
 
 WAIT_SECONDS = 60
 
+# Each command with valid options, to ask whether this build carries it out.
+_D = "--domain-name=probe.test"
+PROBES = [
+    ("--add-domain", _D), ("--turn-on-domain", _D, "--set-bounce"), ("--turn-off-domain", _D),
+    ("--add-mailname", _D, "--mailname=a"), ("--add-mailbox", _D, "--mailname=a"),
+    ("--set-password", _D, "--mailname=a"), ("--get-mailbox-size", _D, "--mailname=a"),
+    ("--set-mailbox-disk-quota", _D, "--mailname=a", "--disk-quota=100"),
+    ("--set-domain-disk-quota", _D, "--disk-quota=100"),
+    ("--add-alias", _D, "--mailname=a", "--alias=b"), ("--remove-alias", _D, "--mailname=a", "--alias=b"),
+    ("--rename-mailname", _D, "--old-mailname=a", "--new-mailname=c"),
+    ("--add-domain-alias", _D, "--domain-alias-name=probe.net"),
+    ("--rename-domain-alias", _D, "--old-domain-alias-name=probe.net", "--new-domain-alias-name=probe.org"),
+    ("--del-domain-alias", _D, "--domain-alias-name=probe.org"),
+    ("--remove-mailbox", _D, "--mailname=c"), ("--remove-mailname", _D, "--mailname=c"),
+    ("--rename-domain", "--old-domain-name=probe.test", "--new-domain-name=probe.org"),
+    ("--remove-domain", "--domain-name=probe.org"),
+]
+
 
 class SuiteError(Exception):
     pass
+
+
+class NotAvailable(Exception):
+    """A command this build does not carry out yet."""
+
+
+# Commands that take no picture of the domain.
+WITHOUT_PICTURE = ("--rename-domain", "--get-mailbox-size")
+
+
+def option(args, name):
+    prefix = "--%s=" % name
+    for arg in args:
+        if arg.startswith(prefix):
+            return arg[len(prefix):]
+    return None
+
+
+class Domain:
+    """The panel's picture of one mail domain (its domain aliases, its mail
+    names with their aliases), handed to each command on standard input the
+    way the panel does, and kept up to date as the commands change it."""
+
+    def __init__(self, name):
+        self.name = name
+        self.aliases = []
+        self.mails = {}
+        self.mailboxes = set()
+
+    def copy(self):
+        other = Domain(self.name)
+        other.aliases = list(self.aliases)
+        other.mails = {k: list(v) for k, v in self.mails.items()}
+        other.mailboxes = set(self.mailboxes)
+        return other
+
+    def document(self):
+        # The picture's mail names are those with a mailbox: the addresses
+        # the authentication store knows, which the commands copy to and
+        # remove from the domain's aliases.
+        return json.dumps({"domain": {
+            "name": self.name,
+            "dom_aliases": list(self.aliases),
+            "mails": [{"name": n, "aliases": list(a)} for n, a in self.mails.items() if n in self.mailboxes],
+        }})
+
+    def apply(self, args):
+        """Takes in what a successful command changed."""
+        command = args[0]
+        mailname, alias = option(args, "mailname"), option(args, "alias")
+        if command == "--add-mailname":
+            self.mails.setdefault(mailname, [])
+        elif command == "--remove-mailname":
+            self.mails.pop(mailname, None)
+            self.mailboxes.discard(mailname)
+        elif command == "--add-mailbox":
+            self.mailboxes.add(mailname)
+        elif command == "--remove-mailbox":
+            self.mailboxes.discard(mailname)
+        elif command == "--rename-mailname":
+            old, new = option(args, "old-mailname"), option(args, "new-mailname")
+            self.mails[new] = self.mails.pop(old, [])
+            if old in self.mailboxes:
+                self.mailboxes.discard(old)
+                self.mailboxes.add(new)
+        elif command == "--add-alias":
+            self.mails.setdefault(mailname, []).append(alias)
+        elif command == "--remove-alias":
+            if alias in self.mails.get(mailname, []):
+                self.mails[mailname].remove(alias)
+        elif command == "--add-domain-alias":
+            self.aliases.append(option(args, "domain-alias-name"))
+        elif command == "--del-domain-alias":
+            if option(args, "domain-alias-name") in self.aliases:
+                self.aliases.remove(option(args, "domain-alias-name"))
+        elif command == "--rename-domain":
+            self.name = option(args, "new-domain-name")
+        elif command == "--remove-domain":
+            self.aliases, self.mails, self.mailboxes = [], {}, set()
 
 
 def run(argv, check=True, **kwargs):
@@ -173,6 +271,8 @@ class MailServer:
         self.tags = 0
         self.log = QmailLog()
         self.lda = "deliverquota"
+        self.availability = None
+        self.logs = 0
 
     # ---- the namespace, once -------------------------------------------------
 
@@ -240,6 +340,12 @@ class MailServer:
             mount("tmpfs", tree, "mode=0755")
         run(["cp", "-a", os.path.join(self.cache, "tree") + "/.", QMAIL + "/"])
         os.makedirs("/run/lock/files")
+        # what the panel's installer leaves: the stores' directories and the
+        # runtime configuration naming the mail names directory
+        for store in ("userdb", "handlers", "auth"):
+            os.makedirs("/var/lib/crelm/mail/" + store)
+        write("/etc/qvt/qvt.conf", "CRELM_MAILNAMES_D %s\n" % MAILNAMES)
+        run([os.path.join(self.build, "tests", "mail_stores_setup")])
         control = QMAIL + "/control"
         write(control + "/me", "mail.sorvane.test\n")
         write(control + "/locals", "localhost\nmail.sorvane.test\n")
@@ -301,6 +407,11 @@ class MailServer:
     # ---- qmail-send ----------------------------------------------------------
 
     def start_qmail(self):
+        # each start gets a fresh log, so that its first status line is its own
+        if os.path.exists(LOG):
+            self.logs += 1
+            os.rename(LOG, "%s.%d" % (LOG, self.logs))
+        self.log = QmailLog()
         open(STATE + "/running", "w").close()
         run(["/opt/qvt/admin/sbin/crelmrc", "qmail", "start"])
         wait_until("qmail-send to start", lambda: "status: local 0/" in self.log.tail(200))
@@ -316,6 +427,19 @@ class MailServer:
 
     # ---- sorvane -------------------------------------------------------------
 
+    def panel(self, domain, *args, expect=0, env=None, prefix=()):
+        """Runs a command the way the panel does: with the picture of the
+        domain on standard input (where the command takes one); a command
+        that ends with status 0 updates the picture."""
+        stdin = None
+        if args[0] not in WITHOUT_PICTURE:
+            args = tuple(args) + ("--wait-stdin",)
+            stdin = domain.document()
+        result = self.sorvane(*args, expect=expect, stdin=stdin, env=env, prefix=prefix)
+        if result.returncode == 0:
+            domain.apply(args)
+        return result
+
     def sorvane(self, *args, expect=0, stdin=None, env=None, prefix=()):
         environment = dict(os.environ)
         environment.pop("QVT_PASSWORD", None)
@@ -323,6 +447,8 @@ class MailServer:
         environment.update(env or {})
         result = subprocess.run(list(prefix) + [self.sorvane_path] + list(args), input=stdin or "",
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=environment)
+        if "is not available in this build" in result.stdout + result.stderr:
+            raise NotAvailable(args[0])
         if expect is not None and result.returncode != expect:
             raise SuiteError("sorvane %s: status %d, expected %d\nstdout: %s\nstderr: %s"
                              % (" ".join(args), result.returncode, expect, result.stdout, result.stderr))
@@ -330,10 +456,20 @@ class MailServer:
 
     def available(self, command):
         """Whether this build carries out command (instead of answering that
-        it is not available)."""
-        result = self.sorvane(command, "--help", expect=None)
-        text = result.stdout + result.stderr
-        return "is not available in this build" not in text
+        it is not available): asked once per command, with valid options, on
+        a throw-away fresh server."""
+        if self.availability is None:
+            self.availability = {}
+            self.reset(start=False)
+            picture = Domain("probe.test")
+            for probe in PROBES:
+                try:
+                    self.panel(picture, *probe, expect=None, env={"QVT_PASSWORD": "Probe-1234"})
+                    self.availability[probe[0]] = True
+                except NotAvailable:
+                    self.availability[probe[0]] = False
+            self.reset(start=False)
+        return self.availability.get(command, False)
 
     # ---- messages ------------------------------------------------------------
 

@@ -57,7 +57,7 @@ class Results:
         """Runs one check; a SuiteError or AssertionError fails it."""
         try:
             detail = function(*args)
-        except checks_deliveries.NotAvailable as missing:
+        except mailserver.NotAvailable as missing:
             self.skipped(group, name, "needs %s" % missing)
             return False
         except (mailserver.SuiteError, AssertionError) as error:
