@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -43,20 +46,42 @@ TEST_F(CreateMailnameTest, MakesRecordHomeDotQmailAndWholeTree) {
     EXPECT_TRUE(logged().empty());
 }
 
-TEST_F(CreateMailnameTest, FolderMarkersComeAfterTheFolderSubdirectories) {
-    ASSERT_EQ(create_mailname("info", "example.test"), 0);
-    // Made in the table's order: a marker is never older than its folder's
-    // "cur", and the folders follow each other.
-    const std::string maildir = home_of("info", "example.test") + "/Maildir";
-    for (const char* folder : {".Spam", ".Sent", ".Drafts", ".Trash"}) {
-        struct stat cur {};
-        struct stat marker {};
-        ASSERT_EQ(lstat((maildir + "/" + folder + "/cur").c_str(), &cur), 0);
-        ASSERT_EQ(lstat((maildir + "/" + folder + "/maildirfolder").c_str(), &marker), 0);
-        EXPECT_GE(marker.st_ctim.tv_sec * 1000000000L + marker.st_ctim.tv_nsec,
-                  cur.st_ctim.tv_sec * 1000000000L + cur.st_ctim.tv_nsec)
-            << folder;
+// The names created in each watched directory, in the order they came.
+std::map<std::string, std::vector<std::string>> creations(int inotify, const std::map<int, std::string>& watched) {
+    std::map<std::string, std::vector<std::string>> made;
+    alignas(inotify_event) char buffer[65536];
+    for (ssize_t got; (got = read(inotify, buffer, sizeof buffer)) > 0;) {
+        for (char* at = buffer; at < buffer + got;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(at);
+            made[watched.at(event->wd)].push_back(event->name);
+            at += sizeof(inotify_event) + event->len;
+        }
     }
+    return made;
+}
+
+TEST_F(CreateMailnameTest, TreeIsMadeInTableOrderWithMarkersAfterEachFolder) {
+    const std::string home = home_of("info", "example.test");
+    const std::vector<std::string> dirs{"", "/Maildir", "/Maildir/.Spam", "/Maildir/.Sent", "/Maildir/.Drafts",
+                                        "/Maildir/.Trash"};
+    for (const std::string& dir : dirs)
+        ASSERT_EQ(mkdir((home + dir).c_str(), 0700), 0) << dir;
+    const int inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify, 0);
+    std::map<int, std::string> watched;
+    for (const std::string& dir : dirs)
+        watched[inotify_add_watch(inotify, (home + dir).c_str(), IN_CREATE)] = dir;
+
+    ASSERT_EQ(create_mailname("info", "example.test"), 0);
+    const auto made = creations(inotify, watched);
+    close(inotify);
+    const std::vector<std::string> folder{"tmp", "new", "cur", "maildirfolder"};
+    EXPECT_EQ(made.at(""), (std::vector<std::string>{".qmail", "@attachments"}));
+    EXPECT_EQ(made.at("/Maildir"), (std::vector<std::string>{"tmp", "new", "cur"}));
+    for (const char* name : {"/Maildir/.Spam", "/Maildir/.Sent", "/Maildir/.Drafts", "/Maildir/.Trash"})
+        EXPECT_EQ(made.at(name), folder) << name;
+    EXPECT_EQ(list_tree(home), expected_home_listing());
+    expect_home_owned(home);
 }
 
 TEST_F(CreateMailnameTest, RecreatingExistingMailnameResetsOwnersAndModes) {
@@ -161,6 +186,40 @@ TEST_F(CreateMailnameTest, RemoveMailnameFilesTakesRecordRowAndTreeAway) {
     EXPECT_FALSE(path_exists(home_of("info", "example.test")));
     EXPECT_EQ(auth_users(), "");
     EXPECT_EQ(list_tree(std::string(kMailnamesDir) + "/example.test"), std::vector<std::string>{});
+}
+
+// /etc/passwd of the test without the mail owner.
+void forget_popuser() {
+    std::string kept;
+    std::istringstream lines(read_file("/etc/passwd"));
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("popuser:", 0) != 0)
+            kept += line + "\n";
+    write_file("/etc/passwd", kept, 0644);
+}
+
+TEST_F(CreateMailnameTest, UnknownMailOwnerEndsTheProgramBeforeAnythingIsWritten) {
+    forget_popuser();
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "Unable to getpwnam for user popuser\nUnable to define UID or GID for user popuser\n");
+    EXPECT_EQ(read_file(kAssign), ".\n");
+    EXPECT_FALSE(path_exists(home_of("info", "example.test")));
+}
+
+TEST_F(CreateMailnameTest, UnknownMailOwnerEndsRemoval) {
+    forget_popuser();
+    const ProcessResult result = run_in_child([] { return remove_mailname_files("info", "example.test"); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "Unable to getpwnam for user popuser\nUnable to get popuser uid or gid\n");
+}
+
+TEST_F(CreateMailnameTest, UnknownMailOwnerFailsQmailDefault) {
+    forget_popuser();
+    EXPECT_EQ(add_qmail_default("example.test", "&all@example.net"), -1);
+    EXPECT_EQ(logged(),
+              std::vector<std::string>{"3 add_qmail_default: Unable to define UID or GID for user popuser"});
+    EXPECT_FALSE(path_exists(std::string(kMailnamesDir) + "/example.test/.qmail-default"));
 }
 
 TEST_F(CreateMailnameTest, RemoveMailnameFilesRefusesEmptyNames) {
