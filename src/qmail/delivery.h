@@ -20,15 +20,22 @@ int detect_lda();
 // The five delivery lines this system knows, in the order they are removed.
 const std::vector<std::string>& known_delivery_lines();
 
-// Removes every known delivery line from the ".qmail" at path.
+// Removes every known delivery line from the ".qmail" at path (through the
+// locked line editor, never through a link). -1 also for a missing file.
 int remove_delivery_strings(const std::string& path);
 
 // The first line of "/var/qmail/mailnames/.default_delivery" with its
-// newline, into line.
+// newline (at most 4095 bytes of it), into line. -1 after "Unable to get
+// default delivery transport string from %s\n" (missing, not a regular file
+// or empty), "Unable to open default delivery config file(%s): %s\n" or
+// "Unable to read line from file: %s: %s\n"; line is then left alone.
 int read_default_delivery(std::string& line);
 
 // Replaces any known delivery line of the ".qmail" at path by the default
-// delivery line, then gives it owner popuser and mode 0600.
+// delivery line, then gives it owner popuser and mode 0600. -1 when no LDA
+// is found (the file untouched), after the warning "Unable to remove old
+// delivery strings from '%s'", or after "Unable to add delivery string to
+// '%s'" (the known lines are gone by then).
 int add_delivery(const std::string& path);
 // Removes the known delivery lines, then owner popuser and mode 0600.
 int remove_delivery(const std::string& path);
@@ -37,12 +44,16 @@ int remove_delivery(const std::string& path);
 int add_mailname_delivery(const std::string& mailname, const std::string& domain);
 int remove_mailname_delivery(const std::string& mailname, const std::string& domain);
 
-// Truncates or creates path, gives it owner popuser and mode 0600, then puts
-// lines at its top.
+// Truncates or creates path (made without group or other bits), gives it
+// owner popuser and mode 0600, then puts lines at its top. A link at path is
+// refused.
 int write_qmail_lines(const std::string& path, const std::vector<std::string>& lines);
 
-// Runs "/var/qmail/bin/qmail-newu" (one at a time across processes) and
-// returns its exit status, or -1 when it could not be run or waited for.
+// Runs "/var/qmail/bin/qmail-newu" and returns its exit status (127 when it
+// could not be executed), or -1 when it was killed or could not be waited
+// for. Runs are one at a time across processes: each holds the exclusive
+// lock of the path "/var/qmail/bin/qmail-newu" in the lock directory.
+// Its standard error is the caller's.
 int qmail_newu();
 // "/usr/bin/killall -1 qmail-send"; when that fails, logs "Reload of
 // qmail-send failed, performing full restart" (info) and returns
