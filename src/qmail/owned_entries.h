@@ -21,10 +21,10 @@ struct OwnedFailure {
     int error = 0;
 };
 
-// Makes directory relative (a path below dir_fd, "." for dir_fd itself is
-// not allowed) with mode, accepting one that is there, then gives it owner
-// and mode. 0, or -1 with failure filled (a link or a non-directory at the
-// place fails the make step with ELOOP or ENOTDIR).
+// Makes the directory relative (a path below dir_fd, such as
+// "Maildir/.Spam/tmp") with mode, accepting one that is there, then gives
+// it owner and mode. 0, or -1 with failure filled (a link or a
+// non-directory at the place fails the make step with ELOOP or ENOTDIR).
 int make_owned_dir_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
                       OwnedFailure& failure);
 
