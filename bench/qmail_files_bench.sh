@@ -1,0 +1,170 @@
+#!/bin/bash
+# Control-file benchmark: on a user assignment table of 10,000, 100,000 and
+# 1,000,000 mail-name records (over 10,000 domains, whose lines fill
+# rcpthosts and virtualdomains), in the same run with a warm cache, times
+#   add record     a new mail name's record (taken out, put back at the top
+#                  of assign)
+#   remove domain  a domain with 10 mail names and their aliases (rcpthosts,
+#                  virtualdomains, assign, the authentication store, the
+#                  domain's directory)
+#   rename edits   the sed pass of a domain rename (rcpthosts, virtualdomains,
+#                  assign)
+# each as a whole run of bench/qmail_files_driver, against a bare copy of the
+# same files (read, write, rename) by the same driver: assign alone for the
+# record, rcpthosts + virtualdomains + assign for the other two. Prints the
+# median milliseconds and the ratios (goal: at most 1.5).
+#
+#   bench/qmail_files_bench.sh <release-build-dir> [repetitions] [record counts...]
+#
+# Runs as root in private mount and host-name namespaces: tmpfs over
+# /var/qmail, /var/lib/crelm, /run/lock and /etc/qvt, a passwd with popuser
+# and a hosts file that names the host, so that the host is not touched.
+set -eu
+if [ $# -lt 1 ]; then
+    echo "usage: $0 <release-build-dir> [repetitions] [record counts...]" >&2
+    exit 2
+fi
+driver="$(cd "$1" && pwd)/bench/qmail_files_driver"
+if [ ! -x "$driver" ]; then
+    echo "$0: $driver not built (cmake --build $1 --target qmail_files_driver)" >&2
+    exit 2
+fi
+repetitions="${2:-7}"
+shift $(($# >= 2 ? 2 : 1))
+counts=("$@")
+[ ${#counts[@]} -gt 0 ] || counts=(10000 100000 1000000)
+
+if [ -z "${QMAIL_FILES_BENCH_INSIDE:-}" ]; then
+    if [ "$(id -u)" != 0 ]; then
+        echo "$0: must run as root (private mount namespace)" >&2
+        exit 2
+    fi
+    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --propagation private -- bash "$0" "$1" "$repetitions" "${counts[@]}"
+fi
+
+for tree in /var/qmail /var/lib/crelm /run/lock /etc/qvt; do
+    mkdir -p "$tree"
+    mount -t tmpfs -o size=2g tmpfs "$tree"
+done
+mkdir -m 0755 /run/lock/files /var/qmail/control /var/qmail/users /var/qmail/mailnames
+private=$(mktemp -d "${TMPDIR:-/tmp}/qmail-files-bench.XXXXXX")
+trap 'rm -rf "$private"' EXIT
+grep -v '^popuser:' /etc/passwd > "$private/passwd"
+echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
+mount --bind "$private/passwd" /etc/passwd
+hostname bench
+printf '127.0.0.1 localhost\n192.0.2.7 bench.example bench\n' > "$private/hosts"
+mount --bind "$private/hosts" /etc/hosts
+
+domains=10000
+target=bench-target.example
+mailnames=/var/qmail/mailnames
+
+# Milliseconds taken by one run of the command.
+elapsed_ms() {
+    local start=$EPOCHREALTIME
+    "$@" > /dev/null
+    local end=$EPOCHREALTIME
+    echo "$start $end" | awk '{ printf "%.3f\n", ($2 - $1) * 1000 }'
+}
+
+median() {
+    sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+
+check() {
+    if ! "$@"; then
+        echo "$0: check failed: $*" >&2
+        exit 1
+    fi
+}
+
+# The files of a server with <records> mail names over 10,000 domains, plus
+# the target domain with 10 mail names and an alias each; saved beside
+# them so that every run starts from the same content.
+make_files() {
+    awk -v n="$1" -v d="$domains" -v t="$target" -v m="$mailnames" '
+    BEGIN {
+        ids = "popuser:2110:2110:"
+        for (i = 0; i < 10; i++) {
+            printf "=%s-alias%d:%s%s/%s/name%d:::\n", t, i, ids, m, t, i
+            printf "=%s-name%d:%s%s/%s/name%d:::\n", t, i, ids, m, t, i
+        }
+        printf "+%s:%s%s/%s:::\n", t, ids, m, t
+        for (i = 0; i < n; i++)
+            printf "=domain%05d.example-user%07d:%s%s/domain%05d.example/user%07d:::\n", i % d, i, ids, m, i % d, i
+        for (i = 0; i < d; i++)
+            printf "+domain%05d.example:%s%s/domain%05d.example:::\n", i, ids, m, i
+        print "."
+    }' > /var/qmail/users/assign
+    {
+        echo localhost
+        awk -v d="$domains" 'BEGIN { for (i = 0; i < d; i++) printf "domain%05d.example\n", i }'
+        echo "$target"
+    } > /var/qmail/control/rcpthosts
+    {
+        awk -v d="$domains" 'BEGIN { for (i = 0; i < d; i++) printf "domain%05d.example:domain%05d.example\n", i, i }'
+        echo "$target:$target"
+    } > /var/qmail/control/virtualdomains
+    echo localhost > /var/qmail/control/locals
+    chmod 0644 /var/qmail/users/assign /var/qmail/control/*
+    mkdir -p /var/qmail/saved
+    cp -p /var/qmail/users/assign /var/qmail/control/rcpthosts /var/qmail/control/virtualdomains \
+        /var/qmail/control/locals /var/qmail/saved/
+}
+
+restore_files() {
+    cp -p /var/qmail/saved/assign /var/qmail/users/assign
+    cp -p /var/qmail/saved/rcpthosts /var/qmail/saved/virtualdomains /var/qmail/saved/locals /var/qmail/control/
+    rm -rf "$mailnames/$target" "$mailnames/renamed-target.example"
+    mkdir -p "$mailnames/$target"
+    for i in 0 1 2 3 4 5 6 7 8 9; do mkdir -p "$mailnames/$target/name$i/Maildir"; done
+}
+
+bench_size() {
+    local records=$1
+    make_files "$records"
+    restore_files
+    local control=/var/qmail/control
+    local -a copy_assign=() add=() copy_three=() remove=() rename=()
+    local r
+    for ((r = 0; r < repetitions; r++)); do
+        copy_assign+=("$(elapsed_ms "$driver" copy /var/qmail/users/assign)")
+        add+=("$(elapsed_ms "$driver" add-record newname "$target")")
+        check test "$(head -n 1 /var/qmail/users/assign)" = \
+            "=$target-newname:popuser:2110:2110:$mailnames/$target/newname:::"
+        check test "$(tail -n 1 /var/qmail/users/assign)" = "."
+        restore_files
+        copy_three+=("$(elapsed_ms "$driver" copy $control/rcpthosts $control/virtualdomains /var/qmail/users/assign)")
+        remove+=("$(elapsed_ms "$driver" remove-domain "$target")")
+        check test "$(grep -c "$target" /var/qmail/users/assign $control/rcpthosts $control/virtualdomains | \
+            awk -F: '{ s += $2 } END { print s }')" = 0
+        check test ! -e "$mailnames/$target"
+        restore_files
+        rename+=("$(elapsed_ms "$driver" rename-edits "$target" renamed-target.example)")
+        check test "$(grep -c "$target" /var/qmail/users/assign $control/rcpthosts $control/virtualdomains | \
+            awk -F: '{ s += $2 } END { print s }')" = 0
+        check test "$(grep -c 'renamed-target' /var/qmail/users/assign)" = 21
+        restore_files
+    done
+    local c1 a c3 rm rn
+    c1=$(printf '%s\n' "${copy_assign[@]}" | median)
+    a=$(printf '%s\n' "${add[@]}" | median)
+    c3=$(printf '%s\n' "${copy_three[@]}" | median)
+    rm=$(printf '%s\n' "${remove[@]}" | median)
+    rn=$(printf '%s\n' "${rename[@]}" | median)
+    awk -v n="$records" -v bytes="$(stat -c %s /var/qmail/users/assign)" -v c1="$c1" -v a="$a" -v c3="$c3" \
+        -v rm="$rm" -v rn="$rn" -v reps="$repetitions" 'BEGIN {
+        printf "%d records (assign %d bytes), median of %d runs:\n", n, bytes, reps
+        printf "  %-40s %9.1f ms\n", "bare copy of assign", c1
+        printf "  %-40s %9.1f ms  %5.2fx copy (goal: at most 1.5)\n", "add record", a, a / c1
+        printf "  %-40s %9.1f ms\n", "bare copy of rcpthosts, virtualdomains, assign", c3
+        printf "  %-40s %9.1f ms  %5.2fx copy (goal: at most 1.5)\n", "remove domain (10 mail names)", rm, rm / c3
+        printf "  %-40s %9.1f ms  %5.2fx copy (goal: at most 1.5)\n", "rename edits (sed pass)", rn, rn / c3
+    }'
+}
+
+"$driver" init-stores
+for count in "${counts[@]}"; do
+    bench_size "$count"
+done

@@ -1,0 +1,98 @@
+// One control-file operation per run, for bench/qmail_files_bench.sh, which
+// times whole runs of this program beside a bare copy of the files each
+// operation rewrites.
+//
+//   qmail_files_driver init-stores                 creates the authentication store
+//   qmail_files_driver add-record <name> <domain>  qmail_add_mailname_record
+//   qmail_files_driver remove-domain <domain>      qmail_remove_domain
+//   qmail_files_driver rename-edits <old> <new>    the sed pass of a domain
+//                                                  rename (rcpthosts, locals,
+//                                                  virtualdomains, assign)
+//   qmail_files_driver copy <path>...              the floor: each file copied
+//                                                  through "<path>.tmp" in large
+//                                                  blocks and renamed onto itself
+//
+// Exit status 0 on success, 1 on failure, 2 on a usage error.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "qmail/control_files.h"
+#include "qmail/domain_rename_edits.h"
+#include "runtime/log.h"
+#include "stores/mail_auth_paths.h"
+#include "stores/mail_auth_store.h"
+
+namespace {
+
+bool write_all(int fd, const char* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = ::write(fd, data, size);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool copy_blocks(int from, int to) {
+    std::vector<char> block(1 << 20);
+    ssize_t got = 0;
+    while ((got = ::read(from, block.data(), block.size())) > 0)
+        if (!write_all(to, block.data(), static_cast<std::size_t>(got)))
+            return false;
+    return got == 0;
+}
+
+int bare_copy(const std::string& path) {
+    const std::string temp = path + ".tmp";
+    const int from = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int to = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    const bool copied = from >= 0 && to >= 0 && copy_blocks(from, to);
+    const bool closed = (to < 0 || ::close(to) == 0) && (from < 0 || ::close(from) == 0);
+    if (!copied || !closed || ::rename(temp.c_str(), path.c_str()) != 0) {
+        std::fprintf(stderr, "copy of %s failed: %s\n", path.c_str(), std::strerror(errno));
+        ::unlink(temp.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+int usage() {
+    std::fprintf(stderr,
+                 "usage: qmail_files_driver init-stores | add-record <name> <domain> | remove-domain <domain> |"
+                 " rename-edits <old> <new> | copy <path>...\n");
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    log_init("stderr", 6, LOG_MAIL, 0, "qmail_files_driver");
+    const std::string action = argc > 1 ? argv[1] : "";
+    if (action == "copy" && argc > 2) {
+        int result = 0;
+        for (int i = 2; i < argc; ++i)
+            result |= bare_copy(argv[i]);
+        return result;
+    }
+    if (action == "init-stores" && argc == 2)
+        return init_mail_auth_store(kMailServerQmail) == 0 ? 0 : 1;
+    if (action == "add-record" && argc == 4)
+        return qmail_add_mailname_record(argv[2], argv[3]) == 0 ? 0 : 1;
+    if (action == "remove-domain" && argc == 3)
+        return qmail_remove_domain(argv[2]) == 0 ? 0 : 1;
+    if (action == "rename-edits" && argc == 4)
+        return crelm::qmail::rename_domain_in_control_files(argv[2], argv[3]) ? 0 : 1;
+    return usage();
+}

@@ -1,0 +1,118 @@
+// Several processes adding and then removing mail names of one domain at
+// the same time, each rebuilding the compiled table after every step: no
+// record lost or doubled, "." always last, and never two qmail-newu runs at
+// once.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+#include "qmail/control_files.h"
+#include "qmail/control_test_support.h"
+
+extern char** environ;
+
+namespace sorvane::test {
+namespace {
+
+constexpr int kWorkers = 8;
+constexpr int kNamesPerWorker = 50;
+const std::string kFakes = "/tmp/.sandbox/fakes";
+
+// The fake qmail-newu marks its run with a directory that only one run can
+// make; a run that finds it made records the overlap. Each run also checks
+// that assign ends with its "." line and holds only well-formed records.
+const std::string kNewuWatch = R"SH(
+mkdir /tmp/.sandbox/fakes/newu-running 2>/dev/null || echo overlap >> /tmp/.sandbox/fakes/newu-problems
+awk '!/^[+=][^:]*:[^:]+:[0-9]+:[0-9]+:[^:]+:[^:]*:[^:]*:$/ { bad = bad $0 "|" } { last = $0 }
+     END { if (last != ".") print "dot not last"; if (bad != "." "|") print "malformed: " bad }' \
+    /var/qmail/users/assign >> /tmp/.sandbox/fakes/newu-problems
+rmdir /tmp/.sandbox/fakes/newu-running
+)SH";
+
+struct Worker {
+    pid_t pid = -1;
+    std::string err_path;
+};
+
+Worker start_worker(const std::string& action, int number) {
+    Worker worker;
+    worker.err_path = scratch_dir() + "/worker-" + action + "-" + std::to_string(number);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, worker.err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    const std::string program = test_program_path("mailname_records_worker");
+    const std::string prefix = "w" + std::to_string(number) + ".n";
+    std::vector<std::string> args{program, action, "example.test", prefix, std::to_string(kNamesPerWorker)};
+    std::vector<char*> argv;
+    for (std::string& arg : args)
+        argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    EXPECT_EQ(posix_spawn(&worker.pid, program.c_str(), &files, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&files);
+    return worker;
+}
+
+void run_workers(const std::string& action) {
+    std::vector<Worker> workers;
+    for (int number = 0; number < kWorkers; ++number)
+        workers.push_back(start_worker(action, number));
+    for (const Worker& worker : workers) {
+        int status = 0;
+        ASSERT_EQ(waitpid(worker.pid, &status, 0), worker.pid);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << read_file(worker.err_path);
+    }
+}
+
+std::vector<std::string> assign_lines() {
+    std::istringstream in(read_file(kAssignPath));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+class ControlConcurrencyTest : public ControlFilesTest {
+protected:
+    void SetUp() override {
+        ControlFilesTest::SetUp();
+        ASSERT_EQ(qmail_add_domain("example.test", false), 0);
+        install_fake("/var/qmail/bin/qmail-newu", kNewuWatch);
+    }
+};
+
+TEST_F(ControlConcurrencyTest, EightProcessesAddAndRemoveFiftyMailNamesEach) {
+    run_workers("add");
+    std::vector<std::string> lines = assign_lines();
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.back(), ".");
+    lines.pop_back();
+    std::set<std::string> expected{plus_record("example.test")};
+    for (int worker = 0; worker < kWorkers; ++worker) {
+        for (int i = 0; i < kNamesPerWorker; ++i) {
+            const std::string name = "w" + std::to_string(worker) + ".n" + std::to_string(i);
+            expected.insert(name_record("example.test", name, name));
+            EXPECT_TRUE(path_exists("/var/qmail/mailnames/example.test/" + name + "/.qmail")) << name;
+        }
+    }
+    EXPECT_EQ(lines.size(), expected.size());
+    EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), expected);
+    EXPECT_EQ(lines.back(), plus_record("example.test"));
+    EXPECT_EQ(fake_calls("qmail-newu").size(), static_cast<std::size_t>(kWorkers * kNamesPerWorker));
+
+    run_workers("remove");
+    EXPECT_EQ(read_file(kAssignPath), assign_of({plus_record("example.test")}));
+    EXPECT_EQ(list_tree("/var/qmail/mailnames/example.test"), std::vector<std::string>{});
+    EXPECT_EQ(fake_calls("qmail-newu").size(), static_cast<std::size_t>(2 * kWorkers * kNamesPerWorker));
+    EXPECT_EQ(read_file(kFakes + "/newu-problems"), "");
+    EXPECT_EQ(list_tree("/var/qmail/users"), std::vector<std::string>{"assign"});
+}
+
+}  // namespace
+}  // namespace sorvane::test

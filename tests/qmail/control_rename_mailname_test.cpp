@@ -1,0 +1,249 @@
+// Renaming a mail name: its record, its home, its aliases' records, its
+// authentication records and its ".qmail", beside mail names that a plain
+// pattern would also catch.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "qmail/control_files.h"
+#include "qmail/control_test_support.h"
+#include "qmail/session_hooks.h"
+#include "stores/mail_auth_paths.h"
+#include "stores/mail_auth_store.h"
+#include "stores/store_test_support.h"
+
+namespace sorvane::test {
+namespace {
+
+const std::string kDomain = "example.test";
+const std::string kDomainDir = std::string(kMailnamesPath) + "/example.test";
+
+std::string home(const std::string& name) {
+    return kDomainDir + "/" + name;
+}
+
+std::string dot_qmail_of(const std::string& name) {
+    return "&" + name + "@example.test\n&" + name + "@elsewhere.test\n| /usr/bin/deliverquota ./Maildir\n";
+}
+
+class ControlRenameMailnameTest : public ControlFilesTest {
+protected:
+    // Mail names whose names a pattern taken as a regular expression, or a
+    // replacement taken as sed text, would confuse with a.b.
+    const std::vector<std::string> names_{"a.b", "axb", "a&b", "o'neil", "x+y"};
+
+    void SetUp() override {
+        ControlFilesTest::SetUp();
+        ASSERT_EQ(mkdir(kDomainDir.c_str(), 0700), 0);
+        std::vector<std::string> records;
+        for (const std::string& name : names_) {
+            records.push_back(name_record(kDomain, name, name));
+            records.push_back(name_record(kDomain, "alias-" + name, name));
+            ASSERT_EQ(mkdir(home(name).c_str(), 0700), 0);
+            write_file(home(name) + "/.qmail", dot_qmail_of(name), 0600);
+            ASSERT_EQ(chown(home(name).c_str(), popuser_uid(), popuser_gid()), 0);
+            ASSERT_EQ(chown((home(name) + "/.qmail").c_str(), popuser_uid(), popuser_gid()), 0);
+        }
+        write_file(kAssignPath, assign_of(records));
+    }
+
+    // assign as set up, with name's two records changed by rename: its own
+    // record replaced by to_record at the top, its alias's record pointing
+    // at to's home.
+    std::string assign_after(const std::string& name, const std::string& to) const {
+        std::vector<std::string> records{name_record(kDomain, to, to)};
+        for (const std::string& other : names_) {
+            if (other != name)
+                records.push_back(name_record(kDomain, other, other));
+            records.push_back(name_record(kDomain, "alias-" + other, other == name ? to : other));
+        }
+        return assign_of(records);
+    }
+
+    void expect_untouched_neighbours(const std::string& renamed) const {
+        for (const std::string& name : names_) {
+            if (name == renamed)
+                continue;
+            EXPECT_EQ(read_file(home(name) + "/.qmail"), dot_qmail_of(name)) << name;
+        }
+    }
+};
+
+TEST_F(ControlRenameMailnameTest, TheRecordHomeAliasesAndDotQmailFollowAndNothingElse) {
+    const StepResult step = run_step([] { return qmail_rename_mailname("A.b", "example.test", "C&D", ""); });
+    EXPECT_EQ(step.status, 0);
+    EXPECT_EQ(step.printed.out, "");
+    EXPECT_EQ(step.printed.err, "");
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c&d"));
+    expect_dot_last();
+    const FileInfo assign = file_info(kAssignPath);
+    EXPECT_EQ(assign.mode, 0644u);
+    EXPECT_EQ(assign.uid, 0u);
+    EXPECT_FALSE(path_exists(home("a.b")));
+    EXPECT_EQ(read_file(home("c&d") + "/.qmail"),
+              "&c&d@example.test\n&c&d@elsewhere.test\n| /usr/bin/deliverquota ./Maildir\n");
+    const FileInfo dot_qmail = file_info(home("c&d") + "/.qmail");
+    EXPECT_EQ(dot_qmail.uid, popuser_uid());
+    EXPECT_EQ(dot_qmail.gid, popuser_gid());
+    EXPECT_EQ(dot_qmail.mode, 0600u);
+    expect_untouched_neighbours("a.b");
+    EXPECT_EQ(entries_of(home("c&d")), std::vector<std::string>{".qmail"});
+    EXPECT_EQ(entries_of("/var/qmail/users"), std::vector<std::string>{"assign"});
+}
+
+TEST_F(ControlRenameMailnameTest, NamesWithQuotesAndPlusSignsAreTakenLiterally) {
+    ASSERT_EQ(qmail_rename_mailname("o'neil", "example.test", "a.b.c", ""), 0);
+    EXPECT_EQ(read_file(kAssignPath), assign_after("o'neil", "a.b.c"));
+    EXPECT_EQ(read_file(home("a.b.c") + "/.qmail"), dot_qmail_of("a.b.c"));
+    expect_untouched_neighbours("o'neil");
+}
+
+TEST_F(ControlRenameMailnameTest, BackslashesAndTheDelimiterInTheNewNameAreTakenLiterally) {
+    ASSERT_EQ(qmail_rename_mailname("x+y", "example.test", "x\\y|z", ""), 0);
+    EXPECT_EQ(read_file(kAssignPath), assign_after("x+y", "x\\y|z"));
+    EXPECT_EQ(read_file(home("x\\y|z") + "/.qmail"), dot_qmail_of("x\\y|z"));
+    expect_untouched_neighbours("x+y");
+}
+
+TEST_F(ControlRenameMailnameTest, AuthenticationRecordsAreRenamedAtTheDomainAndItsAliases) {
+    crelm::qmail::SessionHooks hooks;
+    hooks.domain_aliases = [](std::string_view domain, crelm::qmail::NameList& aliases) {
+        EXPECT_EQ(domain, "example.test");
+        aliases = std::vector<std::string>{"Alias.test"};
+        return 0;
+    };
+    crelm::qmail::set_qmail_session_hooks(hooks);
+    for (const char* domain : {"example.test", "alias.test"})
+        for (const char* name : {"a.b", "axb", "sales"})
+            ASSERT_EQ(add_mail_auth_user(name, domain, std::string("secret-") + name, 0), 0);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c&d", "secret"); });
+    EXPECT_EQ(step.status, 0);
+    EXPECT_EQ(step.printed.out, "");
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(),
+                         "SELECT u.name || '@' || d.name FROM users u, domains d WHERE u.dom_id = d.id "
+                         "ORDER BY d.name, u.name;"),
+              "axb@alias.test\nc&d@alias.test\nsales@alias.test\naxb@example.test\nc&d@example.test\n"
+              "sales@example.test\n");
+    MailAuthUser user;
+    ASSERT_EQ(get_mail_auth_user("alias.test", "c&d", user), 0);
+    EXPECT_EQ(user.name, "c&d");
+}
+
+TEST_F(ControlRenameMailnameTest, WithoutTheTextArgumentTheAuthenticationRecordsStay) {
+    ASSERT_EQ(add_mail_auth_user("a.b", "example.test", "secret", 0), 0);
+    ASSERT_EQ(qmail_rename_mailname("a.b", "example.test", "c", ""), 0);
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(), "SELECT name FROM users;"), "a.b\n");
+}
+
+TEST_F(ControlRenameMailnameTest, AFailedAuthenticationRenameTakesTheOldRecordAwayAndFails) {
+    ASSERT_EQ(add_mail_auth_user("a.b", "example.test", "old", 0), 0);
+    ASSERT_EQ(add_mail_auth_user("c", "example.test", "taken", 0), 0);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", "secret"); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, "Unable to rename auth record a.b@example.test -> c@example.test\n");
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(), "SELECT name FROM users;"), "c\n");
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+}
+
+TEST_F(ControlRenameMailnameTest, UnknownDomainAliasesFailTheAuthenticationStep) {
+    crelm::qmail::SessionHooks hooks;
+    hooks.domain_aliases = [](std::string_view, crelm::qmail::NameList&) { return -1; };
+    crelm::qmail::set_qmail_session_hooks(hooks);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", "secret"); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, "Unable to get domain aliases for domain example.test\n");
+    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_of("c"));
+}
+
+TEST_F(ControlRenameMailnameTest, ATakenHomePutsTheOldRecordBackAndEnds) {
+    ASSERT_EQ(mkdir(home("c").c_str(), 0700), 0);
+    const ProcessResult run = run_in_child([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "Directory rename error: target directory " + home("c") +
+                           " already exists.\nUnable to rename directory\n");
+    std::vector<std::string> records{name_record(kDomain, "a.b", "a.b")};
+    for (const std::string& name : names_) {
+        if (name != "a.b")
+            records.push_back(name_record(kDomain, name, name));
+        records.push_back(name_record(kDomain, "alias-" + name, name));
+    }
+    EXPECT_EQ(read_file(kAssignPath), assign_of(records));
+    EXPECT_EQ(read_file(home("a.b") + "/.qmail"), dot_qmail_of("a.b"));
+}
+
+TEST_F(ControlRenameMailnameTest, AMissingOldRecordEndsTheProgram) {
+    ASSERT_EQ(unlink(kAssignPath), 0);
+    const ProcessResult run = run_in_child([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "Unable to remove record from assign file\n");
+    EXPECT_TRUE(path_exists(home("a.b")));
+}
+
+TEST_F(ControlRenameMailnameTest, ALinkPlantedAtDotQmailIsNotFollowed) {
+    write_file("/tmp/elsewhere", "&a.b@example.test\n", 0644);
+    ASSERT_EQ(unlink((home("a.b") + "/.qmail").c_str()), 0);
+    ASSERT_EQ(symlink("/tmp/elsewhere", (home("a.b") + "/.qmail").c_str()), 0);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(step.status, 0);
+    expect_reported(step.printed, "Unable to open file " + home("c") +
+                                      "/.qmail: Too many levels of symbolic links\n"
+                                      "Unable to change mailname in dot-qmail in " + home("c") + "/.qmail\n");
+    EXPECT_EQ(read_file("/tmp/elsewhere"), "&a.b@example.test\n");
+    EXPECT_EQ(file_info("/tmp/elsewhere").uid, 0u);
+    EXPECT_EQ(file_info(home("c") + "/.qmail").type, 'l');
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+    EXPECT_EQ(entries_of(home("c")), std::vector<std::string>{".qmail"});
+}
+
+TEST_F(ControlRenameMailnameTest, AFifoPlantedAtDotQmailIsNotRead) {
+    ASSERT_EQ(unlink((home("a.b") + "/.qmail").c_str()), 0);
+    ASSERT_EQ(mkfifo((home("a.b") + "/.qmail").c_str(), 0600), 0);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(step.status, 0);
+    expect_reported(step.printed, "Unable to open file " + home("c") + "/.qmail: Invalid argument\n"
+                                  "Unable to change mailname in dot-qmail in " + home("c") + "/.qmail\n");
+    EXPECT_EQ(file_info(home("c") + "/.qmail").type, '?');
+}
+
+// sed stands in for itself but exits with status; what it wrote is kept
+// unless the status says it could not run.
+class ControlRenameSedStatusTest : public ControlRenameMailnameTest {
+protected:
+    void use_sed_exiting_with(int status) {
+        const std::string real_sed = scratch_dir() + "/real-sed";
+        std::filesystem::copy_file("/bin/sed", real_sed);
+        ASSERT_EQ(chmod(real_sed.c_str(), 0755), 0);
+        install_program("/bin/sed", "#!/bin/sh\n" + real_sed + " \"$@\"\nexit " + std::to_string(status) + "\n");
+    }
+};
+
+TEST_F(ControlRenameSedStatusTest, AnyOtherExitStatusCountsAsSuccess) {
+    use_sed_exiting_with(1);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(step.status, 0);
+    EXPECT_EQ(step.printed.out, "");
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_of("c"));
+}
+
+TEST_F(ControlRenameSedStatusTest, ExitStatus127IsAFailureThatChangesNothing) {
+    use_sed_exiting_with(127);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, "Unable to change aliases in /var/qmail/users/assign\n"
+                                  "Unable to change mailname in dot-qmail in " + home("c") + "/.qmail\n");
+    std::vector<std::string> records{name_record(kDomain, "c", "c")};
+    for (const std::string& name : names_) {
+        if (name != "a.b")
+            records.push_back(name_record(kDomain, name, name));
+        records.push_back(name_record(kDomain, "alias-" + name, name));
+    }
+    EXPECT_EQ(read_file(kAssignPath), assign_of(records));
+    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_of("a.b"));
+    EXPECT_EQ(entries_of("/var/qmail/users"), std::vector<std::string>{"assign"});
+    EXPECT_EQ(entries_of(home("c")), std::vector<std::string>{".qmail"});
+}
+
+}  // namespace
+}  // namespace sorvane::test
