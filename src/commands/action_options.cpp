@@ -1,12 +1,25 @@
 #include "commands/action_options.h"
 
 #include <boost/program_options/value_semantic.hpp>
+#include <syslog.h>
 
 #include <string>
+
+#include "commands/missing_mandatory_option.h"
+#include "qmail/mailname_files.h"
+#include "runtime/idn.h"
+#include "runtime/log.h"
 
 namespace po = boost::program_options;
 
 namespace crelm::mail::sorvane_commands {
+namespace {
+
+std::string text_option(const CommandOptions& options, const char* name) {
+    return options.has(name) ? options.values()[name].as<std::string>() : std::string();
+}
+
+}  // namespace
 
 void add_bounce_options(CommandOptions& options) {
     options.add_flag("set-bounce", "set a domain bounce").add("phrase", po::value<std::string>(), "phrase");
@@ -19,6 +32,24 @@ void add_catchall_options(CommandOptions& options) {
 
 void add_reject_option(CommandOptions& options) {
     options.add_flag("set-reject", "set domain reject flag");
+}
+
+NotexistingAction notexisting_action_from_options(const CommandOptions& options) {
+    if (options.has("set-bounce"))
+        return {kNotexistingBounce, text_option(options, "phrase")};
+    if (options.has("set-catchall")) {
+        const std::string email = text_option(options, "email");
+        if (email.empty())
+            throw MissingMandatoryOption("email");
+        return {kNotexistingForward, idn_email_toascii_safe(email)};
+    }
+    if (options.has("set-reject"))
+        return {kNotexistingReject, std::string()};
+    log_message(LOG_ERR,
+                "Action for notexisting mail names is not specified (--set-bounce/--set-catchall/--set-reject)");
+    // The option text closes and reopens the quotes that the message puts
+    // around it, so that all three switches show quoted.
+    throw MissingMandatoryOption("set-bounce\" or \"--set-catchall\" or \"--set-reject");
 }
 
 }  // namespace crelm::mail::sorvane_commands

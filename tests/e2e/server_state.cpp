@@ -167,6 +167,10 @@ const SeededMail& neighbour_mail() {
     return mail;
 }
 
+std::size_t seeded_message_size() {
+    return kMessage.size();
+}
+
 std::vector<std::string> seeded_local_parts() {
     std::vector<std::string> parts;
     for (const SeededMail& mail : seeded_mails()) {
@@ -217,6 +221,7 @@ void seed_empty_server() {
     set_mail_handlers_db_path(kDefaultMailHandlersDbPath);
     ASSERT_EQ(recreate_mail_handlers_db(), 0);
     ASSERT_EQ(init_mail_auth_store(kMailServerQmail), 0);
+    write_file("/etc/qvt/qvt.conf", "CRELM_MAILNAMES_D " + kMailnamesDir + "\n", 0644);
     write_file(kMailnamesDir + "/.default_delivery", kDeliveryLine, 0644);
     write_file("/var/qmail/control/locals", "localhost\n", 0644);
     write_file("/var/qmail/control/rcpthosts", "", 0644);
@@ -351,39 +356,58 @@ std::string auth_users() {
         "FROM users AS u JOIN domains AS d ON u.dom_id = d.id ORDER BY d.name, u.name;");
     if (raw == "<absent>")
         return raw;
-    std::string rows;
+    std::vector<std::vector<std::string>> rows;
+    std::vector<std::string> stored;
     std::istringstream in(raw);
     std::string line;
     while (std::getline(in, line)) {
-        const auto fields = split_fields(line, '|');
-        if (fields.size() != 5) {
+        rows.push_back(split_fields(line, '|'));
+        if (rows.back().size() != 5) {
             ADD_FAILURE() << "unexpected row " << line;
+            rows.pop_back();
             continue;
         }
-        const std::string password = fields[3].empty() ? "plain:" + fields[4] : decipher_password(fields[3]);
-        rows += fields[0] + "|" + fields[1] + "|" + fields[2] + "|" + password + "\n";
+        if (!rows.back()[3].empty())
+            stored.push_back(rows.back()[3]);
     }
-    return rows;
+    const std::vector<std::string> plain = decipher_passwords(stored);
+    std::string text;
+    std::size_t next = 0;
+    for (const auto& fields : rows) {
+        const std::string password = fields[3].empty() ? "plain:" + fields[4] : plain.at(next++);
+        text += fields[0] + "|" + fields[1] + "|" + fields[2] + "|" + password + "\n";
+    }
+    return text;
 }
 
 std::string decipher_password(const std::string& stored) {
-    // "$AES-256-CBC:PKCS$<IV in Base64>$<cipher text in Base64>"
-    const std::string prefix = "$AES-256-CBC:PKCS$";
-    if (stored.rfind(prefix, 0) != 0)
-        return "<not enciphered: " + stored + ">";
-    const std::string rest = stored.substr(prefix.size());
-    const auto dollar = rest.find('$');
-    if (dollar == std::string::npos)
-        return "<malformed: " + stored + ">";
+    return decipher_passwords({stored}).at(0);
+}
+
+std::vector<std::string> decipher_passwords(const std::vector<std::string>& stored) {
+    // Each "$AES-256-CBC:PKCS$<IV in Base64>$<cipher text in Base64>" goes to
+    // the openssl program with the key file's bytes; each result ends in NUL.
     const std::string script =
-        "iv=$(printf '%s\\n' \"$1\" | openssl base64 -d -A | od -An -v -tx1 | tr -d ' \\n')\n"
-        "key=$(od -An -v -tx1 \"$3\" | tr -d ' \\n')\n"
-        "printf '%s\\n' \"$2\" | openssl enc -d -aes-256-cbc -K \"$key\" -iv \"$iv\" -a -A\n";
-    const ProcessResult result = run_process(
-        {"/bin/sh", "-c", script, "decipher", rest.substr(0, dollar), rest.substr(dollar + 1), kAuthKey});
-    if (result.status != 0)
-        return "<undecipherable: " + result.err + ">";
-    return result.out;
+        "key=$(od -An -v -tx1 \"$0\" | tr -d ' \\n')\n"
+        "for stored; do\n"
+        "  case $stored in '$AES-256-CBC:PKCS$'*) ;; *) printf '<not enciphered: %s>\\0' \"$stored\"; continue;; esac\n"
+        "  rest=${stored#'$AES-256-CBC:PKCS$'}\n"
+        "  iv=$(printf '%s\\n' \"${rest%%'$'*}\" | openssl base64 -d -A | od -An -v -tx1 | tr -d ' \\n')\n"
+        "  printf '%s\\n' \"${rest#*'$'}\" | openssl enc -d -aes-256-cbc -K \"$key\" -iv \"$iv\" -a -A "
+        "|| printf '<undecipherable>'\n"
+        "  printf '\\0'\n"
+        "done\n";
+    std::vector<std::string> argv{"/bin/sh", "-c", script, kAuthKey};
+    argv.insert(argv.end(), stored.begin(), stored.end());
+    const ProcessResult result = run_process(argv);
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::vector<std::string> plain;
+    std::size_t start = 0;
+    for (std::size_t end; (end = result.out.find('\0', start)) != std::string::npos; start = end + 1)
+        plain.push_back(result.out.substr(start, end - start));
+    EXPECT_EQ(plain.size(), stored.size()) << result.out;
+    plain.resize(stored.size(), "<missing>");
+    return plain;
 }
 
 std::string quota_row(const std::string& domain, const std::string& mailbox, const std::string& quota) {

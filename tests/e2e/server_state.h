@@ -45,6 +45,9 @@ const std::vector<SeededMail>& seeded_mails();
 // The one mail name of neighbour.test.
 const SeededMail& neighbour_mail();
 
+// The size of the one message each seeded mailbox holds.
+std::size_t seeded_message_size();
+
 // Every local part with an address at a domain of example.test: each mail
 // name followed by its aliases, in seeded order.
 std::vector<std::string> seeded_local_parts();
@@ -59,8 +62,9 @@ std::string seeded_document(const std::string& domain = kDomain,
 
 // Writes the whole starting state (on top of the fresh sandbox trees).
 void seed_server_state();
-// Only what the stores and the delivery agent need: empty stores with their
-// schemas and key file, ".default_delivery" and a deliverquota to detect.
+// A server without domains: the runtime configuration, empty stores with
+// their schemas and key file, ".default_delivery", empty rcpthosts and
+// virtualdomains, and locals holding "localhost".
 void seed_empty_server();
 
 // Pieces of the seeding, for tests that build other states.
@@ -101,6 +105,8 @@ std::string auth_users();
 
 // A stored password deciphered by the openssl program with the store's key.
 std::string decipher_password(const std::string& stored);
+// The same for several, in one run of the shell.
+std::vector<std::string> decipher_passwords(const std::vector<std::string>& stored);
 
 // Row texts as the readers print them, for building expected states.
 std::string quota_row(const std::string& domain, const std::string& mailbox, const std::string& quota);
