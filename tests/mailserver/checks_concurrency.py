@@ -8,8 +8,8 @@ import os
 import random
 import threading
 
-from checks_deliveries import NotAvailable, expect, need
-from mailserver import (MAILNAMES, QMAIL, SuiteError, assigned_home, describe_difference, server_state,
+from checks_deliveries import need
+from mailserver import (MAILNAMES, Domain, SuiteError, assigned_home, describe_difference, server_state,
                         temporary_files)
 
 GROUP = "concurrency"
@@ -34,7 +34,13 @@ class Worker:
         self.names = {}  # mail name -> its aliases
         self.domain_aliases = set()
         self.counter = 0
-        self.commands = []
+        self.commands = []  # (arguments, the panel's picture on standard input)
+        self.picture = Domain(DOMAIN)
+
+    def add_next(self):
+        args = self.next_command()
+        self.commands.append((tuple(args) + ("--wait-stdin",), self.picture.document()))
+        self.picture.apply(args)
 
     def fresh(self, kind):
         self.counter += 1
@@ -89,20 +95,21 @@ def plan(round_number):
     workers = [Worker(w, random.Random(rng.random())) for w in range(WORKERS)]
     for i in range(COMMANDS):
         worker = workers[i % WORKERS]
-        worker.commands.append(worker.next_command())
+        worker.add_next()
     return workers
 
 
 def prepare(server):
     server.reset(start=False)
-    server.sorvane("--add-domain", "--domain-name=" + DOMAIN)
-    server.sorvane("--turn-on-domain", "--domain-name=" + DOMAIN, "--set-bounce")
+    picture = Domain(DOMAIN)
+    server.panel(picture, "--add-domain", "--domain-name=" + DOMAIN)
+    server.panel(picture, "--turn-on-domain", "--domain-name=" + DOMAIN, "--set-bounce")
 
 
 def run_worker(server, commands, statuses):
-    for command in commands:
-        result = server.sorvane(*command, expect=None)
-        statuses.append((tuple(command), result.returncode, result.stderr))
+    for command, document in commands:
+        result = server.sorvane(*command, expect=None, stdin=document)
+        statuses.append((command, result.returncode, result.stderr))
 
 
 def normalised(state):

@@ -5,9 +5,10 @@ folders sorvane made."""
 import os
 import re
 import shutil
+import subprocess
 
 from checks_deliveries import PASSWORD, expect, expect_local, landed, need
-from mailserver import DOVECOT_LDA, DOVECOT_LINE, MAILNAMES, QMAIL, STATE, SuiteError, read, write
+from mailserver import Domain, DOVECOT_LDA, DOVECOT_LINE, MAILNAMES, QMAIL, STATE, SuiteError, read, write
 from mailserver import run as run_program
 
 GROUP = "dovecot"
@@ -17,7 +18,6 @@ QUOTA_BYTES = 5000 * 1024
 # an address to its mail name's home as popuser, Maildir++ quota.
 CONFIG = """\
 protocols =
-listen =
 base_dir = /run/dovecot
 state_dir = /run/dovecot-state
 log_path = %(state)s/dovecot.log
@@ -44,6 +44,11 @@ plugin {
 }
 service auth {
   unix_listener auth-userdb {
+    mode = 0666
+  }
+}
+service stats {
+  unix_listener stats-writer {
     mode = 0666
   }
 }
@@ -74,8 +79,15 @@ def start_dovecot():
     write("/etc/dovecot/dovecot.conf", CONFIG % {"state": STATE, "mailnames": MAILNAMES})
     for directory in ("/run/dovecot", "/run/dovecot-state"):
         os.makedirs(directory, exist_ok=True)
+    # the delivery agent runs as popuser and logs there too
+    write(STATE + "/dovecot.log", "", 0o666)
     run_program(["doveadm", "stop"], check=False)
-    run_program(["dovecot", "-c", "/etc/dovecot/dovecot.conf"])
+    # the daemon keeps its descriptors: none of them may be the suite's pipes
+    with open(STATE + "/dovecot.start", "w") as out:
+        result = subprocess.run(["dovecot", "-c", "/etc/dovecot/dovecot.conf"], stdin=subprocess.DEVNULL,
+                                stdout=out, stderr=subprocess.STDOUT)
+    if result.returncode != 0:
+        raise SuiteError("dovecot did not start: %s" % read(STATE + "/dovecot.start").decode(errors="replace"))
 
 
 def wrap_qmail_local():
@@ -103,7 +115,10 @@ def dovecot_delivers(server):
     wrap_qmail_local()
     start_dovecot()
     server.start_qmail()
-    s = server.sorvane
+    domain = Domain("example.com")
+
+    def s(*args, **kwargs):
+        return server.panel(domain, *args, **kwargs)
     s("--add-domain", "--domain-name=example.com")
     s("--turn-on-domain", "--domain-name=example.com", "--set-bounce")
     s("--add-mailname", "--domain-name=example.com", "--mailname=info", "--disk-quota=%d" % QUOTA_BYTES)

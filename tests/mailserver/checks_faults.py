@@ -8,7 +8,7 @@ import os
 import subprocess
 
 import strace_log
-from checks_crashes import CASES, ENV, restore, snapshot
+from checks_crashes import CASES, ENV, prepare, restore, snapshot
 from checks_deliveries import NotAvailable
 from checks_powerloss import watched
 from mailserver import QMAIL, STATE, STORES, SuiteError, integrity, server_state, temporary_files
@@ -20,12 +20,12 @@ CALLS = ("write", "rename", "fsync")
 SAMPLED_POINTS = 8
 
 
-def fault_points(server, command):
+def fault_points(server, command, picture):
     """Each write, rename and fsync of the command's own process on a file it
     keeps (or on that file's temporary copy, or a store), as (call, its
     number among the calls of that name, the file)."""
     trace = STATE + "/fault-reference.trace"
-    server.sorvane(*command, env=ENV, prefix=["strace", "-qq", "-y", "-o", trace])
+    server.panel(picture.copy(), *command, env=ENV, prefix=["strace", "-qq", "-y", "-o", trace])
     counts = {}
     points = []
     for event in strace_log.events(trace):
@@ -73,12 +73,10 @@ def sweep(server, results, full):
     changed_total = 0
     torn_total = 0
     for command, setup in cases:
-        server.reset(start=False)
-        for step in setup:
-            server.sorvane(*step, env=ENV)
+        picture = prepare(server, setup)
         snapshot()
         before = server_state()
-        points = fault_points(server, command)
+        points = fault_points(server, command, picture)
         after = server_state()
         restore()
         if not full and len(points) > SAMPLED_POINTS:
@@ -89,7 +87,7 @@ def sweep(server, results, full):
                 restore()
                 strace = ["strace", "-qq", "-o", "/dev/null", "-e",
                           "inject=%s:error=%s:when=%d" % (call, error, occurrence)]
-                result = server.sorvane(*command, env=ENV, prefix=strace, expect=None)
+                result = server.panel(picture.copy(), *command, env=ENV, prefix=strace, expect=None)
                 injected += 1
                 found = server_state()
                 torn, changed = judge(files_of(before), files_of(after), files_of(found))
@@ -149,16 +147,14 @@ def full_filesystem(server):
         raise NotAvailable("the domain and mail name commands")
     done = []
     for command, setup in cases:
-        server.reset(start=False)
-        for step in setup:
-            server.sorvane(*step, env=ENV)
+        picture = prepare(server, setup)
         # a limit just above what is used, then filled to the last byte
         usage = os.statvfs(QMAIL)
         used_kb = (usage.f_blocks - usage.f_bfree) * usage.f_frsize // 1024
         subprocess.run(["mount", "-o", "remount,size=%dk" % (used_kb + 256), QMAIL], check=True)
         filler = fill(QMAIL)
         before = server_state()
-        result = server.sorvane(*command, env=ENV, expect=None)
+        result = server.panel(picture.copy(), *command, env=ENV, expect=None)
         found = server_state()
         os.unlink(filler)
         problems = []

@@ -6,8 +6,8 @@ import os
 import re
 
 import strace_log
-from checks_deliveries import PASSWORD, NotAvailable, need
-from mailserver import STATE, SuiteError
+from checks_deliveries import PASSWORD, NotAvailable
+from mailserver import STATE, Domain, SuiteError
 
 GROUP = "powerloss"
 
@@ -37,10 +37,8 @@ SEQUENCE = [
     ("--add-alias", "--domain-name=example.com", "--mailname=info", "--alias=sales"),
     ("--add-domain-alias", "--domain-name=example.com", "--domain-alias-name=example.net", "--set-bounce"),
     ("--set-mailbox-disk-quota", "--domain-name=example.com", "--mailname=info", "--disk-quota=2000000"),
-    ("--turn-on-domain", "--domain-name=example.com", "--set-catchall", "--email=forward@mail.sorvane.test",
-     "--domain-aliases=example.net", "--mail-addresses=info,sales"),
-    ("--turn-on-domain", "--domain-name=example.com", "--set-reject", "--domain-aliases=example.net",
-     "--mail-addresses=info,sales"),
+    ("--turn-on-domain", "--domain-name=example.com", "--set-catchall", "--email=forward@mail.sorvane.test"),
+    ("--turn-on-domain", "--domain-name=example.com", "--set-reject"),
     ("--rename-mailname", "--domain-name=example.com", "--old-mailname=info", "--new-mailname=contact"),
     ("--rename-domain", "--old-domain-name=example.com", "--new-domain-name=example.org"),
     ("--remove-alias", "--domain-name=example.org", "--mailname=contact", "--alias=sales"),
@@ -52,13 +50,14 @@ SEQUENCE = [
 ]
 
 
-def traced(server, args, trace):
+def traced(server, domain, args, trace):
     prefix = ["strace", "-f", "-y", "-qq", "-o", trace, "-e", strace_log.TRACED]
-    return server.sorvane(*args, env={"QVT_PASSWORD": PASSWORD}, prefix=prefix)
+    return server.panel(domain, *args, env={"QVT_PASSWORD": PASSWORD}, prefix=prefix)
 
 
 def audit_sequence(server, results):
     server.reset(start=False)
+    domain = Domain("example.com")
     kinds = {}
     faults = []
     ran = 0
@@ -67,7 +66,7 @@ def audit_sequence(server, results):
             results.skipped(GROUP, "flushes of %s" % args[0], "the command is not available in this build")
             continue
         trace = os.path.join(STATE, "powerloss-%d.trace" % number)
-        traced(server, args, trace)
+        traced(server, domain, args, trace)
         ran += 1
         audit = strace_log.Audit(trace, watched)
         for target, source, before, after in audit.replaced:
