@@ -12,19 +12,21 @@
 # each as a whole run of bench/qmail_files_driver, against a bare copy of the
 # same files (read, write, rename) by the same driver: assign alone for the
 # record, rcpthosts + virtualdomains + assign for the other two. Prints the
-# median milliseconds and the ratios (goal: at most 1.5).
+# median wall-clock and CPU milliseconds and the ratios (goal: at most 1.5).
 #
 #   bench/qmail_files_bench.sh <release-build-dir> [repetitions] [record counts...]
 #
 # Runs as root in private mount and host-name namespaces: tmpfs over
-# /var/qmail, /var/lib/crelm, /run/lock and /etc/qvt, a passwd with popuser
+# /var/qmail, /var/lib/crelm, /run/lock and /etc/qvt, passwd and group with
+# popuser (and nofiles, the authentication store's group)
 # and a hosts file that names the host, so that the host is not touched.
 set -eu
 if [ $# -lt 1 ]; then
     echo "usage: $0 <release-build-dir> [repetitions] [record counts...]" >&2
     exit 2
 fi
-driver="$(cd "$1" && pwd)/bench/qmail_files_driver"
+build="$(cd "$1" && pwd)"
+driver="$build/bench/qmail_files_driver"
 if [ ! -x "$driver" ]; then
     echo "$0: $driver not built (cmake --build $1 --target qmail_files_driver)" >&2
     exit 2
@@ -39,7 +41,7 @@ if [ -z "${QMAIL_FILES_BENCH_INSIDE:-}" ]; then
         echo "$0: must run as root (private mount namespace)" >&2
         exit 2
     fi
-    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --propagation private -- bash "$0" "$1" "$repetitions" "${counts[@]}"
+    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --propagation private -- bash "$0" "$build" "$repetitions" "${counts[@]}"
 fi
 
 for tree in /var/qmail /var/lib/crelm /run/lock /etc/qvt; do
@@ -52,6 +54,9 @@ trap 'rm -rf "$private"' EXIT
 grep -v '^popuser:' /etc/passwd > "$private/passwd"
 echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
 mount --bind "$private/passwd" /etc/passwd
+grep -v -e '^popuser:' -e '^nofiles:' /etc/group > "$private/group"
+printf 'popuser:x:2110:\nnofiles:x:2111:\n' >> "$private/group"
+mount --bind "$private/group" /etc/group
 hostname bench
 printf '127.0.0.1 localhost\n192.0.2.7 bench.example bench\n' > "$private/hosts"
 mount --bind "$private/hosts" /etc/hosts
@@ -60,12 +65,13 @@ domains=10000
 target=bench-target.example
 mailnames=/var/qmail/mailnames
 
-# Milliseconds taken by one run of the command.
+# "<wall> <cpu>" milliseconds of one run of the command: the CPU time (user
+# + system) is what load from other processes on the machine disturbs least.
+TIMEFORMAT='%R %U %S'
 elapsed_ms() {
-    local start=$EPOCHREALTIME
-    "$@" > /dev/null
-    local end=$EPOCHREALTIME
-    echo "$start $end" | awk '{ printf "%.3f\n", ($2 - $1) * 1000 }'
+    local times
+    times=$( { time "$@" > /dev/null; } 2>&1 )
+    echo "$times" | awk '{ printf "%.3f %.3f\n", $1 * 1000, ($2 + $3) * 1000 }'
 }
 
 median() {
@@ -147,20 +153,35 @@ bench_size() {
         check test "$(grep -c 'renamed-target' /var/qmail/users/assign)" = 21
         restore_files
     done
-    local c1 a c3 rm rn
-    c1=$(printf '%s\n' "${copy_assign[@]}" | median)
-    a=$(printf '%s\n' "${add[@]}" | median)
-    c3=$(printf '%s\n' "${copy_three[@]}" | median)
-    rm=$(printf '%s\n' "${remove[@]}" | median)
-    rn=$(printf '%s\n' "${rename[@]}" | median)
-    awk -v n="$records" -v bytes="$(stat -c %s /var/qmail/users/assign)" -v c1="$c1" -v a="$a" -v c3="$c3" \
-        -v rm="$rm" -v rn="$rn" -v reps="$repetitions" 'BEGIN {
-        printf "%d records (assign %d bytes), median of %d runs:\n", n, bytes, reps
-        printf "  %-40s %9.1f ms\n", "bare copy of assign", c1
-        printf "  %-40s %9.1f ms  %5.2fx copy (goal: at most 1.5)\n", "add record", a, a / c1
-        printf "  %-40s %9.1f ms\n", "bare copy of rcpthosts, virtualdomains, assign", c3
-        printf "  %-40s %9.1f ms  %5.2fx copy (goal: at most 1.5)\n", "remove domain (10 mail names)", rm, rm / c3
-        printf "  %-40s %9.1f ms  %5.2fx copy (goal: at most 1.5)\n", "rename edits (sed pass)", rn, rn / c3
+    report "$records" "${copy_assign[*]}" "${add[*]}" "${copy_three[*]}" "${remove[*]}" "${rename[*]}"
+}
+
+# Medians of the wall and CPU times of each kind of run, and their ratios to
+# the bare copy of the files that the run rewrites.
+report() {
+    local records=$1
+    shift
+    local -a wall=() cpu=()
+    local series
+    for series in "$@"; do
+        wall+=("$(printf '%s %s\n' $series | awk '{ print $1 }' | median)")
+        cpu+=("$(printf '%s %s\n' $series | awk '{ print $2 }' | median)")
+    done
+    awk -v n="$records" -v bytes="$(stat -c %s /var/qmail/users/assign)" -v reps="$repetitions" \
+        -v w="${wall[*]}" -v c="${cpu[*]}" 'BEGIN {
+        split(w, W, " "); split(c, C, " ")
+        printf "%d records (assign %d bytes), median of %d runs     wall ms  ratio   cpu ms  ratio\n", n, bytes, reps
+        line("bare copy of assign", 1, 1)
+        line("add record", 2, 1)
+        line("bare copy of rcpthosts+virtualdomains+assign", 3, 3)
+        line("remove domain (10 mail names)", 4, 3)
+        line("rename edits (sed pass)", 5, 3)
+    }
+    function line(name, i, base) {
+        if (i == base)
+            printf "  %-48s %8.1f         %8.1f\n", name, W[i], C[i]
+        else
+            printf "  %-48s %8.1f %5.2fx  %8.1f %5.2fx\n", name, W[i], W[i] / W[base], C[i], C[i] / C[base]
     }'
 }
 

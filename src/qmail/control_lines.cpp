@@ -1,15 +1,73 @@
 #include "qmail/control_lines.h"
 
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <vector>
+
 #include "util/file_str.h"
+#include "util/unique_fd.h"
 
 namespace crelm::qmail {
+namespace {
+
+constexpr std::size_t kScanBlock = 1 << 20;
+
+// Whether some line of the file equals line; nullopt when it cannot be read.
+// The file is scanned as if a newline preceded it, for "\n<line>\n"; the
+// tail of each block is carried over so that a line split between two reads
+// is still seen.
+std::optional<bool> holds_line(const char* path, const std::string& line) {
+    const crelm::util::UniqueFd fd(::open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.valid()) {
+        return std::nullopt;
+    }
+    const std::string needle = "\n" + line + "\n";
+    std::vector<char> buffer(needle.size() + kScanBlock);
+    buffer[0] = '\n';
+    std::size_t held = 1;
+    for (;;) {
+        const ssize_t got = ::read(fd.get(), buffer.data() + held, kScanBlock);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return std::nullopt;
+        }
+        if (got == 0) {
+            break;
+        }
+        held += static_cast<std::size_t>(got);
+        if (::memmem(buffer.data(), held, needle.data(), needle.size()) != nullptr) {
+            return true;
+        }
+        const std::size_t carry = std::min(held, needle.size() - 1);
+        std::copy(buffer.data() + held - carry, buffer.data() + held, buffer.data());
+        held = carry;
+    }
+    // A last line without its newline.
+    const std::size_t tail = needle.size() - 1;
+    return held >= tail && std::equal(needle.begin(), needle.begin() + static_cast<std::ptrdiff_t>(tail),
+                                      buffer.data() + held - tail);
+}
+
+}  // namespace
 
 bool remove_line(const char* path, const std::string& line) {
     return file_str_one(path, line, LineAction::remove_exact, LinePosition::anywhere) == 0;
 }
 
-bool remove_lines_containing(const char* path, const std::string& text) {
-    return file_str_one(path, text, LineAction::remove_pattern, LinePosition::anywhere) == 0;
+bool remove_line_if_present(const char* path, const std::string& line) {
+    const std::optional<bool> present = holds_line(path, line);
+    return (present && !*present) || remove_line(path, line);
+}
+
+bool remove_lines_containing(const char* path, const std::vector<std::string>& texts) {
+    return file_str(path, texts, LineAction::remove_pattern, LinePosition::anywhere) == 0;
 }
 
 bool append_line(const char* path, const std::string& line) {

@@ -3,13 +3,20 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace crelm::qmail {
 
 // Takes out every line equal to line (a missing file counts as a failure).
 bool remove_line(const char* path, const std::string& line);
-// Takes out every line that contains text anywhere.
-bool remove_lines_containing(const char* path, const std::string& text);
+// remove_line, but when a read of the file shows that no line equals line
+// the file is left as it is (and true returned) instead of being rewritten:
+// the first half of taking a line out and putting it back, which is there to
+// make sure the line ends up present exactly once. A file that cannot be
+// read goes to remove_line, which reports why.
+bool remove_line_if_present(const char* path, const std::string& line);
+// Takes out every line that contains any of texts anywhere.
+bool remove_lines_containing(const char* path, const std::vector<std::string>& texts);
 // Appends line at the end (rcpthosts, virtualdomains).
 bool append_line(const char* path, const std::string& line);
 // Puts line at the top (assign, so that its "." stays last).

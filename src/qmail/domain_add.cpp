@@ -19,7 +19,7 @@ namespace {
 // Taking a line out and adding it again makes sure it is there exactly once.
 void put_domain_record(const std::string& domain, const PopuserIds& ids) {
     const std::string record = domain_assign_record(domain, ids);
-    if (!remove_line(kUsersAssign, record)) {
+    if (!remove_line_if_present(kUsersAssign, record)) {
         report_failure("Unable to remove domain record from assign file");
     }
     if (!insert_line_at_top(kUsersAssign, record)) {
@@ -37,7 +37,7 @@ void put_rcpthosts_line(const std::string& domain) {
 
 void put_virtualdomains_line(const std::string& domain) {
     const std::string line = domain + ":" + domain;
-    if (!remove_line(kVirtualDomains, line)) {
+    if (!remove_line_if_present(kVirtualDomains, line)) {
         report_failure("Unable to remove record from virtualdomains.");
     }
     if (!append_line(kVirtualDomains, line)) {

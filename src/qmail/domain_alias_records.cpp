@@ -18,7 +18,7 @@ void require_names(const std::string& domain, const std::string& alias) {
 }
 
 void put_alias_in_rcpthosts(const std::string& alias) {
-    if (!remove_line(kRcptHosts, alias)) {
+    if (!remove_line_if_present(kRcptHosts, alias)) {
         report_failure("Unable to remove domain record alias from rcpthosts file");
     }
     if (!append_line(kRcptHosts, alias)) {
@@ -28,7 +28,7 @@ void put_alias_in_rcpthosts(const std::string& alias) {
 }
 
 void put_alias_in_virtualdomains(const std::string& alias_line, const std::string& alias) {
-    if (!remove_line(kVirtualDomains, alias_line)) {
+    if (!remove_line_if_present(kVirtualDomains, alias_line)) {
         report_failure("Unable to remove domain record alias from virtualdomains.");
     }
     if (!append_line(kVirtualDomains, alias_line)) {

@@ -27,13 +27,17 @@ int qmail_remove_domain(const std::string& domain_name) {
     }
     // Every record whose home lies in the domain's directory: its mail
     // names and their aliases. The closing "/" keeps domains whose names
-    // merely begin the same ("a.test" and "a.test.example").
+    // merely begin the same ("a.test" and "a.test.example"). The domain's
+    // own "+" record (no other line can hold it whole) goes in the same
+    // pass, so that a large assign is rewritten once; its removal below
+    // then finds nothing left to rewrite for.
     const std::string home_prefix = domain_home_prefix(domain);
-    if (!remove_lines_containing(kUsersAssign, home_prefix)) {
+    const std::string domain_record = domain_assign_record(domain, ids);
+    if (!remove_lines_containing(kUsersAssign, {home_prefix, domain_record})) {
         report_fatal("error while deleting from file assign");
     }
     remove_tree(home_prefix);
-    if (!remove_line(kUsersAssign, domain_assign_record(domain, ids))) {
+    if (!remove_line_if_present(kUsersAssign, domain_record)) {
         report_fatal("Unable to remove domain mailbox record from assign file");
     }
     set_assign_mode();

@@ -83,15 +83,18 @@ bool rename_in_virtualdomains(const std::string& old_domain, const std::string& 
 }
 
 // Homes of mail names and aliases, the domain's own home, the keys of the
-// "=" records and the "+" record.
+// "=" records and the "+" record. Every pattern holds the old name, so the
+// substitutions are tried only on lines that hold it: on a large table that
+// one search per line is most of the pass.
 bool rename_in_assign(const std::string& old_domain, const std::string& new_domain) {
     const std::string old_home = crelm::mailbox::mailnames_root() + "/" + old_domain;
     const std::string new_home = crelm::mailbox::mailnames_root() + "/" + new_domain;
     return edit(kUsersAssign,
-                {sed_substitute(old_home + "/", new_home + "/", Anchor::none),
+                {"/" + sed_pattern_literal(old_domain, '/') + "/{",
+                 sed_substitute(old_home + "/", new_home + "/", Anchor::none),
                  sed_substitute(old_home + ":", new_home + ":", Anchor::none),
                  sed_substitute("=" + old_domain + "-", "=" + new_domain + "-", Anchor::start),
-                 sed_substitute("+" + old_domain + ":", "+" + new_domain + ":", Anchor::start)},
+                 sed_substitute("+" + old_domain + ":", "+" + new_domain + ":", Anchor::start), "}"},
                 true);
 }
 

@@ -28,13 +28,13 @@ int qmail_domain_on(const std::string& domain_name) {
     const std::string domain = control_domain_name(domain_name);
     // A failed removal is no reason to stop: the append that follows makes
     // the line present in any case.
-    remove_line(kRcptHosts, domain);
+    remove_line_if_present(kRcptHosts, domain);
     if (!append_line(kRcptHosts, domain)) {
         report_failure("Unable to add record to rcpthosts.");
         return -1;
     }
     const std::string line = domain + ":" + domain;
-    if (!remove_line(kVirtualDomains, line)) {
+    if (!remove_line_if_present(kVirtualDomains, line)) {
         report_failure("Unable to remove record from virtualdomains.");
     }
     if (!append_line(kVirtualDomains, line)) {

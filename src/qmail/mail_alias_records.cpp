@@ -24,7 +24,7 @@ std::string alias_record(const std::string& mailname, const std::string& domain,
 
 int qmail_add_mail_alias(const std::string& mailname, const std::string& domain, const std::string& alias) {
     const std::string record = alias_record(mailname, domain, alias, "Unable to define UID or GID for user popuser");
-    if (!remove_line(kUsersAssign, record)) {
+    if (!remove_line_if_present(kUsersAssign, record)) {
         report_failure("Unable to remove record from assign file");
     }
     if (!insert_line_at_top(kUsersAssign, record)) {

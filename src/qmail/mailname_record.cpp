@@ -20,7 +20,7 @@ int qmail_add_mailname_record(const std::string& mailname, const std::string& do
 
     // Taking the record out first and putting it back at the top leaves it
     // there exactly once, and above the closing "." line.
-    if (!remove_line(kUsersAssign, record)) {
+    if (!remove_line_if_present(kUsersAssign, record)) {
         report_failure("Unable to remove record for %s from assign file", address.c_str());
     }
     if (!insert_line_at_top(kUsersAssign, record)) {
