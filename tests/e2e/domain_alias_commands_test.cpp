@@ -81,7 +81,7 @@ TEST_F(DomainAliasTest, AddingWithoutActionIsLoggedAndAFatalError) {
     const auto result = run_sorvane(
         with_lists({"--add-domain-alias", "--domain-name=example.test", "--domain-alias-name=alias-three.test"}));
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err,
+    EXPECT_EQ(result.out,
               "Fatal error: crelm::mail::sorvane_commands::MissingMandatoryOption(mandatory option \"--set-bounce\" "
               "or \"--set-catchall\" or \"--set-reject\" is not specified)\n");
     EXPECT_EQ(capture.messages(),

@@ -3,6 +3,10 @@
 // rebuild and reload leave.
 #pragma once
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
@@ -53,6 +57,17 @@ inline std::vector<std::string> messages_starting(SyslogCapture& capture, const 
     return found;
 }
 
+// Gives this test process (and the sorvane it runs) the host name mx and the
+// fully qualified name mx.hosting.test, through a private host name and a
+// private /etc/hosts, as a configured mail server has them.
+inline void give_host_name() {
+    const std::string hosts = scratch_dir() + "/hosts";
+    write_file(hosts, "127.0.0.1 localhost\n192.0.2.25 mx.hosting.test mx\n", 0644);
+    ASSERT_EQ(unshare(CLONE_NEWUTS), 0);
+    ASSERT_EQ(sethostname("mx", 2), 0);
+    ASSERT_EQ(mount(hosts.c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
+}
+
 // A run that succeeded and said nothing.
 inline void expect_silent_success(const ProcessResult& result) {
     EXPECT_EQ(result.status, 0);
@@ -65,6 +80,7 @@ class DomainCommandTest : public SandboxTest {
 protected:
     void SetUp() override {
         SandboxTest::SetUp();
+        give_host_name();
         seed_server_state();
     }
 };
