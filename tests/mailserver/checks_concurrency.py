@@ -8,8 +8,8 @@ import os
 import random
 import threading
 
-from checks_deliveries import need
-from mailserver import (MAILNAMES, Domain, SuiteError, assigned_home, describe_difference, server_state,
+from checks_deliveries import PASSWORD, need
+from mailserver import (MAILNAMES, QMAIL, Domain, read, SuiteError, assigned_home, describe_difference, server_state,
                         temporary_files)
 
 GROUP = "concurrency"
@@ -20,7 +20,8 @@ DOMAIN = "example.com"
 # several panels at once their order is the order the panels came in.
 ORDERED_BY_ARRIVAL = ("/var/qmail/control/rcpthosts", "/var/qmail/control/virtualdomains",
                       "/var/qmail/users/assign", "/var/qmail/control/rejectnonexist", "/var/qmail/control/locals")
-COMMANDS_USED = ("--add-domain", "--turn-on-domain", "--add-mailname", "--remove-mailname", "--rename-mailname",
+COMMANDS_USED = ("--add-domain", "--turn-on-domain", "--add-mailname", "--add-mailbox", "--remove-mailname",
+                 "--rename-mailname",
                  "--add-alias", "--remove-alias", "--add-domain-alias", "--del-domain-alias")
 
 
@@ -32,6 +33,7 @@ class Worker:
         self.number = number
         self.rng = rng
         self.names = {}  # mail name -> its aliases
+        self.mailboxes = set()
         self.domain_aliases = set()
         self.counter = 0
         self.commands = []  # (arguments, the panel's picture on standard input)
@@ -49,9 +51,15 @@ class Worker:
         return "w%d%s%d" % (self.number, kind, self.counter)
 
     def next_command(self):
+        # an alias shares its mail name's mailbox password: only mail names
+        # with a mailbox get aliases
         choices = ["add-mailname", "add-domain-alias"]
         if self.names:
-            choices += ["remove-mailname", "rename-mailname", "add-alias", "add-alias"]
+            choices += ["remove-mailname", "rename-mailname"]
+        if set(self.names) - self.mailboxes:
+            choices += ["add-mailbox", "add-mailbox"]
+        if self.mailboxes:
+            choices += ["add-alias", "add-alias"]
         if any(self.names.values()):
             choices += ["remove-alias"]
         if self.domain_aliases:
@@ -65,14 +73,22 @@ class Worker:
         if kind == "remove-mailname":
             name = self.rng.choice(sorted(self.names))
             del self.names[name]
+            self.mailboxes.discard(name)
             return ["--remove-mailname", d, "--mailname=" + name]
+        if kind == "add-mailbox":
+            name = self.rng.choice(sorted(set(self.names) - self.mailboxes))
+            self.mailboxes.add(name)
+            return ["--add-mailbox", d, "--mailname=" + name]
         if kind == "rename-mailname":
             old = self.rng.choice(sorted(self.names))
             new = self.fresh("r")
             self.names[new] = self.names.pop(old)
+            if old in self.mailboxes:
+                self.mailboxes.discard(old)
+                self.mailboxes.add(new)
             return ["--rename-mailname", d, "--old-mailname=" + old, "--new-mailname=" + new]
         if kind == "add-alias":
-            name = self.rng.choice(sorted(self.names))
+            name = self.rng.choice(sorted(self.mailboxes))
             alias = self.fresh("a")
             self.names[name].append(alias)
             return ["--add-alias", d, "--mailname=" + name, "--alias=" + alias]
@@ -84,7 +100,7 @@ class Worker:
         if kind == "add-domain-alias":
             alias = self.fresh("alias-domain")
             self.domain_aliases.add(alias)
-            return ["--add-domain-alias", d, "--domain-alias-name=" + alias]
+            return ["--add-domain-alias", d, "--domain-alias-name=" + alias, "--set-bounce"]
         alias = self.rng.choice(sorted(self.domain_aliases))
         self.domain_aliases.remove(alias)
         return ["--del-domain-alias", d, "--domain-alias-name=" + alias]
@@ -108,7 +124,7 @@ def prepare(server):
 
 def run_worker(server, commands, statuses):
     for command, document in commands:
-        result = server.sorvane(*command, expect=None, stdin=document)
+        result = server.sorvane(*command, expect=None, stdin=document, env={"QVT_PASSWORD": PASSWORD})
         statuses.append((command, result.returncode, result.stderr))
 
 
@@ -128,6 +144,22 @@ def normalised(state):
     return result
 
 
+def unanswered(workers, run):
+    """Mail names and aliases that the compiled table does not send to
+    their mail name's home."""
+    wrong = []
+    assign = read(QMAIL + "/users/assign").decode()
+    for worker in workers:
+        for name, aliases in worker.names.items():
+            for local in [name] + aliases:
+                home = assigned_home("%s-%s" % (DOMAIN, local))
+                if home != "%s/%s/%s" % (MAILNAMES, DOMAIN, name):
+                    listed = "=%s-%s:" % (DOMAIN, local) in assign
+                    wrong.append("%s run: %s@%s -> %r (%s in assign)" % (run, local, DOMAIN, home,
+                                                                        "listed" if listed else "not listed"))
+    return wrong
+
+
 def one_round(server, round_number):
     workers = plan(round_number)
     prepare(server)
@@ -140,18 +172,13 @@ def one_round(server, round_number):
         thread.join()
     concurrent = server_state()
     left = temporary_files()
-    lookups = []
-    for worker in workers:
-        for name, aliases in worker.names.items():
-            for local in [name] + aliases:
-                home = assigned_home("%s-%s" % (DOMAIN, local))
-                if home != "%s/%s/%s" % (MAILNAMES, DOMAIN, name):
-                    lookups.append("%s@%s -> %r" % (local, DOMAIN, home))
+    lookups = unanswered(workers, "concurrent")
     prepare(server)
     sequential_statuses = []
     for worker in workers:
         run_worker(server, worker.commands, sequential_statuses)
     sequential = server_state()
+    lookups += unanswered(workers, "sequential")
     problems = []
     concurrent_statuses = [s for worker_statuses in statuses for s in worker_statuses]
     if sorted((c, s) for c, s, _ in concurrent_statuses) != sorted((c, s) for c, s, _ in sequential_statuses):

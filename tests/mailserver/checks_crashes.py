@@ -24,7 +24,7 @@ SETUP_DOMAIN = [("--add-domain", D), ("--turn-on-domain", D, "--set-bounce")]
 SETUP_MAILNAME = SETUP_DOMAIN + [("--add-mailname", D, "--mailname=info", "--disk-quota=100000")]
 SETUP_MAILBOX = SETUP_MAILNAME + [("--add-mailbox", D, "--mailname=info")]
 SETUP_FULL = SETUP_MAILBOX + [("--add-alias", D, "--mailname=info", "--alias=sales"),
-                              ("--add-domain-alias", D, "--domain-alias-name=example.net")]
+                              ("--add-domain-alias", D, "--domain-alias-name=example.net", "--set-bounce")]
 
 # (command, the state it starts from)
 CASES = [
@@ -33,7 +33,7 @@ CASES = [
     (("--add-mailname", D, "--mailname=info", "--disk-quota=100000"), SETUP_DOMAIN),
     (("--add-mailbox", D, "--mailname=info"), SETUP_MAILNAME),
     (("--add-alias", D, "--mailname=info", "--alias=sales"), SETUP_MAILBOX),
-    (("--add-domain-alias", D, "--domain-alias-name=example.net"), SETUP_MAILBOX),
+    (("--add-domain-alias", D, "--domain-alias-name=example.net", "--set-bounce"), SETUP_MAILBOX),
     (("--set-mailbox-disk-quota", D, "--mailname=info", "--disk-quota=5000"), SETUP_MAILBOX),
     (("--rename-mailname", D, "--old-mailname=info", "--new-mailname=contact"), SETUP_FULL),
     (("--rename-domain", "--old-domain-name=example.com", "--new-domain-name=example.org"), SETUP_FULL),
