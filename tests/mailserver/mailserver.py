@@ -528,7 +528,7 @@ def store_dump(path):
     depend on the order of insertion) are left out and a domain id is given
     as the domain's name; encrypted passwords (a fresh random vector each
     time) only as being there or not."""
-    connection = sqlite3.connect("file:%s?mode=ro" % path, uri=True)
+    connection = sqlite3.connect("file:%s?mode=rw" % path, uri=True)
     try:
         rows = []
         tables = [r[0] for r in connection.execute("SELECT name FROM sqlite_master WHERE type='table' ORDER BY name")
@@ -555,7 +555,9 @@ def store_dump(path):
 
 
 def integrity(path):
-    connection = sqlite3.connect("file:%s?mode=ro" % path, uri=True)
+    """PRAGMA integrity_check's verdict, after SQLite has rolled back what a
+    killed writer left in its journal (as the next user of the store does)."""
+    connection = sqlite3.connect("file:%s?mode=rw" % path, uri=True)
     try:
         return connection.execute("PRAGMA integrity_check").fetchone()[0]
     finally:
@@ -605,6 +607,9 @@ def describe_difference(expected, found, limit=12):
     lines = []
     for key in sorted(set(expected) | set(found)):
         if expected.get(key) != found.get(key):
+            if key.endswith("/users/cdb"):
+                lines.append("  %s: differs (compiled from a different assign)" % key)
+                continue
             lines.append("  %s:\n    expected %r\n    found    %r" % (key, expected.get(key), found.get(key)))
     more = "" if len(lines) <= limit else "\n  ... and %d more" % (len(lines) - limit)
     return "\n".join(lines[:limit]) + more

@@ -3,7 +3,7 @@ appended to and flushed, in the order it did so."""
 import os
 import re
 
-LINE = re.compile(r"^(\d+) +(\w+)\((.*)\) += (-?\d+|\?)")
+LINE = re.compile(r"^(?:(\d+) +)?(\w+)\((.*)\) += (-?\d+|\?)")
 FD_ARG = re.compile(r"^(AT_FDCWD|-?\d+)(?:<(.*?)>)?$")
 
 # The system calls the power-loss audit needs.
@@ -79,7 +79,8 @@ def events(path):
             m = LINE.match(line.rstrip("\n"))
             if not m:
                 continue
-            found.append(Event(len(found), int(m.group(1)), m.group(2), split_args(m.group(3)), m.group(4)))
+            pid = int(m.group(1)) if m.group(1) else 0
+            found.append(Event(len(found), pid, m.group(2), split_args(m.group(3)), m.group(4)))
     return found
 
 
