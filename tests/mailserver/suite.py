@@ -95,6 +95,8 @@ def main():
     parser.add_argument("--cache", required=True)
     parser.add_argument("--root", required=True)
     parser.add_argument("--full", action="store_true", help="every kill point and all 20 rounds")
+    parser.add_argument("--light", action="store_true",
+                        help="a few kill points and faults per command (for the sanitizer build)")
     parser.add_argument("--only", action="append", default=[], help="run only these groups")
     parser.add_argument("--strict", action="store_true", help="a check that cannot run fails the suite")
     options = parser.parse_args()
