@@ -32,12 +32,4 @@ int get_mailbox_size_command(int argc, char** argv);
 int set_mailbox_disk_quota_command(int argc, char** argv);
 int set_domain_disk_quota_command(int argc, char** argv);
 
-// Ends a command whose back-end steps are not part of this build: says so on
-// the error stream and returns 1.
-int command_not_available(const char* command_switch);
-// Parses the command's options (parse_or_exit), reads the session document
-// when --wait-stdin asks for it, then ends the command as
-// command_not_available does: returns 1.
-int parse_then_not_available(CommandOptions& options, int argc, char** argv, const char* command_switch);
-
 }  // namespace crelm::mail::sorvane_commands
