@@ -158,6 +158,20 @@ TEST_F(DomainAliasTest, RenamingMovesLinesHandlersKeysAndAuthenticationRecords) 
     expect_server_state(read_server_state(), expected);
 }
 
+TEST_F(DomainAliasTest, RenamingWithAFailingQmailNewuRunsEveryStepAndEndsWith1) {
+    set_fake_status("qmail-newu", 1);
+    EXPECT_EQ(run_sorvane(with_lists({"--rename-domain-alias", "--domain-name=example.test",
+                                      "--old-domain-alias-name=alias-two.test",
+                                      "--new-domain-alias-name=alias-new.test", "--set-bounce"}))
+                  .status,
+              1);
+    EXPECT_EQ(read_file("/var/qmail/control/rcpthosts"),
+              kNeighbour + "\n" + kDomain + "\n" + kAliasOne + "\nalias-new.test\n");
+    EXPECT_EQ(auth_domains(), expected_auth_domains(views({kDomain, kAliasOne, "alias-new.test"})));
+    EXPECT_EQ(key_dirs_listing(), sorted_lines(expected_key_dirs({kDomain, kAliasOne}) +
+                                               copied_key_dir_lines(kAliasTwo, "alias-new.test")));
+}
+
 TEST_F(DomainAliasTest, RenamingWithoutActionIsAFatalError) {
     const auto result = run_sorvane(
         with_lists({"--rename-domain-alias", "--domain-name=example.test", "--old-domain-alias-name=alias-two.test",

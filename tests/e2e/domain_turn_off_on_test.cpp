@@ -181,6 +181,25 @@ TEST_F(TurnDomainTest, FailingQmailNewuEndsWith1) {
     expect_server_state(read_server_state(), off_state());
 }
 
+TEST_F(TurnDomainTest, TurningOnWithAFailingQmailNewuRunsEveryStepAndEndsWith1) {
+    expect_silent_success(run_sorvane(turn_off_args()));
+    set_fake_status("qmail-newu", 1);
+    EXPECT_EQ(run_sorvane(turn_on_args({"--set-reject"})).status, 1);
+    expect_server_state(read_server_state(),
+                        on_again_state(kNeighbour + "\n" + kDomain + "\n" + kAliasOne + "\n" + kAliasTwo + "\n",
+                                       kDefaultBounce));
+}
+
+TEST_F(TurnDomainTest, TurningOnWithAFailingHandlersStoreEndsWith1) {
+    expect_silent_success(run_sorvane(turn_off_args()));
+    refuse_store_writes(kHandlersDb, "handlers", "INSERT");
+    EXPECT_EQ(run_sorvane(turn_on_args({"--set-bounce"})).status, 1);
+    ServerState expected = on_again_state(kNeighbour + "\n", kDefaultBounce);
+    // The domain's own handlers are switched on; none reach the aliases.
+    expected.handler_rows = expected_handler_rows({{kDomain}});
+    expect_server_state(read_server_state(), expected);
+}
+
 TEST_F(TurnDomainTest, FailingKillallFallsBackToTheRestart) {
     set_fake_status("killall", 1);
     EXPECT_EQ(run_sorvane(turn_off_args()).status, 0);
