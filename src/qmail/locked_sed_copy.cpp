@@ -74,7 +74,9 @@ bool rewrite(const std::string& path, const std::string& script, const SedCopyAt
     if (!sed_succeeded(source.get(), temp.fd(), script) || !give_attributes(temp, attributes)) {
         return false;
     }
-    if (temp.close() != 0 || temp.commit_to(parent.name) != 0) {
+    // The new content reaches the disk before it replaces the file (and the
+    // directory after the rename, in commit_to).
+    if (temp.sync() != 0 || temp.close() != 0 || temp.commit_to(parent.name) != 0) {
         report_failure("rename failed: %s\n", std::strerror(errno));
         return false;
     }

@@ -30,11 +30,14 @@ struct MailnameRename {
 };
 
 // The new record replaces the old one at the top of assign; if it cannot be
-// written the old one goes back before the program ends.
+// written the old one goes back before the program ends. The new record is
+// taken out before it is put in, so that a rename run again after an
+// interrupted one leaves it there once.
 void replace_record(const MailnameRename& rename) {
     if (!remove_line(kUsersAssign, rename.record(rename.old_name))) {
         report_fatal("Unable to remove record from assign file");
     }
+    remove_line(kUsersAssign, rename.record(rename.new_name));
     if (!insert_line_at_top(kUsersAssign, rename.record(rename.new_name))) {
         insert_line_at_top(kUsersAssign, rename.record(rename.old_name));
         report_fatal("Unable to add record to assign file");

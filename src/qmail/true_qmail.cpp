@@ -4,6 +4,7 @@
 #include "qmail/qmail_report.h"
 #include "qmail/true_qmail.h"
 #include "util/nofollow.h"
+#include "util/temp_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -76,7 +77,9 @@ std::optional<std::string> write_true_line(const std::string& path) {
     }
     if (::fchown(file.get(), owner.uid, owner.gid) != 0 || ::fchmod(file.get(), kDotQmailMode) != 0)
         return failure_text("Unable to chown '%s': %s", path);
-    if (file.close() != 0) {
+    // The line and the file's name reach the disk before the mail name is
+    // taken as made: after a power cut an empty ".qmail" would deliver.
+    if (::fsync(file.get()) != 0 || file.close() != 0 || crelm::util::sync_directory(parent.fd.get()) != 0) {
         const std::string text = failure_text("Unable to write to '%s': %s", path);
         ::unlinkat(parent.fd.get(), parent.name.c_str(), 0);
         return text;

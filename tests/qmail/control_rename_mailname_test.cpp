@@ -245,5 +245,22 @@ TEST_F(ControlRenameSedStatusTest, ExitStatus127IsAFailureThatChangesNothing) {
     EXPECT_EQ(entries_of(home("c")), std::vector<std::string>{".qmail"});
 }
 
+// A rename killed after its record was replaced, before the home moved: the
+// same rename run again leaves the new record there once.
+TEST_F(ControlRenameMailnameTest, ARenameRunAgainAfterAnInterruptedOneLeavesTheNewRecordOnce) {
+    std::vector<std::string> records{name_record(kDomain, "c", "c")};
+    for (const std::string& other : names_) {
+        if (other != "a.b")
+            records.push_back(name_record(kDomain, other, other));
+        records.push_back(name_record(kDomain, "alias-" + other, other));
+    }
+    write_file(kAssignPath, assign_of(records));
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(step.status, 0);
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+    EXPECT_TRUE(std::filesystem::is_directory(home("c")));
+    EXPECT_FALSE(std::filesystem::exists(home("a.b")));
+}
+
 }  // namespace
 }  // namespace sorvane::test
