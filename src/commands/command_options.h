@@ -7,6 +7,7 @@
 #include <boost/program_options/variables_map.hpp>
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,13 @@ public:
     std::string domain_name(const std::string& name) const;
     std::string mail_name(const std::string& name) const;
     long quota(const std::string& name) const;
+    // The typed value of an option that may be absent (the session lists).
+    template <typename T>
+    std::optional<T> optional_value(const std::string& name) const {
+        if (!has(name))
+            return std::nullopt;
+        return values_[name].as<T>();
+    }
     const boost::program_options::variables_map& values() const { return values_; }
 
     const std::string& description_text() const { return description_; }

@@ -11,13 +11,6 @@
 namespace crelm::mail::sorvane_commands {
 namespace {
 
-template <typename List>
-std::optional<List> list_option(const CommandOptions& options, const char* name) {
-    if (!options.has(name))
-        return std::nullopt;
-    return options.values()[name].as<List>();
-}
-
 bool session_is_filled() {
     return existing_session_mail_data() != nullptr;
 }
@@ -27,8 +20,8 @@ bool session_is_filled() {
 void acquire_command_session(const CommandOptions& options, SessionDataUse use, const std::string& domain,
                              std::map<std::string, std::string>& certificates) {
     const WaitStdin wait = options.has("wait-stdin") ? WaitStdin::Yes : WaitStdin::No;
-    acquire_session_mail_data(wait, use, domain, list_option<MailDbDomainAliasesList>(options, "domain-aliases"),
-                              list_option<MailDbMailAddressesList>(options, "mail-addresses"), certificates);
+    acquire_session_mail_data(wait, use, domain, options.optional_value<MailDbDomainAliasesList>("domain-aliases"),
+                              options.optional_value<MailDbMailAddressesList>("mail-addresses"), certificates);
     install_qmail_session_hooks();
 }
 

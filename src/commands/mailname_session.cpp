@@ -12,13 +12,6 @@
 namespace crelm::mail::sorvane_commands {
 namespace {
 
-template <typename List>
-std::optional<List> list_option(const CommandOptions& options, const char* name) {
-    if (!options.has(name))
-        return std::nullopt;
-    return options.values()[name].as<List>();
-}
-
 bool names_equal(const char* stored, const std::string& name) {
     return stored != nullptr && name == stored;
 }
@@ -64,8 +57,8 @@ void register_mailname(const std::string& domain, const std::string& mailname, s
 void acquire_mailname_session(const CommandOptions& options, SessionDataUse use, const std::string& domain,
                               const std::string& mailname, std::optional<std::int64_t> quota) {
     const WaitStdin wait = options.has("wait-stdin") ? WaitStdin::Yes : WaitStdin::No;
-    const auto domain_aliases = list_option<MailDbDomainAliasesList>(options, "domain-aliases");
-    auto mail_addresses = list_option<MailDbMailAddressesList>(options, "mail-addresses");
+    const auto domain_aliases = options.optional_value<MailDbDomainAliasesList>("domain-aliases");
+    auto mail_addresses = options.optional_value<MailDbMailAddressesList>("mail-addresses");
     // The command's mail name joins the lists only when the lists are the
     // source: without them standard input is asked for.
     if (domain_aliases || mail_addresses) {
