@@ -18,7 +18,7 @@ GROUP = "crashes"
 SNAPSHOT = STATE + "/crash-snapshot"
 # Points tried per command in the sampled sweep (CI); the full sweep tries
 # every system call.
-SAMPLED_POINTS = 8
+SAMPLED_POINTS = 32
 
 D = "--domain-name=example.com"
 SETUP_DOMAIN = [("--add-domain", D), ("--turn-on-domain", D, "--set-bounce")]
