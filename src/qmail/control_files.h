@@ -77,5 +77,8 @@ int qmail_rename_mailname(const std::string& old_mailname, const std::string& do
 // Renames a domain in the directory tree, the control files, assign, the
 // authentication store, rejectnonexist, the key directory and the handlers,
 // then runs qmail-newu and restarts qmail. 0, or 1 when any step failed; a
-// failing directory rename or authentication store stops there.
+// failing directory rename or authentication store stops there, except
+// that a directory already moved by an interrupted earlier run of the same
+// rename (no old directory, the new one present) is reported and the later
+// steps still run, so that running the rename again completes it.
 int qmail_rename_domain(const std::string& old_domain, const std::string& new_domain);

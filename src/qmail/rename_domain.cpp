@@ -11,9 +11,27 @@
 #include "stores/mail_auth_store.h"
 #include "stores/mail_handlers_store.h"
 
+#include <sys/stat.h>
+
 using namespace crelm::qmail;
 
 namespace {
+
+// An earlier run of the same rename that ended after moving the directory
+// (killed, or its machine lost power) leaves the new directory in place and
+// no old one. The directory is renamed only if it exists, so the refusal is
+// still reported and still makes the result 1, but the later steps, each of
+// which finds its own work done or still to do, finish what that run began:
+// otherwise the control files would keep pointing at a directory that is no
+// longer there and no later run could ever put them right.
+bool moved_by_earlier_run(const std::string& old_domain, const std::string& new_domain) {
+    const std::string old_path = domain_dir_path(old_domain);
+    const std::string new_path = domain_dir_path(new_domain);
+    struct stat info {};
+    if (old_path.empty() || new_path.empty() || ::lstat(old_path.c_str(), &info) == 0)
+        return false;
+    return ::lstat(new_path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
 
 bool move_handlers(const std::string& old_domain, const std::string& new_domain) {
     if (clone_domain_mail_handlers(old_domain, new_domain) != 0 || remove_domain_mail_handlers(old_domain) != 0) {
@@ -28,10 +46,10 @@ bool move_handlers(const std::string& old_domain, const std::string& new_domain)
 int qmail_rename_domain(const std::string& old_name, const std::string& new_name) {
     const std::string old_domain = control_domain_name(old_name);
     const std::string new_domain = control_domain_name(new_name);
-    if (rename_domain_dir(old_domain, new_domain) != 0) {
+    bool renamed = rename_domain_dir(old_domain, new_domain) == 0;
+    if (!renamed && !moved_by_earlier_run(old_domain, new_domain))
         return 1;
-    }
-    bool renamed = rename_domain_in_control_files(old_domain, new_domain);
+    renamed = rename_domain_in_control_files(old_domain, new_domain) && renamed;
     if (rename_mail_auth_domain(old_domain, new_domain) != 0) {
         return 1;
     }

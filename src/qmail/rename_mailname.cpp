@@ -66,15 +66,20 @@ bool repoint_alias_records(const MailnameRename& rename) {
     return true;
 }
 
-// The mail name's own record in domain; when it cannot be renamed the old
-// one is taken away, since no mail name answers to it any more.
+// The mail name's own record in domain. When it cannot be renamed because
+// the new name has a record there already, the old one is taken away, since
+// no mail name answers to it any more. When the store failed for any other
+// reason (a full or failing disk) the old record and its password stay, so
+// that running the rename again can still move them.
 bool rename_auth_record(const MailnameRename& rename, const std::string& domain) {
     if (rename_mail_auth_user(domain, rename.old_name, rename.new_name) == 0) {
         return true;
     }
     report_failure("Unable to rename auth record %s@%s -> %s@%s", rename.old_name.c_str(), domain.c_str(),
                    rename.new_name.c_str(), domain.c_str());
-    if (remove_mail_auth_user(rename.old_name, domain) != 0) {
+    MailAuthUser taken;
+    if (get_mail_auth_user(domain, rename.new_name, taken) == 0 &&
+        remove_mail_auth_user(rename.old_name, domain) != 0) {
         report_failure("Unable to delete auth records for %s@%s", rename.old_name.c_str(), domain.c_str());
     }
     return false;

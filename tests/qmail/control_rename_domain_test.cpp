@@ -3,6 +3,7 @@
 // the key directory and the handlers, then qmail-newu and the restart, with
 // look-alike domains beside it that must stay as they are.
 #include <sched.h>
+#include <stdio.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -186,6 +187,43 @@ TEST_F(ControlRenameDomainTest, AMissingMailDirectoryChangesNothing) {
     const ProcessResult run = rename_with_host(kUnknownHost, "missing.test", "b.test");
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out, "Mail directory /var/qmail/mailnames/missing.test not exists.\n");
+    EXPECT_EQ(read_control_files(), before_);
+    EXPECT_FALSE(path_exists(kOrder));
+}
+
+TEST_F(ControlRenameDomainTest, ARenameInterruptedAfterItsDirectoryIsFinishedByTheNextRun) {
+    const std::string mailnames = kMailnamesPath;
+    ASSERT_EQ(rename((mailnames + "/a.test").c_str(), (mailnames + "/b.test").c_str()), 0);
+    const ProcessResult run = rename_with_host(kUnknownHost);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "Mail directory /var/qmail/mailnames/a.test not exists.\n");
+    EXPECT_EQ(read_control_files(), renamed_files(rcpthosts_with("b.test"), "localhost\n"));
+    expect_dot_last();
+    EXPECT_EQ(read_file(kRejectPath), "b.test\na-test\naxtest\nalias.test\n");
+    expect_stores_and_keys_renamed();
+    EXPECT_EQ(read_file(kOrder), "qmail-newu\ncrelmrc qmail restart\n");
+}
+
+TEST_F(ControlRenameDomainTest, AFinishedRenameRunAgainChangesNothingMore) {
+    const std::string mailnames = kMailnamesPath;
+    ASSERT_EQ(rename((mailnames + "/a.test").c_str(), (mailnames + "/b.test").c_str()), 0);
+    ASSERT_EQ(rename_with_host(kUnknownHost).status, 1);
+    ASSERT_EQ(unlink(kOrder.c_str()), 0);
+    const ProcessResult run = rename_with_host(kUnknownHost);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(read_control_files(), renamed_files(rcpthosts_with("b.test"), "localhost\n"));
+    EXPECT_EQ(read_file(kRejectPath), "b.test\na-test\naxtest\nalias.test\n");
+    expect_stores_and_keys_renamed();
+    EXPECT_EQ(read_file(kOrder), "qmail-newu\ncrelmrc qmail restart\n");
+}
+
+TEST_F(ControlRenameDomainTest, AFileInPlaceOfTheNewMailDirectoryChangesNothing) {
+    const std::string mailnames = kMailnamesPath;
+    ASSERT_EQ(rename((mailnames + "/a.test").c_str(), (mailnames + "/elsewhere").c_str()), 0);
+    write_file(mailnames + "/b.test", "not a directory");
+    const ProcessResult run = rename_with_host(kUnknownHost);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "Mail directory /var/qmail/mailnames/a.test not exists.\n");
     EXPECT_EQ(read_control_files(), before_);
     EXPECT_FALSE(path_exists(kOrder));
 }

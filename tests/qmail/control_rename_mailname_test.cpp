@@ -146,6 +146,25 @@ TEST_F(ControlRenameMailnameTest, AFailedAuthenticationRenameTakesTheOldRecordAw
     EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
 }
 
+TEST_F(ControlRenameMailnameTest, AFailingStoreKeepsTheOldRecordAndItsPasswordForTheNextRun) {
+    ASSERT_EQ(add_mail_auth_user("a.b", "example.test", "old", 0), 0);
+    sqlite_cli(mail_auth_db_path(),
+               "CREATE TRIGGER refuse BEFORE UPDATE ON users BEGIN SELECT RAISE(ABORT, 'disk failing'); END;");
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", "secret"); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, "Unable to rename auth record a.b@example.test -> c@example.test\n");
+    MailAuthUser user;
+    ASSERT_EQ(get_mail_auth_user("example.test", "a.b", user), 0);
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(), "SELECT name FROM users;"), "a.b\n");
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+
+    sqlite_cli(mail_auth_db_path(), "DROP TRIGGER refuse;");
+    const StepResult again = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", "secret"); });
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(), "SELECT name FROM users;"), "c\n");
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+}
+
 TEST_F(ControlRenameMailnameTest, UnknownDomainAliasesFailTheAuthenticationStep) {
     crelm::qmail::SessionHooks hooks;
     hooks.domain_aliases = [](std::string_view, crelm::qmail::NameList&) { return -1; };
