@@ -13,16 +13,30 @@
 # same files (read, write, rename) by the same driver: assign alone for the
 # record, rcpthosts + virtualdomains + assign for the other two. Prints the
 # median wall-clock and CPU milliseconds and the ratios (goal: at most 1.5).
+# Every replaced file is flushed before its rename and its directory after
+# it, so that a power cut leaves the old or the new content: the same bare
+# copy with those two flushes ("synced copy") is the second reference, and
+# the third column gives the ratio to it.
 #
-#   bench/qmail_files_bench.sh <release-build-dir> [repetitions] [record counts...]
+#   bench/qmail_files_bench.sh [--on-disk <dir>] <release-build-dir> [repetitions] [record counts...]
 #
-# Runs as root in private mount and host-name namespaces: tmpfs over
-# /var/qmail, /var/lib/crelm, /run/lock and /etc/qvt, passwd and group with
+# By default the files live on tmpfs, where a flush costs nothing. With
+# --on-disk they live in fresh folders under <dir>, which must be on a disk
+# (ext4, say), so that the flushes reach the device and their price shows.
+#
+# Runs as root in private mount and host-name namespaces: tmpfs (or the
+# folders under <dir>) over /var/qmail and /var/lib/crelm, tmpfs over
+# /run/lock and /etc/qvt, passwd and group with
 # popuser (and nofiles, the authentication store's group)
 # and a hosts file that names the host, so that the host is not touched.
 set -eu
+on_disk=
+if [ "${1:-}" = --on-disk ]; then
+    on_disk="$(cd "$2" && pwd)"
+    shift 2
+fi
 if [ $# -lt 1 ]; then
-    echo "usage: $0 <release-build-dir> [repetitions] [record counts...]" >&2
+    echo "usage: $0 [--on-disk <dir>] <release-build-dir> [repetitions] [record counts...]" >&2
     exit 2
 fi
 build="$(cd "$1" && pwd)"
@@ -41,16 +55,28 @@ if [ -z "${QMAIL_FILES_BENCH_INSIDE:-}" ]; then
         echo "$0: must run as root (private mount namespace)" >&2
         exit 2
     fi
-    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --propagation private -- bash "$0" "$build" "$repetitions" "${counts[@]}"
+    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --propagation private -- \
+        bash "$0" ${on_disk:+--on-disk "$on_disk"} "$build" "$repetitions" "${counts[@]}"
 fi
 
+disk_trees=
+if [ -n "$on_disk" ]; then
+    disk_trees=$(mktemp -d "$on_disk/qmail-files-bench.XXXXXX")
+    trap 'rm -rf "$disk_trees"' EXIT
+fi
 for tree in /var/qmail /var/lib/crelm /run/lock /etc/qvt; do
     mkdir -p "$tree"
-    mount -t tmpfs -o size=2g tmpfs "$tree"
+    if [ -n "$disk_trees" ] && { [ "$tree" = /var/qmail ] || [ "$tree" = /var/lib/crelm ]; }; then
+        mkdir -p "$disk_trees$tree"
+        mount --bind "$disk_trees$tree" "$tree"
+    else
+        mount -t tmpfs -o size=2g tmpfs "$tree"
+    fi
 done
+echo "files on $(findmnt -n -o FSTYPE --target /var/qmail) ($(findmnt -n -o SOURCE --target /var/qmail))"
 mkdir -m 0755 /run/lock/files /var/qmail/control /var/qmail/users /var/qmail/mailnames
 private=$(mktemp -d "${TMPDIR:-/tmp}/qmail-files-bench.XXXXXX")
-trap 'rm -rf "$private"' EXIT
+trap 'rm -rf "$private" ${disk_trees:+"$disk_trees"}' EXIT
 grep -v '^popuser:' /etc/passwd > "$private/passwd"
 echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
 mount --bind "$private/passwd" /etc/passwd
@@ -132,16 +158,19 @@ bench_size() {
     make_files "$records"
     restore_files
     local control=/var/qmail/control
-    local -a copy_assign=() add=() copy_three=() remove=() rename=()
+    local -a copy_assign=() synced_assign=() add=() copy_three=() synced_three=() remove=() rename=()
     local r
     for ((r = 0; r < repetitions; r++)); do
         copy_assign+=("$(elapsed_ms "$driver" copy /var/qmail/users/assign)")
+        synced_assign+=("$(elapsed_ms "$driver" synced-copy /var/qmail/users/assign)")
         add+=("$(elapsed_ms "$driver" add-record newname "$target")")
         check test "$(head -n 1 /var/qmail/users/assign)" = \
             "=$target-newname:popuser:2110:2110:$mailnames/$target/newname:::"
         check test "$(tail -n 1 /var/qmail/users/assign)" = "."
         restore_files
         copy_three+=("$(elapsed_ms "$driver" copy $control/rcpthosts $control/virtualdomains /var/qmail/users/assign)")
+        synced_three+=("$(elapsed_ms "$driver" synced-copy $control/rcpthosts $control/virtualdomains \
+            /var/qmail/users/assign)")
         remove+=("$(elapsed_ms "$driver" remove-domain "$target")")
         check test "$(grep -c "$target" /var/qmail/users/assign $control/rcpthosts $control/virtualdomains | \
             awk -F: '{ s += $2 } END { print s }')" = 0
@@ -153,7 +182,8 @@ bench_size() {
         check test "$(grep -c 'renamed-target' /var/qmail/users/assign)" = 21
         restore_files
     done
-    report "$records" "${copy_assign[*]}" "${add[*]}" "${copy_three[*]}" "${remove[*]}" "${rename[*]}"
+    report "$records" "${copy_assign[*]}" "${synced_assign[*]}" "${add[*]}" "${copy_three[*]}" "${synced_three[*]}" \
+        "${remove[*]}" "${rename[*]}"
 }
 
 # Medians of the wall and CPU times of each kind of run, and their ratios to
@@ -170,18 +200,19 @@ report() {
     awk -v n="$records" -v bytes="$(stat -c %s /var/qmail/users/assign)" -v reps="$repetitions" \
         -v w="${wall[*]}" -v c="${cpu[*]}" 'BEGIN {
         split(w, W, " "); split(c, C, " ")
-        printf "%d records (assign %d bytes), median of %d runs     wall ms  ratio   cpu ms  ratio\n", n, bytes, reps
-        line("bare copy of assign", 1, 1)
-        line("add record", 2, 1)
-        line("bare copy of rcpthosts+virtualdomains+assign", 3, 3)
-        line("remove domain (10 mail names)", 4, 3)
-        line("rename edits (sed pass)", 5, 3)
+        printf "%d records (assign %d bytes), median of %d runs\n", n, bytes, reps
+        printf "  %-46s %8s %6s %6s  %8s %6s %6s\n", "", "wall ms", "/copy", "/sync", "cpu ms", "/copy", "/sync"
+        line("bare copy of assign", 1, 1, 2)
+        line("synced copy of assign", 2, 1, 2)
+        line("add record", 3, 1, 2)
+        line("bare copy of rcpthosts+virtualdomains+assign", 4, 4, 5)
+        line("synced copy of the three", 5, 4, 5)
+        line("remove domain (10 mail names)", 6, 4, 5)
+        line("rename edits (sed pass)", 7, 4, 5)
     }
-    function line(name, i, base) {
-        if (i == base)
-            printf "  %-48s %8.1f         %8.1f\n", name, W[i], C[i]
-        else
-            printf "  %-48s %8.1f %5.2fx  %8.1f %5.2fx\n", name, W[i], W[i] / W[base], C[i], C[i] / C[base]
+    function line(name, i, base, synced) {
+        printf "  %-46s %8.1f %5.2fx %5.2fx  %8.1f %5.2fx %5.2fx\n", name, W[i], W[i] / W[base], W[i] / W[synced],
+               C[i], C[i] / C[base], C[i] / C[synced]
     }'
 }
 

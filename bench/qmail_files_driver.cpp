@@ -11,6 +11,10 @@
 //   qmail_files_driver copy <path>...              the floor: each file copied
 //                                                  through "<path>.tmp" in large
 //                                                  blocks and renamed onto itself
+//   qmail_files_driver synced-copy <path>...       the same, with the copy
+//                                                  flushed before its rename and
+//                                                  the directory after it: what
+//                                                  surviving a power cut costs
 //
 // Exit status 0 on success, 1 on failure, 2 on a usage error.
 #include <fcntl.h>
@@ -54,13 +58,23 @@ bool copy_blocks(int from, int to) {
     return got == 0;
 }
 
-int bare_copy(const std::string& path) {
+bool sync_directory_of(const std::string& path) {
+    const std::string::size_type slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool synced = fd >= 0 && ::fsync(fd) == 0;
+    if (fd >= 0)
+        ::close(fd);
+    return synced;
+}
+
+int bare_copy(const std::string& path, bool synced) {
     const std::string temp = path + ".tmp";
     const int from = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     const int to = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const bool copied = from >= 0 && to >= 0 && copy_blocks(from, to);
+    const bool copied = from >= 0 && to >= 0 && copy_blocks(from, to) && (!synced || ::fsync(to) == 0);
     const bool closed = (to < 0 || ::close(to) == 0) && (from < 0 || ::close(from) == 0);
-    if (!copied || !closed || ::rename(temp.c_str(), path.c_str()) != 0) {
+    if (!copied || !closed || ::rename(temp.c_str(), path.c_str()) != 0 || (synced && !sync_directory_of(path))) {
         std::fprintf(stderr, "copy of %s failed: %s\n", path.c_str(), std::strerror(errno));
         ::unlink(temp.c_str());
         return 1;
@@ -71,7 +85,7 @@ int bare_copy(const std::string& path) {
 int usage() {
     std::fprintf(stderr,
                  "usage: qmail_files_driver init-stores | add-record <name> <domain> | remove-domain <domain> |"
-                 " rename-edits <old> <new> | copy <path>...\n");
+                 " rename-edits <old> <new> | copy <path>... | synced-copy <path>...\n");
     return 2;
 }
 
@@ -80,10 +94,10 @@ int usage() {
 int main(int argc, char** argv) {
     log_init("stderr", 6, LOG_MAIL, 0, "qmail_files_driver");
     const std::string action = argc > 1 ? argv[1] : "";
-    if (action == "copy" && argc > 2) {
+    if ((action == "copy" || action == "synced-copy") && argc > 2) {
         int result = 0;
         for (int i = 2; i < argc; ++i)
-            result |= bare_copy(argv[i]);
+            result |= bare_copy(argv[i], action == "synced-copy");
         return result;
     }
     if (action == "init-stores" && argc == 2)
