@@ -128,6 +128,16 @@ protected:
         EXPECT_EQ(read_file(std::string(kMailnamesPath) + "/b.test/marker"), "a.test");
     }
 
+    // Everything renamed for a host of unknown name, qmail-newu and the
+    // restart run once.
+    void expect_fully_renamed() const {
+        EXPECT_EQ(read_control_files(), renamed_files(rcpthosts_with("b.test"), "localhost\n"));
+        expect_dot_last();
+        EXPECT_EQ(read_file(kRejectPath), "b.test\na-test\naxtest\nalias.test\n");
+        expect_stores_and_keys_renamed();
+        EXPECT_EQ(read_file(kOrder), "qmail-newu\ncrelmrc qmail restart\n");
+    }
+
     static void expect_root_owned_0644(const char* path) {
         const FileInfo info = file_info(path);
         EXPECT_EQ(info.uid, 0u) << path;
@@ -197,11 +207,7 @@ TEST_F(ControlRenameDomainTest, ARenameInterruptedAfterItsDirectoryIsFinishedByT
     const ProcessResult run = rename_with_host(kUnknownHost);
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.out, "Mail directory /var/qmail/mailnames/a.test not exists.\n");
-    EXPECT_EQ(read_control_files(), renamed_files(rcpthosts_with("b.test"), "localhost\n"));
-    expect_dot_last();
-    EXPECT_EQ(read_file(kRejectPath), "b.test\na-test\naxtest\nalias.test\n");
-    expect_stores_and_keys_renamed();
-    EXPECT_EQ(read_file(kOrder), "qmail-newu\ncrelmrc qmail restart\n");
+    expect_fully_renamed();
 }
 
 TEST_F(ControlRenameDomainTest, AFinishedRenameRunAgainChangesNothingMore) {
@@ -211,10 +217,7 @@ TEST_F(ControlRenameDomainTest, AFinishedRenameRunAgainChangesNothingMore) {
     ASSERT_EQ(unlink(kOrder.c_str()), 0);
     const ProcessResult run = rename_with_host(kUnknownHost);
     EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(read_control_files(), renamed_files(rcpthosts_with("b.test"), "localhost\n"));
-    EXPECT_EQ(read_file(kRejectPath), "b.test\na-test\naxtest\nalias.test\n");
-    expect_stores_and_keys_renamed();
-    EXPECT_EQ(read_file(kOrder), "qmail-newu\ncrelmrc qmail restart\n");
+    expect_fully_renamed();
 }
 
 TEST_F(ControlRenameDomainTest, AFileInPlaceOfTheNewMailDirectoryChangesNothing) {
