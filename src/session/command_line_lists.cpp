@@ -6,6 +6,8 @@
 
 #include <stdexcept>
 
+#include "runtime/name_rules.h"
+
 namespace crelm::mail {
 namespace {
 
@@ -55,14 +57,34 @@ MailDbMailAddressesList& MailDbMailAddressesList::withMailAlias(std::string_view
     return *this;
 }
 
+// Each name of a list is checked as the same name in a document on
+// standard input is: the names go into control files, assign and paths, so
+// a piece holding a line break, a slash or any other stray character must
+// stop the command before anything is written.
 void validate(boost::any& value, const std::vector<std::string>& texts, MailDbDomainAliasesList*, int) {
     boost::program_options::validators::check_first_occurrence(value);
-    value = MailDbDomainAliasesList(boost::program_options::validators::get_single_string(texts));
+    const std::string& text = boost::program_options::validators::get_single_string(texts);
+    MailDbDomainAliasesList list(text);
+    for (const std::string& alias : list.aliases()) {
+        if (!is_valid_domain_name(alias))
+            throw boost::program_options::invalid_option_value(text);
+    }
+    value = std::move(list);
 }
 
 void validate(boost::any& value, const std::vector<std::string>& texts, MailDbMailAddressesList*, int) {
     boost::program_options::validators::check_first_occurrence(value);
-    value = MailDbMailAddressesList(boost::program_options::validators::get_single_string(texts));
+    const std::string& text = boost::program_options::validators::get_single_string(texts);
+    MailDbMailAddressesList list(text);
+    for (const MailDbMailAddress& mail : list.mails()) {
+        if (!is_valid_mail_name(mail.name))
+            throw boost::program_options::invalid_option_value(text);
+        for (const std::string& alias : mail.aliases) {
+            if (!is_valid_mail_name(alias))
+                throw boost::program_options::invalid_option_value(text);
+        }
+    }
+    value = std::move(list);
 }
 
 }  // namespace crelm::mail

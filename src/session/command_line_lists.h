@@ -55,7 +55,10 @@ private:
 
 // Hooks that let the option parser build the two lists from their option
 // text (found by argument-dependent lookup). A repeated option is the
-// parser's "multiple occurrences" error.
+// parser's "multiple occurrences" error; a domain alias that fails the
+// domain-name check, or a mail name or alias that fails the local-part check
+// (the checks a document on standard input gets), makes the whole value the
+// parser's "invalid value" error.
 void validate(boost::any& value, const std::vector<std::string>& texts, MailDbDomainAliasesList*, int);
 void validate(boost::any& value, const std::vector<std::string>& texts, MailDbMailAddressesList*, int);
 

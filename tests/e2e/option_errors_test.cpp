@@ -144,6 +144,26 @@ TEST_F(OptionErrorTest, MalformedValueIsReportedBeforeHelpIsHonoured) {
                         "the argument ('lots') for option '--disk-quota' is invalid", kAddDomainHelp);
 }
 
+TEST_F(OptionErrorTest, ANameInTheCommandLineListsIsCheckedLikeOneInADocument) {
+    const std::vector<std::vector<std::string>> commands{
+        {"--turn-on-domain", "--domain-name=example.test", "--set-bounce", "--domain-aliases=x.test\ny.test"},
+        {"--add-domain-alias", "--domain-name=example.test", "--domain-alias-name=x.test", "--set-reject",
+         "--domain-aliases=../../etc"},
+        {"--remove-mailname", "--domain-name=example.test", "--mailname=info", "--mail-addresses=info,sales\n=x"},
+        {"--add-alias", "--domain-name=example.test", "--mailname=info", "--alias=sales",
+         "--mail-addresses=info;a/b"}};
+    for (const auto& args : commands) {
+        SCOPED_TRACE(args.back());
+        const auto result = run_refused(args);
+        const std::string option = args.back().substr(0, args.back().find('='));
+        const std::string message =
+            "the argument ('" + args.back().substr(option.size() + 1) + "') for option '" + option + "' is invalid";
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.err, message + "\n");
+        EXPECT_EQ(result.out.substr(0, message.size() + 1), message + "\n");
+    }
+}
+
 TEST_F(OptionErrorTest, MalformedNameIsReportedBeforeHelpIsHonoured) {
     expect_fatal_error({"--add-domain", "--domain-name=-a.test", "--help"},
                        runtime_error_line("-a.test - domain has incorrect format."));

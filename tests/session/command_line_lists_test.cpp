@@ -81,6 +81,25 @@ TEST(CommandLineLists, AreProgramOptionValueTypes) {
     EXPECT_EQ(mails[1].name, "z");
 }
 
+TEST(CommandLineLists, ANameThatADocumentWouldRefuseIsAnInvalidValue) {
+    // a line break would put a line of its own into rcpthosts or assign;
+    // a slash would lead a path out of the mail names tree
+    for (const char* aliases : {"--domain-aliases=a.test,x.test\ny.test", "--domain-aliases=../etc",
+                                "--domain-aliases=a.test,-x.test", "--domain-aliases=a..test"})
+        EXPECT_THROW(parse({"prog", aliases}), po::invalid_option_value) << aliases;
+    for (const char* addresses : {"--mail-addresses=info,sales\n=x", "--mail-addresses=info;a/b",
+                                  "--mail-addresses=info,.sales", "--mail-addresses=in:fo"})
+        EXPECT_THROW(parse({"prog", addresses}), po::invalid_option_value) << addresses;
+}
+
+TEST(CommandLineLists, NamesInAnyCaseAndEveryCharacterOfALocalPartAreAccepted) {
+    po::variables_map map = parse({"prog", "--domain-aliases=A.Test,b-c.test", "--mail-addresses=In.Fo,a_b&c+d'e"});
+    EXPECT_EQ(map["domain-aliases"].as<MailDbDomainAliasesList>().aliases(),
+              (std::vector<std::string>{"A.Test", "b-c.test"}));
+    EXPECT_EQ(map["mail-addresses"].as<MailDbMailAddressesList>().mails().at(0).aliases,
+              std::vector<std::string>{"a_b&c+d'e"});
+}
+
 TEST(CommandLineLists, RepeatedOptionIsAnOptionError) {
     EXPECT_THROW(parse({"prog", "--domain-aliases=a.test", "--domain-aliases=b.test"}), po::multiple_occurrences);
     EXPECT_THROW(parse({"prog", "--mail-addresses=a", "--mail-addresses=b"}), po::multiple_occurrences);
