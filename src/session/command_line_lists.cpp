@@ -4,8 +4,12 @@
 #include <boost/algorithm/string/split.hpp>
 #include <boost/program_options/value_semantic.hpp>
 
+#include <algorithm>
+#include <cctype>
+#include <optional>
 #include <stdexcept>
 
+#include "runtime/idn.h"
 #include "runtime/name_rules.h"
 
 namespace crelm::mail {
@@ -57,16 +61,30 @@ MailDbMailAddressesList& MailDbMailAddressesList::withMailAlias(std::string_view
     return *this;
 }
 
-// Each name of a list is checked as the same name in a document on
-// standard input is: the names go into control files, assign and paths, so
-// a piece holding a line break, a slash or any other stray character must
-// stop the command before anything is written.
+namespace {
+
+// The names go into control files, assign and paths, so a piece holding a
+// line break, a slash or any other stray character must stop the command
+// before anything is written. A domain alias is checked in the form it is
+// written in (ASCII, lower case), as --domain-name is; a mail name or alias
+// as --mailname is.
+bool is_valid_alias_domain(const std::string& alias) {
+    std::optional<std::string> ascii = idn_toascii(alias);
+    if (!ascii)
+        return false;
+    std::transform(ascii->begin(), ascii->end(), ascii->begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return is_valid_domain_name(*ascii);
+}
+
+}  // namespace
+
 void validate(boost::any& value, const std::vector<std::string>& texts, MailDbDomainAliasesList*, int) {
     boost::program_options::validators::check_first_occurrence(value);
     const std::string& text = boost::program_options::validators::get_single_string(texts);
     MailDbDomainAliasesList list(text);
     for (const std::string& alias : list.aliases()) {
-        if (!is_valid_domain_name(alias))
+        if (!is_valid_alias_domain(alias))
             throw boost::program_options::invalid_option_value(text);
     }
     value = std::move(list);
