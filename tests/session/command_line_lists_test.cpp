@@ -94,10 +94,10 @@ TEST(CommandLineLists, ANameThatADocumentWouldRefuseIsAnInvalidValue) {
 
 TEST(CommandLineLists, NamesInAnyCaseInternationalDomainsAndEveryCharacterOfALocalPartAreAccepted) {
     po::variables_map map =
-        parse({"prog", "--domain-aliases=A.Test,b-c.test,b\xC3\xBCcher.test", "--mail-addresses=In.Fo,a_b&c+d'e"});
+        parse({"prog", "--domain-aliases=A.Test,b-c.test,b\xC3\xBC" "cher.test", "--mail-addresses=In.Fo,a_b&c+d'e"});
     // kept as given: the steps that write them take the ASCII, lower-case form
     EXPECT_EQ(map["domain-aliases"].as<MailDbDomainAliasesList>().aliases(),
-              (std::vector<std::string>{"A.Test", "b-c.test", "b\xC3\xBCcher.test"}));
+              (std::vector<std::string>{"A.Test", "b-c.test", "b\xC3\xBC" "cher.test"}));
     EXPECT_EQ(map["mail-addresses"].as<MailDbMailAddressesList>().mails().at(0).aliases,
               std::vector<std::string>{"a_b&c+d'e"});
 }
