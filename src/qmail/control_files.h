@@ -37,7 +37,10 @@ int qmail_remove_domain(const std::string& domain);
 int qmail_domain_off(const std::string& domain);
 // Puts it back in both files (once each), enables it in the authentication
 // store. 0, or -1 ("Unable to add record to rcpthosts.", "Unable to add
-// record to virtualdomains.", or the store's failure).
+// record to virtualdomains.", or the store's failure). A line that cannot
+// be taken out before it is appended again is reported and the steps go on,
+// but the result is -1: the file may now hold the line twice, which a
+// second run puts right.
 int qmail_domain_on(const std::string& domain);
 // Removes the domain from locals ("Unable to remove domain record from
 // locals."). 0 or -1.
@@ -47,7 +50,11 @@ int qmail_remove_from_locals(const std::string& domain);
 // removal also removes the alias's ".qmail-default". 0 (failures fatal:
 // "empty domain or domain alias", "Unable to add domain record alias to
 // rcpthosts.", "Unable to add domain record alias to virtualdomains.",
-// "Unable to remove domain alias from virtualdomains file").
+// "Unable to remove domain alias from virtualdomains file"). A line of
+// rcpthosts or virtualdomains that cannot be taken out is reported, the
+// later steps still run, and the result is -1, so that the command's status
+// tells the panel that the files are not yet as asked (a second run puts
+// them right); a missing locals file is no such failure.
 int qmail_add_domain_alias(const std::string& domain, const std::string& alias);
 int qmail_remove_domain_alias(const std::string& domain, const std::string& alias);
 

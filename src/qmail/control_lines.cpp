@@ -1,6 +1,7 @@
 #include "qmail/control_lines.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -64,6 +65,11 @@ bool remove_line(const char* path, const std::string& line) {
 bool remove_line_if_present(const char* path, const std::string& line) {
     const std::optional<bool> present = holds_line(path, line);
     return (present && !*present) || remove_line(path, line);
+}
+
+bool file_is_missing(const char* path) {
+    struct stat info {};
+    return ::lstat(path, &info) != 0 && errno == ENOENT;
 }
 
 bool remove_lines_containing(const char* path, const std::vector<std::string>& texts) {

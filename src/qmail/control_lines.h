@@ -15,6 +15,10 @@ bool remove_line(const char* path, const std::string& line);
 // make sure the line ends up present exactly once. A file that cannot be
 // read goes to remove_line, which reports why.
 bool remove_line_if_present(const char* path, const std::string& line);
+// Whether the file does not exist: a removal from it fails (file_str's
+// rule), yet there is then no line to take out, which the steps that only
+// need the line gone do not count as a failure.
+bool file_is_missing(const char* path);
 // Takes out every line that contains any of texts anywhere.
 bool remove_lines_containing(const char* path, const std::vector<std::string>& texts);
 // Appends line at the end (rcpthosts, virtualdomains).

@@ -17,18 +17,25 @@ void require_names(const std::string& domain, const std::string& alias) {
     }
 }
 
-void put_alias_in_rcpthosts(const std::string& alias) {
-    if (!remove_line_if_present(kRcptHosts, alias)) {
+// Both return whether the old line could be taken out first: a failure there
+// is reported and the line appended anyway, as it must be there in any case.
+bool put_alias_in_rcpthosts(const std::string& alias) {
+    const bool missing = file_is_missing(kRcptHosts);
+    const bool removed = remove_line_if_present(kRcptHosts, alias);
+    if (!removed) {
         report_failure("Unable to remove domain record alias from rcpthosts file");
     }
     if (!append_line(kRcptHosts, alias)) {
         remove_line(kRcptHosts, alias);
         report_fatal("Unable to add domain record alias to rcpthosts.");
     }
+    return removed || missing;
 }
 
-void put_alias_in_virtualdomains(const std::string& alias_line, const std::string& alias) {
-    if (!remove_line_if_present(kVirtualDomains, alias_line)) {
+bool put_alias_in_virtualdomains(const std::string& alias_line, const std::string& alias) {
+    const bool missing = file_is_missing(kVirtualDomains);
+    const bool removed = remove_line_if_present(kVirtualDomains, alias_line);
+    if (!removed) {
         report_failure("Unable to remove domain record alias from virtualdomains.");
     }
     if (!append_line(kVirtualDomains, alias_line)) {
@@ -38,6 +45,7 @@ void put_alias_in_virtualdomains(const std::string& alias_line, const std::strin
         remove_line(kRcptHosts, alias);
         report_fatal("Unable to add domain record alias to virtualdomains.");
     }
+    return removed || missing;
 }
 
 }  // namespace
@@ -46,24 +54,26 @@ int qmail_add_domain_alias(const std::string& domain_name, const std::string& al
     require_names(domain_name, alias_name);
     const std::string domain = control_domain_name(domain_name);
     const std::string alias = control_domain_name(alias_name);
-    put_alias_in_rcpthosts(alias);
-    put_alias_in_virtualdomains(alias + ":" + domain, alias);
+    const bool rcpthosts_once = put_alias_in_rcpthosts(alias);
+    const bool virtualdomains_once = put_alias_in_virtualdomains(alias + ":" + domain, alias);
     if (!remove_line(kLocals, alias)) {
         report_failure("Unable to remove domain record from locals.");
     }
-    return 0;
+    return rcpthosts_once && virtualdomains_once ? 0 : -1;
 }
 
 int qmail_remove_domain_alias(const std::string& domain_name, const std::string& alias_name) {
     require_names(domain_name, alias_name);
     const std::string domain = control_domain_name(domain_name);
     const std::string alias = control_domain_name(alias_name);
-    if (!remove_line(kRcptHosts, alias)) {
+    const bool missing = file_is_missing(kRcptHosts);
+    const bool taken_out = remove_line(kRcptHosts, alias);
+    if (!taken_out) {
         report_failure("Unable to remove domain alias from rcpthosts file");
     }
     if (!remove_line(kVirtualDomains, alias + ":" + domain)) {
         report_fatal("Unable to remove domain alias from virtualdomains file");
     }
     remove_qmail_default(alias);
-    return 0;
+    return taken_out || missing ? 0 : -1;
 }

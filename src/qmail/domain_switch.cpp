@@ -26,20 +26,26 @@ int qmail_domain_off(const std::string& domain_name) {
 
 int qmail_domain_on(const std::string& domain_name) {
     const std::string domain = control_domain_name(domain_name);
-    // A failed removal is no reason to stop: the append that follows makes
-    // the line present in any case.
-    remove_line_if_present(kRcptHosts, domain);
+    // A failed removal is no reason to stop, since the append that follows
+    // makes the line present in any case; but the line may now be there
+    // twice, so the result says that a step failed.
+    const bool rcpthosts_missing = file_is_missing(kRcptHosts);
+    bool once = remove_line_if_present(kRcptHosts, domain) || rcpthosts_missing;
     if (!append_line(kRcptHosts, domain)) {
         report_failure("Unable to add record to rcpthosts.");
         return -1;
     }
     const std::string line = domain + ":" + domain;
+    const bool missing = file_is_missing(kVirtualDomains);
     if (!remove_line_if_present(kVirtualDomains, line)) {
+        // reported even for a missing file, as this step always was
         report_failure("Unable to remove record from virtualdomains.");
+        once = once && missing;
     }
     if (!append_line(kVirtualDomains, line)) {
         report_failure("Unable to add record to virtualdomains.");
         return -1;
     }
-    return set_mail_auth_domain_status(domain, kMailAuthDomainStatusEnabled) == 0 ? 0 : -1;
+    const bool enabled = set_mail_auth_domain_status(domain, kMailAuthDomainStatusEnabled) == 0;
+    return enabled && once ? 0 : -1;
 }

@@ -6,6 +6,7 @@ the same command again ends in exactly the state of an uninterrupted run."""
 import os
 import re
 import shutil
+import signal
 import subprocess
 import time
 
@@ -36,6 +37,11 @@ CASES = [
     (("--add-alias", D, "--mailname=info", "--alias=sales"), SETUP_MAILBOX),
     (("--add-domain-alias", D, "--domain-alias-name=example.net", "--set-bounce"), SETUP_MAILBOX),
     (("--set-mailbox-disk-quota", D, "--mailname=info", "--disk-quota=5000"), SETUP_MAILBOX),
+    (("--set-password", D, "--mailname=info"), SETUP_FULL),
+    (("--get-mailbox-size", D, "--mailname=info"), SETUP_FULL),
+    (("--set-domain-disk-quota", D, "--disk-quota=200000"), SETUP_FULL),
+    (("--rename-domain-alias", D, "--old-domain-alias-name=example.net", "--new-domain-alias-name=example.org",
+      "--set-reject"), SETUP_FULL),
     (("--rename-mailname", D, "--old-mailname=info", "--new-mailname=contact"), SETUP_FULL),
     (("--rename-domain", "--old-domain-name=example.com", "--new-domain-name=example.org"), SETUP_FULL),
     (("--remove-alias", D, "--mailname=info", "--alias=sales"), SETUP_FULL),
@@ -173,6 +179,7 @@ def sweep_command(server, command, setup, full, tally):
         step = len(points) / sampled
         points = sorted({int(i * step) + int(step / 2) for i in range(sampled)})
     unrepaired = []
+    not_killed = []
     torn = 0
     intermediate = 0
     leftovers = 0
@@ -180,7 +187,10 @@ def sweep_command(server, command, setup, full, tally):
         restore()
         name, occurrence = calls[index]
         strace = ["strace", "-qq", "-o", "/dev/null", "-e", "inject=%s:signal=KILL:when=%d" % (name, occurrence)]
-        server.panel(picture.copy(), *command, env=ENV, prefix=strace, expect=None)
+        killed = server.panel(picture.copy(), *command, env=ENV, prefix=strace, expect=None)
+        # strace ends with the signal that ended the program it traced
+        if killed.returncode != -signal.SIGKILL:
+            not_killed.append("%s #%d (status %d)" % (name, occurrence, killed.returncode))
         wait_until("the killed run's children to end", children_gone, 30)
         problems = []
         files = control_contents()
@@ -209,7 +219,15 @@ def sweep_command(server, command, setup, full, tally):
         if problems:
             unrepaired.append("kill at system call %d (%s #%d): %s" % (index + 1, name, occurrence,
                                                                        "; ".join(problems)))
-    tally.append((command[0], len(calls), len(points), torn, intermediate, len(unrepaired), leftovers))
+    # A call that the reference run made may not come in another run (a poll
+    # of standard input that the document has already reached, say): that
+    # run ends uninterrupted and is judged like the others. More than a few
+    # of those would mean the sweep misses the run it is meant to cut.
+    if len(not_killed) > len(points) // 10:
+        unrepaired.append("%d of %d runs were not killed: the kill points do not match the run: %s" % (
+            len(not_killed), len(points), ", ".join(not_killed)))
+    tally.append((command[0], len(calls), len(points) - len(not_killed), torn, intermediate, len(unrepaired),
+                  leftovers))
     return unrepaired
 
 
@@ -238,18 +256,19 @@ def crash_sweep(server, results, full):
     failures = []
     started = time.monotonic()
     for command, setup in cases:
+        # each command's figures as soon as its sweep ends: the full sweep runs for hours
         failures += ["%s: %s" % (command[0], f) for f in sweep_command(server, command, setup, full, tally)]
-    for name, calls, tried, torn, intermediate, unrepaired, leftovers in tally:
-        results.figure("crashes: %-26s %5d system calls, %4d kill points tried, %2d torn files, %3d files between "
+        name, calls, tried, torn, intermediate, unrepaired, leftovers = tally[-1]
+        results.figure("crashes: %-26s %5d system calls, %4d runs killed, %2d torn files, %3d files between "
                        "steps, %2d states not repaired, %2d maildirsize temporaries left in Maildir/tmp"
                        % (name, calls, tried, torn, intermediate, unrepaired, leftovers))
-    results.figure("crashes: %d kill points in %.0f s" % (sum(t[2] for t in tally), time.monotonic() - started))
+    results.figure("crashes: %d runs killed in %.0f s" % (sum(t[2] for t in tally), time.monotonic() - started))
     if failures:
         # every kill point in one line, the first ones in full
         headlines = [f.split(":\n", 1)[0][:300] for f in failures]
         raise SuiteError("%d kill points left a state the next run does not repair:\n  %s\nin full:\n  %s"
                          % (len(failures), "\n  ".join(headlines), "\n  ".join(failures[:4])))
-    return "%d commands, %d kill points, every state repaired" % (len(tally), sum(t[2] for t in tally))
+    return "%d commands, %d runs killed, every state repaired" % (len(tally), sum(t[2] for t in tally))
 
 
 def run(server, results, options):

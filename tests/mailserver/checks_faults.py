@@ -122,10 +122,15 @@ def sweep(server, results, full):
         for call, occurrence, path in points:
             for error in ERRORS:
                 restore()
-                strace = ["strace", "-qq", "-o", "/dev/null", "-e",
+                trace = STATE + "/fault.trace"
+                strace = ["strace", "-qq", "-o", trace, "-e",
                           "inject=%s:error=%s:when=%d" % (call, error, occurrence)]
                 result = server.panel(picture.copy(), *command, env=ENV, prefix=strace, expect=None)
                 injected += 1
+                with open(trace, errors="replace") as f:
+                    if "(INJECTED)" not in f.read():
+                        failures.append("%s %s #%d: the fault was not injected (the run differs from the "
+                                        "reference)" % (command[0], call, occurrence))
                 found = server_state()
                 torn, changed, gone = judge(files_of(before), files_of(after), files_of(found))
                 changed_total += len([c for c in changed if not c.endswith("/users/cdb")])

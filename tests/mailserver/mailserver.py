@@ -133,6 +133,9 @@ class Domain:
         elif command == "--del-domain-alias":
             if option(args, "domain-alias-name") in self.aliases:
                 self.aliases.remove(option(args, "domain-alias-name"))
+        elif command == "--rename-domain-alias":
+            old, new = option(args, "old-domain-alias-name"), option(args, "new-domain-alias-name")
+            self.aliases = [new if a == old else a for a in self.aliases]
         elif command == "--rename-domain":
             self.name = option(args, "new-domain-name")
         elif command == "--remove-domain":

@@ -90,6 +90,43 @@ TEST_F(ControlAliasTest, RemovingADomainAliasTakesItsLinesAndItsDefaultDotQmail)
     EXPECT_FALSE(path_exists("/var/qmail/mailnames/alias.test/.qmail-default"));
 }
 
+// A directory where the temporary copy of rcpthosts goes makes taking a line
+// out of rcpthosts fail, while appending to it still works.
+const std::string kTempInTheWay =
+    "Unable to open file /var/qmail/control/rcpthosts.tmp: File exists\n\nSystem error 17: File exists\n";
+
+TEST_F(ControlAliasTest, AnAliasWhoseOldRcpthostsLineCannotBeTakenOutIsAddedButFails) {
+    write_file(kRcptHostsPath, "localhost\nalias.test\n");
+    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    const StepResult step = run_step([] { return qmail_add_domain_alias("example.test", "alias.test"); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, kTempInTheWay + "Unable to remove domain record alias from rcpthosts file\n");
+    EXPECT_EQ(read_control_files(), (ControlFiles{"localhost\nalias.test\nalias.test\n", "alias.test:example.test\n",
+                                                  "localhost\n", ".\n"}));
+    // the next run, without the obstacle, leaves the line once
+    ASSERT_EQ(rmdir("/var/qmail/control/rcpthosts.tmp"), 0);
+    EXPECT_EQ(qmail_add_domain_alias("example.test", "alias.test"), 0);
+    EXPECT_EQ(read_file(kRcptHostsPath), "localhost\nalias.test\n");
+}
+
+TEST_F(ControlAliasTest, RemovingAnAliasWhoseRcpthostsLineCannotBeTakenOutGoesOnButFails) {
+    ASSERT_EQ(qmail_add_domain_alias("example.test", "alias.test"), 0);
+    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    const StepResult step = run_step([] { return qmail_remove_domain_alias("example.test", "alias.test"); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, kTempInTheWay + "Unable to remove domain alias from rcpthosts file\n");
+    EXPECT_EQ(read_control_files(), (ControlFiles{"localhost\nalias.test\n", "", "localhost\n", ".\n"}));
+}
+
+TEST_F(ControlAliasTest, RemovingAnAliasWithoutRcpthostsIsNoFailure) {
+    ASSERT_EQ(qmail_add_domain_alias("example.test", "alias.test"), 0);
+    ASSERT_EQ(unlink(kRcptHostsPath), 0);
+    const StepResult step = run_step([] { return qmail_remove_domain_alias("example.test", "alias.test"); });
+    EXPECT_EQ(step.status, 0);
+    expect_reported(step.printed, "Unable to remove domain alias from rcpthosts file\n");
+    EXPECT_EQ(read_file(kVirtualDomainsPath), "");
+}
+
 TEST_F(ControlAliasTest, RemovingAnAliasWithoutVirtualdomainsEndsTheProgram) {
     write_file(kRcptHostsPath, "localhost\nalias.test\n");
     ASSERT_EQ(unlink(kVirtualDomainsPath), 0);

@@ -274,6 +274,23 @@ TEST_F(ControlDomainTest, SwitchingOnWithoutVirtualdomainsWritesItAndReportsTheR
     EXPECT_EQ(auth_domains(), "example.test|0\n");
 }
 
+// A directory where the temporary copy of rcpthosts goes makes taking the
+// line out fail, while appending to the file still works.
+TEST_F(ControlDomainTest, SwitchingOnWhenTheOldRcpthostsLineCannotBeTakenOutGoesOnButFails) {
+    write_file(kRcptHostsPath, "localhost\nexample.test\n");
+    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    ASSERT_EQ(add_mail_auth_user("info", "example.test", "secret", kMailAuthDomainDisabled), 0);
+    const StepResult step = run_step([] { return qmail_domain_on("example.test"); });
+    EXPECT_EQ(step.status, -1);
+    EXPECT_EQ(read_file(kRcptHostsPath), "localhost\nexample.test\nexample.test\n");
+    EXPECT_EQ(read_file(kVirtualDomainsPath), "example.test:example.test\n");
+    EXPECT_EQ(auth_domains(), "example.test|0\n");
+    // the next run, without the obstacle, leaves the line once
+    ASSERT_EQ(rmdir("/var/qmail/control/rcpthosts.tmp"), 0);
+    EXPECT_EQ(qmail_domain_on("example.test"), 0);
+    EXPECT_EQ(read_file(kRcptHostsPath), "localhost\nexample.test\n");
+}
+
 TEST_F(ControlDomainTest, SwitchingOnWhenRcpthostsCannotBeWrittenFails) {
     ASSERT_EQ(unlink(kRcptHostsPath), 0);
     ASSERT_EQ(mkdir(kRcptHostsPath, 0755), 0);
