@@ -46,13 +46,14 @@ void restore_attributes(int fd, const struct stat& saved, const std::string& pat
                      std::strerror(errno));
 }
 
+// The edited copy is renamed over the file, which replaces it in one step:
+// the path never goes missing, not even for a moment, so a reader (qmail
+// reading rcpthosts, qmail-newu reading assign) always finds the old or the
+// new content, and so does the next run after a crash, a power cut or a
+// failed rename. A failed rename leaves the file as it was and the
+// temporary file is removed with its owner.
 int replace_with(TempFile& output, const ParentDir& dir, const std::string& path) {
-    if (::unlinkat(dir.fd.get(), dir.name.c_str(), 0) != 0) {
-        report_error(0, 0, "Unable to delete '%s' file: %s", path.c_str(), std::strerror(errno));
-        return -1;
-    }
     if (output.commit_to(dir.name) != 0) {
-        output.keep();
         report_error(0, 0, "Unable to rename '%s' to '%s' file: %s", output.path().c_str(), path.c_str(),
                      std::strerror(errno));
         return -1;

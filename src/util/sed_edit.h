@@ -5,10 +5,10 @@
 #include <vector>
 
 // Runs "/bin/sed" with sed_args (the script arguments) reading path and
-// writing "<path>.tmp", flushes that to the disk (fsync), then unlinks path
-// and renames the temporary file onto it and flushes the directory (for a
-// moment the path does not exist; no lock is taken, callers that need one
-// take it). A regular file gets its owner, group and mode
+// writing "<path>.tmp", flushes that to the disk (fsync), then renames the
+// temporary file over path and flushes the directory (path is replaced in
+// one step and never missing, so a crash or power cut leaves the old or the
+// new content; no lock is taken, callers that need one take it). A regular file gets its owner, group and mode
 // back; failing that is only a warning ("WARNING: unable to restore
 // ownership to file %s: %s\n", "WARNING: unable to restore permissions to
 // file %s: %s\n"). Result: 0, or -1 after one of
@@ -17,12 +17,10 @@
 //   "ERROR: Unable to truncate or create file %s: %s"
 //   "Error during sed working\n" (sed's own complaints are relayed first)
 //   "Unable to close file %s: %s\n" (the temporary file's flush or close)
-//   "Unable to delete '%s' file: %s"
 //   "Unable to rename '%s' to '%s' file: %s" (the rename or the directory's
 //     flush; after the latter the edit is in place)
 // The file is reached by the walk of util/nofollow.h and never through a
 // link at its own name; a link at "<path>.tmp" is replaced, not followed.
-// On any failure before the file is unlinked the file is unchanged and the
-// temporary file is removed; if the rename fails after the unlink, the
-// temporary file is kept, since it holds the only copy of the content.
+// On any failure before the rename the file is unchanged and the temporary
+// file is removed.
 int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path);

@@ -211,6 +211,6 @@ def concurrent_panels(server, results, rounds):
 
 
 def run(server, results, options):
-    rounds = 20 if options.full else (1 if options.light else 3)
+    rounds = 20 if options.full else (2 if options.light else 8)
     results.check(GROUP, "8 panels at once agree with the sequential run", concurrent_panels, server, results,
                   rounds)

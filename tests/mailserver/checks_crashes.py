@@ -19,7 +19,9 @@ GROUP = "crashes"
 SNAPSHOT = STATE + "/crash-snapshot"
 # Points tried per command in the sampled sweep (CI); the full sweep tries
 # every system call.
-SAMPLED_POINTS = 32
+SAMPLED_POINTS = 96
+# Points per command in the sanitizer build's lighter run.
+LIGHT_POINTS = 8
 
 D = "--domain-name=example.com"
 SETUP_DOMAIN = [("--add-domain", D), ("--turn-on-domain", D, "--set-bounce")]
@@ -174,7 +176,7 @@ def sweep_command(server, command, setup, full, tally):
     if server_state() != before:
         raise SuiteError("the snapshot does not restore the state:\n" + describe_difference(before, server_state()))
     points = list(range(len(calls)))
-    sampled = 2 if full == "light" else SAMPLED_POINTS
+    sampled = LIGHT_POINTS if full == "light" else SAMPLED_POINTS
     if full is not True and len(points) > sampled:
         step = len(points) / sampled
         points = sorted({int(i * step) + int(step / 2) for i in range(sampled)})

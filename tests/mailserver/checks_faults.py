@@ -22,7 +22,7 @@ GROUP = "faults"
 ERRORS = ("ENOSPC", "EIO")
 CALLS = ("write", "rename", "fsync")
 # The commands whose faults are swept; sampled (every k-th point) unless full.
-SAMPLED_POINTS = 3
+SAMPLED_POINTS = 8
 
 
 def fault_points(server, command, picture):
@@ -115,7 +115,7 @@ def sweep(server, results, full):
         points = fault_points(server, command, picture)
         after = server_state()
         restore()
-        sampled = 1 if options_light(full) else SAMPLED_POINTS
+        sampled = 2 if options_light(full) else SAMPLED_POINTS
         if full is not True and len(points) > sampled:
             step = len(points) / sampled
             points = [points[int(i * step)] for i in range(sampled)]

@@ -104,12 +104,13 @@ TEST_F(SedEditTest, TemporaryNameThatDoesNotFitThePathBufferIsRefused) {
 
 namespace {
 
-TEST_F(SedEditTest, AFileThatCannotBeDeletedIsLeftAsItWas) {
+TEST_F(SedEditTest, AFileThatCannotBeReplacedIsLeftAsItWas) {
     write_file("/tmp/pinned", "old.example:old.example\n");
     ASSERT_EQ(mount("/tmp/pinned", path_.c_str(), nullptr, MS_BIND, nullptr), 0);
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/old/new/g"}, path_), -1); });
     expect_reported(printed,
-                    with_system_error("Unable to delete '" + path_ + "' file: Device or resource busy", EBUSY));
+                    with_system_error("Unable to rename '" + path_ + ".tmp' to '" + path_ +
+                                          "' file: Device or resource busy", EBUSY));
     EXPECT_EQ(read_file(path_), "old.example:old.example\n");
     EXPECT_FALSE(path_exists(path_ + ".tmp"));
     umount2(path_.c_str(), MNT_DETACH);
