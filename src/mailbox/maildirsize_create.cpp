@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "mailbox/abandoned_temporaries.h"
 #include "mailbox/maildir_count.h"
 #include "mailbox/maildir_mtime.h"
 #include "mailbox/maildirsize_format.h"
@@ -122,6 +123,9 @@ bool maildirsize_create(const std::string& maildir, uid_t uid, gid_t gid, long l
     const auto maildir_fd = crelm::mailbox::open_directory(maildir);
     if (!maildir_fd.valid())
         return fail("Unable to open Maildir folder " + maildir + ": " + std::strerror(errno), errno);
+    // What an earlier run killed half-way left behind goes first, so that a
+    // second run leaves the Maildir exactly as one undisturbed run would.
+    crelm::mailbox::remove_abandoned_maildirsize_temporaries(maildir_fd.get(), host);
     TemporaryMaildirFile file;
     if (!create_temporary(file, maildir_fd.get(), host))
         return false;

@@ -25,6 +25,8 @@
 //   "Unable to open Maildir folder <maildir>: <reason>",
 //   "Unable to change owner of maildirsize file: <reason>",
 //   "Unable to rename <temporary> to maildirsize: <reason>".
+// Temporary maildirsize files of this host whose writer no longer runs (a
+// run that was killed half-way) are removed from "tmp" first.
 // A failure never leaves the temporary file behind. The working directory
 // is not changed.
 bool maildirsize_create(const std::string& maildir, uid_t uid, gid_t gid, long long quota_bytes,

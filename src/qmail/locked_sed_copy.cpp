@@ -1,11 +1,15 @@
 #include "qmail/locked_sed_copy.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <string_view>
+#include <vector>
 
 #include "qmail/qmail_report.h"
 #include "util/file_lock.h"
@@ -54,6 +58,46 @@ bool give_attributes(crelm::util::TempFile& temp, const SedCopyAttributes& attri
     return true;
 }
 
+// Whether entry is a copy "<name>.mail.XXXXXX" of this edit.
+bool is_copy_of(std::string_view entry, const std::string& name) {
+    const std::string prefix = name + ".mail.";
+    if (entry.size() != prefix.size() + 6 || !entry.starts_with(prefix))
+        return false;
+    for (char c : entry.substr(prefix.size()))
+        if (!(c >= '0' && c <= '9') && !(c >= 'a' && c <= 'z') && !(c >= 'A' && c <= 'Z'))
+            return false;
+    return true;
+}
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+// Copies that an earlier edit of the same file left when it was killed
+// between making its copy and renaming it. Every such edit holds the
+// file's lock, which this one holds now, so none of them is still at work.
+// Removed by name in the opened directory, never followed; best effort.
+void remove_abandoned_copies(int dir_fd, const std::string& name) {
+    const int listing_fd = ::openat(dir_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (listing_fd < 0)
+        return;
+    std::unique_ptr<DIR, DirCloser> listing(::fdopendir(listing_fd));
+    if (!listing) {
+        ::close(listing_fd);
+        return;
+    }
+    std::vector<std::string> abandoned;
+    while (const dirent* entry = ::readdir(listing.get())) {
+        if (is_copy_of(entry->d_name, name))
+            abandoned.emplace_back(entry->d_name);
+    }
+    for (const std::string& copy : abandoned) {
+        struct stat info {};
+        if (::fstatat(dir_fd, copy.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(info.st_mode))
+            ::unlinkat(dir_fd, copy.c_str(), 0);
+    }
+}
+
 bool rewrite(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {
     const crelm::util::ParentDir parent = crelm::util::open_parent(path);
     if (!parent.fd.valid()) {
@@ -65,6 +109,7 @@ bool rewrite(const std::string& path, const std::string& script, const SedCopyAt
         report_failure("Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
         return false;
     }
+    remove_abandoned_copies(parent.fd.get(), parent.name);
     crelm::util::TempFile temp =
         crelm::util::TempFile::create_unique(parent.fd.get(), parent.name + ".mail.", path + ".mail.");
     if (!temp.valid()) {

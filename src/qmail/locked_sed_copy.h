@@ -27,7 +27,8 @@ struct SedCopyAttributes {
 // success, as this edit always has. Neither path nor the file's directory
 // entry is followed when it is a symbolic link, and only a regular file is
 // read. true when the file was replaced; on false the temporary file is gone
-// and the file is as it was.
+// and the file is as it was. Copies "<path>.mail.XXXXXX" that an earlier
+// edit killed half-way left behind are removed first, under the lock.
 bool sed_copy_locked(const std::string& path, const std::string& script, const SedCopyAttributes& attributes);
 
 }  // namespace crelm::qmail

@@ -283,3 +283,27 @@ TEST_F(ControlRenameMailnameTest, ARenameRunAgainAfterAnInterruptedOneLeavesTheN
 
 }  // namespace
 }  // namespace sorvane::test
+
+namespace sorvane::test {
+namespace {
+
+// A rename killed between making a copy of assign or ".qmail" and renaming
+// it over the file leaves the copy: the next edit of that file removes it,
+// and nothing that merely looks like one.
+TEST_F(ControlRenameMailnameTest, CopiesLeftByAnInterruptedRenameAreRemovedByTheNextOne) {
+    write_file("/var/qmail/users/assign.mail.Ab12Cd", "=half");
+    write_file(home("a.b") + "/.qmail.mail.Xy34Zw", "&a.b@exa");
+    for (const char* kept : {"assign.mail.short", "assign.mail.Ab12Cd7", "assignx.mail.Ab12Cd", "assign.mail.Ab-2Cd"})
+        write_file(std::string("/var/qmail/users/") + kept, "kept\n");
+    ASSERT_EQ(symlink("/var/qmail/users/assign", (home("a.b") + "/.qmail.mail.Link01").c_str()), 0);
+    const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(step.status, 0);
+    EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
+    EXPECT_EQ(entries_of("/var/qmail/users"),
+              (std::vector<std::string>{"assign", "assign.mail.Ab-2Cd", "assign.mail.Ab12Cd7", "assign.mail.short",
+                                        "assignx.mail.Ab12Cd"}));
+    EXPECT_EQ(entries_of(home("c")), std::vector<std::string>{".qmail"});
+}
+
+}  // namespace
+}  // namespace sorvane::test
