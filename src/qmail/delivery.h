@@ -32,7 +32,9 @@ int remove_delivery_strings(const std::string& path);
 int read_default_delivery(std::string& line);
 
 // Replaces any known delivery line of the ".qmail" at path by the default
-// delivery line, then gives it owner popuser and mode 0600. -1 when no LDA
+// delivery line (the file with the line appended replaces the old one in one
+// step, already owned by popuser with mode 0600), then gives it owner popuser
+// and mode 0600. -1 when no LDA
 // is found (the file untouched), after the warning "Unable to remove old
 // delivery strings from '%s'", or after "Unable to add delivery string to
 // '%s'" (the known lines are gone by then).
@@ -44,9 +46,10 @@ int remove_delivery(const std::string& path);
 int add_mailname_delivery(const std::string& mailname, const std::string& domain);
 int remove_mailname_delivery(const std::string& mailname, const std::string& domain);
 
-// Truncates or creates path (made without group or other bits), gives it
-// owner popuser and mode 0600, then puts lines at its top. A link at path is
-// refused.
+// Makes path hold exactly lines, owner popuser and mode 0600 (never with
+// group or other bits), in one step: a new file written beside it, flushed
+// and renamed over it, so that a crash or power cut leaves the old content or
+// the new. A link, FIFO or device at path is refused and left alone.
 int write_qmail_lines(const std::string& path, const std::vector<std::string>& lines);
 
 // Runs "/var/qmail/bin/qmail-newu" and returns its exit status (127 when it

@@ -5,10 +5,13 @@
 #include "qmail/mailname_files.h"
 #include "qmail/qmail_report.h"
 #include "runtime/log.h"
+#include "util/file_replace.h"
 #include "util/file_str.h"
 #include "util/owner_mode.h"
 
 #include <syslog.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using crelm::qmail::log_error;
 
@@ -23,9 +26,25 @@ int remove_known_lines(const std::string& path) {
     return -1;
 }
 
+// The file with the line at its end replaces the old one in one step, owned
+// by the mail owner before it takes its place, so that a crash or power cut
+// never leaves a half-written delivery line for qmail-local to run.
 int append_default_line(const std::string& path) {
     std::string line;
-    if (read_default_delivery(line) != 0 || file_str_one(path, line, LineAction::add, LinePosition::end) != 0) {
+    const crelm::qmail::MailOwnerIds owner = crelm::qmail::mail_owner_ids();
+    const auto appended = [&](std::string_view old) {
+        std::string content(old);
+        if (!content.empty() && content.back() != '\n')
+            content += '\n';
+        content += line;
+        if (content.back() != '\n')
+            content += '\n';
+        return std::optional<std::string>(content);
+    };
+    const auto owned = [&](int fd) {
+        return owner.known() && ::fchown(fd, owner.uid, owner.gid) == 0 && ::fchmod(fd, kDotQmailMode) == 0;
+    };
+    if (read_default_delivery(line) != 0 || crelm::util::replace_file_locked(path, appended, owned) != 0) {
         log_error("Unable to add delivery string to '%s'", path.c_str());
         return -1;
     }

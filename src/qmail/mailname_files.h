@@ -92,8 +92,10 @@ int set_bounce(const std::string& domain, const std::string& message, RejectClea
 // control character"), one that does not convert after "idn_email_toascii(%s)
 // failed: %s". 0 or -1.
 int set_catchall(const std::string& domain, const std::string& address, RejectCleanup cleanup);
-// Replaces ".qmail-default" of domain by the one line, owner popuser, 0600
-// (made without group or other bits). 0, or -1 after "add_qmail_default:
+// Replaces ".qmail-default" of domain by the one line, owner popuser, 0600,
+// in one step: a new file made beside it, flushed, and renamed over it (so
+// that it never goes missing or half-written, not even after a crash or a
+// power cut). 0, or -1 after "add_qmail_default:
 // Unable to define UID or GID for user popuser", "add_qmail_default: Unable
 // to add record to %s file.", "add_qmail_default: chown %s failed: %s" or
 // "add_qmail_default: chmod %s failed: %s\n".

@@ -4,10 +4,10 @@
 #include "qmail/mail_owner.h"
 #include "qmail/mailname_files.h"
 #include "qmail/qmail_report.h"
-#include "util/file_str.h"
+#include "util/file_replace.h"
 #include "util/nofollow.h"
-#include "util/umask_scope.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,27 +19,22 @@ using crelm::qmail::MailOwnerIds;
 namespace {
 
 constexpr mode_t kDotQmailMode = 0600;
-// qmail defers delivery through a group- or world-writable dot-qmail: the
-// file is made without those bits from the start.
-constexpr mode_t kDotQmailUmask = 0177;
 
-int write_single_line(const std::string& path, const std::string& line) {
-    ::unlink(path.c_str());
-    const crelm::util::UmaskScope umask(kDotQmailUmask);
-    return file_str_one(path, line, LineAction::add, LinePosition::end);
+std::string with_newline(const std::string& line) {
+    return !line.empty() && line.back() == '\n' ? line : line + "\n";
 }
 
-int give_to_mail_owner(const std::string& path, const MailOwnerIds& owner) {
-    const crelm::util::UniqueFd file = crelm::util::open_path_nofollow(path);
-    if (!file.valid() || crelm::util::chown_handle(file.get(), owner.uid, owner.gid) != 0) {
+// Owner and mode go onto the new file before it takes the old one's place.
+bool give_to_mail_owner(int fd, const std::string& path, const MailOwnerIds& owner) {
+    if (::fchown(fd, owner.uid, owner.gid) != 0) {
         log_error("add_qmail_default: chown %s failed: %s", path.c_str(), std::strerror(errno));
-        return -1;
+        return false;
     }
-    if (crelm::util::chmod_handle(file.get(), kDotQmailMode) != 0) {
+    if (::fchmod(fd, kDotQmailMode) != 0) {
         log_error("add_qmail_default: chmod %s failed: %s\n", path.c_str(), std::strerror(errno));
-        return -1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
 }  // namespace
@@ -53,11 +48,15 @@ int add_qmail_default(const std::string& domain, const std::string& line) {
         log_error("add_qmail_default: Unable to define UID or GID for user popuser");
         return -1;
     }
-    if (write_single_line(path, line) != 0) {
+    // The line is the whole file: it replaces the old file in one step, so
+    // that mail for unknown names always meets the old answer or the new.
+    bool finished = true;
+    const int written = crelm::util::replace_file_locked(
+        path, with_newline(line), [&](int fd) { return finished = give_to_mail_owner(fd, path, owner); });
+    if (written != 0 && finished) {
         log_error("add_qmail_default: Unable to add record to %s file.", path.c_str());
-        return -1;
     }
-    return give_to_mail_owner(path, owner);
+    return written == 0 ? 0 : -1;
 }
 
 int remove_qmail_default(const std::string& domain) {

@@ -1,32 +1,38 @@
 // A ".qmail" written afresh with given lines.
 #include "qmail/delivery.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "qmail/mail_owner.h"
-#include "util/file_create.h"
-#include "util/file_str.h"
-#include "util/owner_mode.h"
-#include "util/umask_scope.h"
+#include "util/file_replace.h"
 
 namespace {
 
 constexpr mode_t kDotQmailMode = 0600;
-// Created 0644 less this mask: never writable by group or others, which
-// qmail would take as a reason to defer delivery.
-constexpr mode_t kDotQmailUmask = 0177;
 
-int empty_dot_qmail(const std::string& path) {
-    const crelm::util::UmaskScope umask(kDotQmailUmask);
-    return truncate_file(path);
+std::string joined(const std::vector<std::string>& lines) {
+    std::string content;
+    for (const std::string& line : lines) {
+        content += line;
+        if (line.empty() || line.back() != '\n')
+            content += '\n';
+    }
+    return content;
 }
 
 }  // namespace
 
+// The lines are the whole file: it replaces the old one in one step, owned by
+// the mail owner before it takes the old one's place, so that qmail-local
+// never meets an empty, half-written or root-owned ".qmail".
 int write_qmail_lines(const std::string& path, const std::vector<std::string>& lines) {
     const crelm::qmail::MailOwnerIds owner = crelm::qmail::mail_owner_ids();
-    if (!owner.known() || empty_dot_qmail(path) != 0 ||
-        set_owner_mode(path, owner.uid, owner.gid, kDotQmailMode) != 0)
+    if (!owner.known())
         return -1;
-    if (lines.empty())
-        return 0;
-    return file_str(path, lines, LineAction::add, LinePosition::start) == 0 ? 0 : -1;
+    const std::string content = joined(lines);
+    const int written = crelm::util::replace_file_locked(
+        path, [&](std::string_view) { return std::optional<std::string>(content); },
+        [&](int fd) { return ::fchown(fd, owner.uid, owner.gid) == 0 && ::fchmod(fd, kDotQmailMode) == 0; });
+    return written == 0 ? 0 : -1;
 }

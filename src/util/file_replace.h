@@ -1,0 +1,39 @@
+// Replacing a whole small file (a dot-qmail file) in one step: the new
+// content is written to "<path>.tmp" beside it, given its owner and mode,
+// flushed to the disk and renamed over the file, whose directory is then
+// flushed too. Readers (qmail-local) and the next run after a crash or a
+// power cut find the old content or the new, never a missing, empty or
+// half-written file, and never a file that is not yet the mail owner's.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace crelm::util {
+
+// Makes the new content from the old one (empty when the file does not
+// exist); nullopt leaves the file alone and fails the replacement.
+using ContentEdit = std::function<std::optional<std::string>(std::string_view old_content)>;
+// Gives the written temporary file its owner and mode through its open
+// descriptor, reporting its own failures; false stops the replacement.
+using FileFinish = std::function<bool(int fd)>;
+
+// Under the lock of path in the lock directory (the lock that the line
+// editor takes for the same file), reads the file, never through a link at
+// its name (a FIFO or device there is not read), runs edit, and writes the
+// result as described above, mode 0600 at creation. Result 0, or 1 after
+// one of "Error occurred while locking the file %s: %s\n", "Unable to open
+// file %s: %s\n", "Unable to read line from file: %s: %s\n", "Unable to
+// write data into file %s: %s\n", "Unable to close file %s: %s\n", "Unable
+// to rename file %s: %s\n" (the rename or the directory's flush), or
+// finish's own failure; on any failure before the rename the file is as it
+// was and the temporary file is gone.
+int replace_file_locked(const std::string& path, const ContentEdit& edit, const FileFinish& finish);
+// The same with content given whole: the old file is not read, and whatever
+// has its name (a link or FIFO planted there included) is replaced by the
+// rename, never followed or read.
+int replace_file_locked(const std::string& path, const std::string& content, const FileFinish& finish);
+
+}  // namespace crelm::util
