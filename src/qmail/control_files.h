@@ -26,7 +26,9 @@ int qmail_add_domain(const std::string& domain, bool off);
 // Removes the domain's lines, authentication rows, assign records (every
 // record whose home is in the domain's directory, and its "+" record) and
 // directory tree. 0, or -1 when the authentication store fails (assign and
-// the tree are then left as they are). Fatal: "empty maildomain", "Unable
+// the tree are then left as they are), or after all the steps when the
+// domain's rcpthosts line could not be taken out ("Unable to remove domain
+// from rcpthosts file") or its tree not removed. Fatal: "empty maildomain", "Unable
 // to remove domain from virtualdomains file", "error while deleting from
 // file assign", "Unable to remove domain mailbox record from assign file".
 int qmail_remove_domain(const std::string& domain);

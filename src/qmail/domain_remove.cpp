@@ -16,7 +16,11 @@ int qmail_remove_domain(const std::string& domain_name) {
     }
     const std::string domain = control_domain_name(domain_name);
     const PopuserIds ids = popuser_ids_or_die("Unable to define UID or GID for user popuser");
-    if (!remove_line(kRcptHosts, domain)) {
+    // A failed removal is reported and the steps go on; the result tells
+    // the caller that the domain is still accepted (a second run removes it).
+    const bool rcpthosts_missing = file_is_missing(kRcptHosts);
+    bool removed = remove_line(kRcptHosts, domain) || rcpthosts_missing;
+    if (!removed) {
         report_failure("Unable to remove domain from rcpthosts file");
     }
     if (!remove_line(kVirtualDomains, domain + ":" + domain)) {
@@ -36,12 +40,12 @@ int qmail_remove_domain(const std::string& domain_name) {
     if (!remove_lines_containing(kUsersAssign, {home_prefix, domain_record})) {
         report_fatal("error while deleting from file assign");
     }
-    remove_tree(home_prefix);
+    removed = remove_tree(home_prefix) == 0 && removed;
     if (!remove_line_if_present(kUsersAssign, domain_record)) {
         report_fatal("Unable to remove domain mailbox record from assign file");
     }
     set_assign_mode();
-    return 0;
+    return removed ? 0 : -1;
 }
 
 int qmail_remove_from_locals(const std::string& domain_name) {

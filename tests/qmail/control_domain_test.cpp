@@ -173,6 +173,20 @@ TEST_F(ControlDomainRemoveTest, RemovingADomainTakesEveryLineUnderItsDirectoryAn
     EXPECT_EQ(auth_users(), "info@a-test\ninfo@a.test.example\ninfo@aa.test\n");
 }
 
+// A directory where the temporary copy of rcpthosts goes makes taking the
+// domain's line out fail: the other steps still run, and the result says so.
+TEST_F(ControlDomainRemoveTest, ARcpthostsLineThatCannotBeTakenOutFailsAfterTheOtherSteps) {
+    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    const StepResult step = run_step([] { return qmail_remove_domain("a.test"); });
+    EXPECT_EQ(step.status, -1);
+    expect_reported(step.printed, "Unable to open file /var/qmail/control/rcpthosts.tmp: File exists\n\n"
+                                  "System error 17: File exists\nUnable to remove domain from rcpthosts file\n");
+    EXPECT_EQ(read_file(kRcptHostsPath), "localhost\na.test\na.test.example\naa.test\na-test\n");
+    EXPECT_EQ(read_file(kVirtualDomainsPath), "a.test.example:a.test.example\naa.test:aa.test\na-test:a-test\n");
+    EXPECT_FALSE(path_exists("/var/qmail/mailnames/a.test"));
+    EXPECT_EQ(auth_users(), "info@a-test\ninfo@a.test.example\ninfo@aa.test\n");
+}
+
 TEST_F(ControlDomainRemoveTest, AnEmptyDomainEndsTheProgram) {
     const ProcessResult run = run_in_child([] { return qmail_remove_domain(""); });
     EXPECT_EQ(run.status, 1);
