@@ -1,17 +1,13 @@
 #include "mailbox/abandoned_temporaries.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
 #include <string_view>
-#include <vector>
 
 #include "mailbox/open_directory.h"
+#include "util/stale_entries.h"
 
 namespace crelm::mailbox {
 namespace {
@@ -26,10 +22,6 @@ bool all_digits(std::string_view text) {
 }
 
 bool process_runs(long pid) { return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM; }
-
-struct DirCloser {
-    void operator()(DIR* dir) const { ::closedir(dir); }
-};
 
 }  // namespace
 
@@ -46,30 +38,13 @@ bool maildirsize_temporary_writer(const std::string& name, const std::string& ho
 }
 
 void remove_abandoned_maildirsize_temporaries(int maildir_fd, const std::string& host) {
-    crelm::util::UniqueFd tmp = open_directory_at(maildir_fd, "tmp");
+    const crelm::util::UniqueFd tmp = open_directory_at(maildir_fd, "tmp");
     if (!tmp.valid())
         return;
-    // The listing gets a descriptor of its own; the names are removed
-    // through the one kept open, after the listing is done.
-    const int listing_fd = ::dup(tmp.get());
-    if (listing_fd < 0)
-        return;
-    std::unique_ptr<DIR, DirCloser> listing(::fdopendir(listing_fd));
-    if (!listing) {
-        ::close(listing_fd);
-        return;
-    }
-    std::vector<std::string> abandoned;
-    while (const dirent* entry = ::readdir(listing.get())) {
+    crelm::util::remove_stale_entries(tmp.get(), [&](std::string_view name) {
         long pid = 0;
-        if (maildirsize_temporary_writer(entry->d_name, host, pid) && pid != ::getpid() && !process_runs(pid))
-            abandoned.emplace_back(entry->d_name);
-    }
-    for (const std::string& name : abandoned) {
-        struct stat info {};
-        if (::fstatat(tmp.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(info.st_mode))
-            ::unlinkat(tmp.get(), name.c_str(), 0);
-    }
+        return maildirsize_temporary_writer(std::string(name), host, pid) && pid != ::getpid() && !process_runs(pid);
+    });
 }
 
 }  // namespace crelm::mailbox

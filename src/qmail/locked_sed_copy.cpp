@@ -1,20 +1,18 @@
 #include "qmail/locked_sed_copy.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string_view>
-#include <vector>
 
 #include "qmail/qmail_report.h"
 #include "util/file_lock.h"
 #include "util/nofollow.h"
 #include "util/process.h"
+#include "util/stale_entries.h"
 #include "util/child_wait.h"
 #include "util/temp_file.h"
 
@@ -69,33 +67,11 @@ bool is_copy_of(std::string_view entry, const std::string& name) {
     return true;
 }
 
-struct DirCloser {
-    void operator()(DIR* dir) const { ::closedir(dir); }
-};
-
 // Copies that an earlier edit of the same file left when it was killed
 // between making its copy and renaming it. Every such edit holds the
 // file's lock, which this one holds now, so none of them is still at work.
-// Removed by name in the opened directory, never followed; best effort.
 void remove_abandoned_copies(int dir_fd, const std::string& name) {
-    const int listing_fd = ::openat(dir_fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (listing_fd < 0)
-        return;
-    std::unique_ptr<DIR, DirCloser> listing(::fdopendir(listing_fd));
-    if (!listing) {
-        ::close(listing_fd);
-        return;
-    }
-    std::vector<std::string> abandoned;
-    while (const dirent* entry = ::readdir(listing.get())) {
-        if (is_copy_of(entry->d_name, name))
-            abandoned.emplace_back(entry->d_name);
-    }
-    for (const std::string& copy : abandoned) {
-        struct stat info {};
-        if (::fstatat(dir_fd, copy.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISDIR(info.st_mode))
-            ::unlinkat(dir_fd, copy.c_str(), 0);
-    }
+    crelm::util::remove_stale_entries(dir_fd, [&](std::string_view entry) { return is_copy_of(entry, name); });
 }
 
 bool rewrite(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {
