@@ -2,6 +2,9 @@
 // seeded server.
 #include "e2e/domain_test_support.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace sorvane::test {
 namespace {
 
@@ -133,6 +136,29 @@ TEST_F(DomainAliasTest, RemovingWithAFailingAuthenticationStoreLogsAndEndsWith1)
     const auto domains = views({kDomain, kAliasOne, kAliasTwo});
     expected.auth_domains = expected_auth_domains(domains);
     expected.auth_users = expected_auth_users(domains);
+    expect_server_state(read_server_state(), expected);
+}
+
+// A directory where rcpthosts' temporary copy goes: the alias's rcpthosts
+// line cannot be taken out. Every other step still runs, the command ends
+// with 1 and says why, and the same command run again finishes the job.
+TEST_F(DomainAliasTest, RemovingWhenRcpthostsCannotBeRewrittenEndsWith1AndARerunFinishes) {
+    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    const auto args =
+        with_lists({"--del-domain-alias", "--domain-name=example.test", "--domain-alias-name=alias-two.test"});
+    const ProcessResult failed = run_sorvane(args);
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_NE(failed.err.find("Unable to remove domain alias from rcpthosts file\n"), std::string::npos)
+        << failed.err;
+    ServerState expected = second_removed_state();
+    expected.rcpthosts = seeded_server_state().rcpthosts;
+    expect_server_state(read_server_state(), expected);
+
+    ASSERT_EQ(rmdir("/var/qmail/control/rcpthosts.tmp"), 0);
+    expect_silent_success(run_sorvane(args));
+    expected = second_removed_state();
+    expected.qmail_newu_calls = repeated(kNewuCall, 2);
+    expected.killall_calls = repeated(kReloadCall, 2);
     expect_server_state(read_server_state(), expected);
 }
 
