@@ -17,6 +17,7 @@
 #include "mailbox/open_directory.h"
 #include "mailbox/report.h"
 #include "mailbox/temporary_maildir_file.h"
+#include "util/fd_copy.h"
 
 namespace {
 
@@ -58,18 +59,6 @@ bool create_temporary(TemporaryMaildirFile& file, int maildir_fd, const std::str
     return fail("Maximal allowed number of attempts to create a maildirsize file exceeded", EAGAIN);
 }
 
-bool write_all(int fd, const std::string& text) {
-    std::size_t written = 0;
-    while (written < text.size()) {
-        const ssize_t n = write(fd, text.data() + written, text.size() - written);
-        if (n < 0 && (errno == EAGAIN || errno == EINTR))
-            continue;
-        if (n < 0)
-            return false;
-        written += static_cast<std::size_t>(n);
-    }
-    return true;
-}
 
 // The time as the filesystem stamps it, read by stamping the open temporary
 // file. Clocks of the process run ahead of or behind those stamps; mail that
@@ -106,7 +95,7 @@ bool write_counted_totals(TemporaryMaildirFile& file, int maildir_fd, const std:
         return false;
     const std::string text =
         crelm::mailbox::maildirsize_text(quota_bytes, quota_count, totals.bytes, totals.count);
-    if (!write_all(file.fd(), text))
+    if (!crelm::util::write_all(file.fd(), text))
         return fail("unable to write data to file", errno);
     if (fsync(file.fd()) != 0 || file.close() != 0)
         return fail("unable to commit written data to file", errno);

@@ -67,9 +67,13 @@ bool remove_line_if_present(const char* path, const std::string& line) {
     return (present && !*present) || remove_line(path, line);
 }
 
-bool file_is_missing(const char* path) {
+LineRemoval take_line_out(const char* path, const std::string& line, bool every_time) {
     struct stat info {};
-    return ::lstat(path, &info) != 0 && errno == ENOENT;
+    const bool missing = ::lstat(path, &info) != 0 && errno == ENOENT;
+    const bool removed = every_time ? remove_line(path, line) : remove_line_if_present(path, line);
+    if (removed)
+        return LineRemoval::taken_out;
+    return missing ? LineRemoval::no_file : LineRemoval::failed;
 }
 
 bool remove_lines_containing(const char* path, const std::vector<std::string>& texts) {

@@ -15,10 +15,14 @@ bool remove_line(const char* path, const std::string& line);
 // make sure the line ends up present exactly once. A file that cannot be
 // read goes to remove_line, which reports why.
 bool remove_line_if_present(const char* path, const std::string& line);
-// Whether the file does not exist: a removal from it fails (file_str's
-// rule), yet there is then no line to take out, which the steps that only
-// need the line gone do not count as a failure.
-bool file_is_missing(const char* path);
+// What taking a line out came to. A removal from a missing file fails
+// (file_str's rule) and is reported as such by the steps, yet there is then
+// no line to take out: the steps that only need the line gone do not count
+// it as a failure of theirs.
+enum class LineRemoval { taken_out, no_file, failed };
+// remove_line_if_present (or remove_line when every_time is set), told
+// apart as above.
+LineRemoval take_line_out(const char* path, const std::string& line, bool every_time = false);
 // Takes out every line that contains any of texts anywhere.
 bool remove_lines_containing(const char* path, const std::vector<std::string>& texts);
 // Appends line at the end (rcpthosts, virtualdomains).

@@ -20,22 +20,20 @@ void require_names(const std::string& domain, const std::string& alias) {
 // Both return whether the old line could be taken out first: a failure there
 // is reported and the line appended anyway, as it must be there in any case.
 bool put_alias_in_rcpthosts(const std::string& alias) {
-    const bool missing = file_is_missing(kRcptHosts);
-    const bool removed = remove_line_if_present(kRcptHosts, alias);
-    if (!removed) {
+    const LineRemoval removal = take_line_out(kRcptHosts, alias);
+    if (removal != LineRemoval::taken_out) {
         report_failure("Unable to remove domain record alias from rcpthosts file");
     }
     if (!append_line(kRcptHosts, alias)) {
         remove_line(kRcptHosts, alias);
         report_fatal("Unable to add domain record alias to rcpthosts.");
     }
-    return removed || missing;
+    return removal != LineRemoval::failed;
 }
 
 bool put_alias_in_virtualdomains(const std::string& alias_line, const std::string& alias) {
-    const bool missing = file_is_missing(kVirtualDomains);
-    const bool removed = remove_line_if_present(kVirtualDomains, alias_line);
-    if (!removed) {
+    const LineRemoval removal = take_line_out(kVirtualDomains, alias_line);
+    if (removal != LineRemoval::taken_out) {
         report_failure("Unable to remove domain record alias from virtualdomains.");
     }
     if (!append_line(kVirtualDomains, alias_line)) {
@@ -45,7 +43,7 @@ bool put_alias_in_virtualdomains(const std::string& alias_line, const std::strin
         remove_line(kRcptHosts, alias);
         report_fatal("Unable to add domain record alias to virtualdomains.");
     }
-    return removed || missing;
+    return removal != LineRemoval::failed;
 }
 
 }  // namespace
@@ -66,14 +64,13 @@ int qmail_remove_domain_alias(const std::string& domain_name, const std::string&
     require_names(domain_name, alias_name);
     const std::string domain = control_domain_name(domain_name);
     const std::string alias = control_domain_name(alias_name);
-    const bool missing = file_is_missing(kRcptHosts);
-    const bool taken_out = remove_line(kRcptHosts, alias);
-    if (!taken_out) {
+    const LineRemoval removal = take_line_out(kRcptHosts, alias, true);
+    if (removal != LineRemoval::taken_out) {
         report_failure("Unable to remove domain alias from rcpthosts file");
     }
     if (!remove_line(kVirtualDomains, alias + ":" + domain)) {
         report_fatal("Unable to remove domain alias from virtualdomains file");
     }
     remove_qmail_default(alias);
-    return taken_out || missing ? 0 : -1;
+    return removal == LineRemoval::failed ? -1 : 0;
 }

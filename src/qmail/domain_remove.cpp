@@ -18,11 +18,11 @@ int qmail_remove_domain(const std::string& domain_name) {
     const PopuserIds ids = popuser_ids_or_die("Unable to define UID or GID for user popuser");
     // A failed removal is reported and the steps go on; the result tells
     // the caller that the domain is still accepted (a second run removes it).
-    const bool rcpthosts_missing = file_is_missing(kRcptHosts);
-    bool removed = remove_line(kRcptHosts, domain) || rcpthosts_missing;
-    if (!removed) {
+    const LineRemoval removal = take_line_out(kRcptHosts, domain, true);
+    if (removal != LineRemoval::taken_out) {
         report_failure("Unable to remove domain from rcpthosts file");
     }
+    bool removed = removal != LineRemoval::failed;
     if (!remove_line(kVirtualDomains, domain + ":" + domain)) {
         report_fatal("Unable to remove domain from virtualdomains file");
     }

@@ -29,19 +29,18 @@ int qmail_domain_on(const std::string& domain_name) {
     // A failed removal is no reason to stop, since the append that follows
     // makes the line present in any case; but the line may now be there
     // twice, so the result says that a step failed.
-    const bool rcpthosts_missing = file_is_missing(kRcptHosts);
-    bool once = remove_line_if_present(kRcptHosts, domain) || rcpthosts_missing;
+    bool once = take_line_out(kRcptHosts, domain) != LineRemoval::failed;
     if (!append_line(kRcptHosts, domain)) {
         report_failure("Unable to add record to rcpthosts.");
         return -1;
     }
     const std::string line = domain + ":" + domain;
-    const bool missing = file_is_missing(kVirtualDomains);
-    if (!remove_line_if_present(kVirtualDomains, line)) {
+    const LineRemoval removal = take_line_out(kVirtualDomains, line);
+    if (removal != LineRemoval::taken_out) {
         // reported even for a missing file, as this step always was
         report_failure("Unable to remove record from virtualdomains.");
-        once = once && missing;
     }
+    once = once && removal != LineRemoval::failed;
     if (!append_line(kVirtualDomains, line)) {
         report_failure("Unable to add record to virtualdomains.");
         return -1;

@@ -41,8 +41,10 @@ int append_default_line(const std::string& path) {
             content += '\n';
         return std::optional<std::string>(content);
     };
+    // Without a known mail owner the file keeps root as owner here; the
+    // owner step that follows reports that.
     const auto owned = [&](int fd) {
-        return owner.known() && ::fchown(fd, owner.uid, owner.gid) == 0 && ::fchmod(fd, kDotQmailMode) == 0;
+        return (!owner.known() || ::fchown(fd, owner.uid, owner.gid) == 0) && ::fchmod(fd, kDotQmailMode) == 0;
     };
     if (read_default_delivery(line) != 0 || crelm::util::replace_file_locked(path, appended, owned) != 0) {
         log_error("Unable to add delivery string to '%s'", path.c_str());

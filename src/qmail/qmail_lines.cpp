@@ -31,6 +31,8 @@ int write_qmail_lines(const std::string& path, const std::vector<std::string>& l
     if (!owner.known())
         return -1;
     const std::string content = joined(lines);
+    // The old content is read (and dropped) only so that a link, FIFO or
+    // device at path is refused, as this step always has.
     const int written = crelm::util::replace_file_locked(
         path, [&](std::string_view) { return std::optional<std::string>(content); },
         [&](int fd) { return ::fchown(fd, owner.uid, owner.gid) == 0 && ::fchmod(fd, kDotQmailMode) == 0; });

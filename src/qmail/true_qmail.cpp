@@ -3,6 +3,7 @@
 #include "qmail/mailname_files.h"
 #include "qmail/qmail_report.h"
 #include "qmail/true_qmail.h"
+#include "util/fd_copy.h"
 #include "util/nofollow.h"
 #include "util/temp_file.h"
 
@@ -38,17 +39,6 @@ crelm::util::UniqueFd open_dot_qmail(const crelm::util::ParentDir& parent) {
     return file;
 }
 
-bool write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
 
 // The text of a failure of the call that just failed.
 std::string failure_text(const char* format, const std::string& path) {
@@ -70,7 +60,7 @@ std::optional<std::string> write_true_line(const std::string& path) {
     crelm::util::UniqueFd file = open_dot_qmail(parent);
     if (!file.valid())
         return failure_text("Unable to open '%s': %s", path);
-    if (!write_all(file.get(), kTrueLine)) {
+    if (!crelm::util::write_all(file.get(), kTrueLine)) {
         const std::string text = failure_text("Unable to write to '%s': %s", path);
         ::unlinkat(parent.fd.get(), parent.name.c_str(), 0);
         return text;

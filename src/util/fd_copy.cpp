@@ -6,25 +6,20 @@
 
 namespace crelm::util {
 
-namespace {
-
-bool write_all(int to, const char* data, ssize_t length) {
-    while (length > 0) {
-        const ssize_t written = ::write(to, data, static_cast<size_t>(length));
-        if (written < 0 && errno == EINTR)
+bool write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(fd, text.data(), text.size());
+        if (written < 0 && (errno == EINTR || errno == EAGAIN))
             continue;
         if (written <= 0) {
             if (written == 0)
                 errno = EIO;
             return false;
         }
-        data += written;
-        length -= written;
+        text.remove_prefix(static_cast<std::size_t>(written));
     }
     return true;
 }
-
-}  // namespace
 
 CopyFailure copy_descriptor(int from, int to) {
     char block[8192];
@@ -36,7 +31,7 @@ CopyFailure copy_descriptor(int from, int to) {
             return CopyFailure::read;
         if (got == 0)
             return CopyFailure::none;
-        if (!write_all(to, block, got))
+        if (!write_all(to, std::string_view(block, static_cast<std::size_t>(got))))
             return CopyFailure::write;
     }
 }

@@ -1,7 +1,14 @@
-// Copying everything from one descriptor to another.
+// Copying everything from one descriptor to another, and writing a whole
+// text to one.
 #pragma once
 
+#include <string_view>
+
 namespace crelm::util {
+
+// Writes all of text, going on after short writes and interruptions. false
+// with errno set on failure (a write that wrote nothing counts as EIO).
+bool write_all(int fd, std::string_view text);
 
 enum class CopyFailure { none, read, write };
 

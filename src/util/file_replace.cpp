@@ -9,6 +9,7 @@
 
 #include "runtime/log.h"
 #include "util/file_lock.h"
+#include "util/fd_copy.h"
 #include "util/nofollow.h"
 #include "util/temp_file.h"
 #include "util/unique_fd.h"
@@ -49,17 +50,6 @@ Read read_regular(int dir_fd, const std::string& name, std::string& content) {
     }
 }
 
-bool write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
 
 // edit is null when the old content does not matter and is not read.
 int replace(const std::string& path, const ContentEdit* edit, const std::string* whole, const FileFinish& finish) {
