@@ -7,6 +7,8 @@
 
 #include <syslog.h>
 
+#include <string>
+
 namespace {
 
 // The id of an existing domain row: 1 found, 0 none, -1 failed.
@@ -26,26 +28,37 @@ int find_domain_id(const std::string& domain, sqlite3* db, int& id) {
     return -1;
 }
 
-int insert_domain(const std::string& domain, sqlite3* db, int flags) {
+// The new row's id, or -1 with the store's error text in error.
+int insert_domain(const std::string& domain, sqlite3* db, int flags, std::string& error) {
     const int status =
         (flags & kMailAuthDomainDisabled) != 0 ? kMailAuthDomainStatusDisabled : kMailAuthDomainStatusEnabled;
-    const auto report = [](const char* error) {
-        log_message(LOG_ERR, "Unable to execute the mail domain authentication registration query: %s", error);
-    };
+    const auto keep = [&](const char* text) { error = text; };
     if (run_auth_write(db, mail_auth_sql::kInsertDomain, {{AuthParam::DomainName, &domain}, {AuthParam::Status, status}},
-                       report) != 0)
+                       keep) != 0)
         return -1;
     return static_cast<int>(sqlite3_last_insert_rowid(db));
 }
 
 }  // namespace
 
+// Two panels may both find no row for a new domain and both insert one; the
+// second insert then fails on the unique name. The row the other panel made
+// is the one wanted, so it is looked up again before the failure counts.
 int get_mail_domain_id(const std::string& domain, sqlite3* db, int flags) {
     int id = -1;
     const int found = find_domain_id(domain, db, id);
     if (found < 0)
         return -1;
-    return found == 1 ? id : insert_domain(domain, db, flags);
+    if (found == 1)
+        return id;
+    std::string error;
+    const int inserted = insert_domain(domain, db, flags, error);
+    if (inserted >= 0)
+        return inserted;
+    if (find_domain_id(domain, db, id) == 1)
+        return id;
+    log_message(LOG_ERR, "Unable to execute the mail domain authentication registration query: %s", error.c_str());
+    return -1;
 }
 
 int set_mail_auth_domain_status(const std::string& domain, int status) {

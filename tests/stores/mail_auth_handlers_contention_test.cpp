@@ -5,6 +5,11 @@
 
 #include <chrono>
 #include <memory>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace sorvane::test {
 namespace {
@@ -54,6 +59,47 @@ TEST_F(StoreContentionTest, HandlersStoreBatchWaitsForTheLockThenSucceeds) {
     EXPECT_EQ(sqlite_cli(mail_handlers_db_path(), "SELECT address FROM handlers ORDER BY address;"),
               "contact@example.com\ninfo@example.com\n");
     EXPECT_TRUE(logged().empty());
+}
+
+}  // namespace
+}  // namespace sorvane::test
+
+namespace sorvane::test {
+namespace {
+
+using DomainRaceTest = MailAuthStoreTest;
+
+// Eight panels register users of a domain the store does not know yet, all
+// at once: each finds no domain row and inserts one, and all but the first
+// insert meet the unique name. Each takes the row another one made.
+TEST_F(DomainRaceTest, PanelsRegisteringUsersOfANewDomainAtOnceAllSucceed) {
+    constexpr int kPanels = 8;
+    int start[2];
+    ASSERT_EQ(pipe(start), 0);
+    std::vector<pid_t> panels;
+    for (int panel = 0; panel < kPanels; ++panel) {
+        const pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            close(start[1]);
+            char go = 0;
+            const bool started = read(start[0], &go, 1) == 1;
+            const std::string name = "user" + std::to_string(panel);
+            _exit(started && set_mail_auth_password(name, "fresh.example", "secret", 0) == 0 ? 0 : 1);
+        }
+        panels.push_back(pid);
+    }
+    close(start[0]);
+    const std::string go(kPanels, 'g');
+    ASSERT_EQ(write(start[1], go.data(), go.size()), kPanels);
+    close(start[1]);
+    for (const pid_t pid : panels) {
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(), "SELECT name FROM domains;"), "fresh.example\n");
+    EXPECT_EQ(sqlite_cli(mail_auth_db_path(), "SELECT count(*) FROM users;"), "8\n");
 }
 
 }  // namespace
