@@ -182,16 +182,30 @@ TEST_F(ProcessHygieneTest, WithSigchldIgnoredOrBlockedARenameCompletesAsUsual) {
     expect_server_state(read_server_state(), expected);
 }
 
-TEST_F(ProcessHygieneTest, ChildrenInheritNeitherAnIgnoredNorABlockedSigchld) {
-    seed_empty_server();
+// Whether the killall fake found SIGCHLD blocked and ignored (1 or 0), once the add ran with
+// odd_process_state given state.
+std::string child_signal_state(const std::vector<std::string>& state) {
     const std::string seen = scratch_dir() + "/signal-state";
-    // Read by the shell itself: a command it forks would show the mask the
-    // shell sets while it waits.
-    install_fake("/usr/bin/killall", "while read -r line; do case $line in Sig[BI][lg][kn]:*) echo \"$line\";; esac; "
-                                     "done < /proc/$$/status >> " + seen);
-    expect_silent_success(
-        run_sorvane_in({"--ignore-sigchld", "--block-sigchld"}, {"--add-domain", "--domain-name=fresh.test"}));
-    EXPECT_EQ(read_file(seen), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+    // Not a shell: a shell sets its own mask as it starts.
+    install_program("/usr/bin/killall", "#!/usr/bin/perl\n"
+                                        "open(my $in, '<', '/proc/self/status') or exit 1;\n"
+                                        "open(my $out, '>>', '" + seen + "') or exit 1;\n"
+                                        "while (<$in>) {\n"
+                                        "    printf $out \"SIGCHLD %s %d\\n\", $1, (hex(substr($2, -8)) >> 16) & 1\n"
+                                        "        if /^Sig(Blk|Ign):\\s*([0-9a-f]+)/;\n"
+                                        "}\n");
+    expect_silent_success(run_sorvane_in(state, {"--add-domain", "--domain-name=fresh.test"}));
+    return read_file(seen);
+}
+
+TEST_F(ProcessHygieneTest, ChildrenDoNotInheritABlockedSigchld) {
+    seed_empty_server();
+    EXPECT_EQ(child_signal_state({"--block-sigchld"}), "SIGCHLD Blk 0\nSIGCHLD Ign 0\n");
+}
+
+TEST_F(ProcessHygieneTest, ChildrenDoNotInheritAnIgnoredSigchld) {
+    seed_empty_server();
+    EXPECT_EQ(child_signal_state({"--ignore-sigchld", "--block-sigchld"}), "SIGCHLD Blk 0\nSIGCHLD Ign 0\n");
 }
 
 // ---- children that stop or leave a grandchild ----

@@ -61,10 +61,12 @@ TEST_F(PopenExecTest, AGrandchildHoldingTheInputPipeDoesNotHoldTheCaller) {
     const std::string fifo = scratch_dir() + "/gate";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string input(1 << 20, 'i');
-    // The grandchild keeps the input pipe open without reading it, blocked
-    // on the fifo until this test opens it; the shell itself ends at once.
-    const auto printed =
-        printed_by([&] { EXPECT_EQ(popen_exec("cat " + fifo + " >/dev/null <&0 & exit 0", input), -1); });
+    // The grandchild keeps the input pipe open (through descriptor 3, since a
+    // background command's own standard input is /dev/null) without reading
+    // it, blocked on the fifo until this test opens it; the shell itself
+    // ends at once.
+    const std::string command = "exec 3<&0; cat " + fifo + " >/dev/null <&3 3<&- & exit 0";
+    const auto printed = printed_by([&] { EXPECT_EQ(popen_exec(command, input), -1); });
     const std::regex expected("Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
     EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
     const int gate = open(fifo.c_str(), O_WRONLY);
