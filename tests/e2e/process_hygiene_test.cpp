@@ -102,7 +102,10 @@ ProcessResult traced_run(const std::vector<std::string>& args, std::string& trac
                                   "trace=execve,umask,open,openat,creat,mkdir,mkdirat,chmod,fchmod,fchmodat",
                                   test_program_path("odd_process_state"), "--umask=000", "--", sorvane_path()};
     argv.insert(argv.end(), args.begin(), args.end());
-    const ProcessResult result = run_process(argv);
+    // The leak checker of a sanitizer build cannot run under a tracer.
+    RunOptions options;
+    options.env = {"ASAN_OPTIONS=detect_leaks=0"};
+    const ProcessResult result = run_process(argv, options);
     for (const auto& entry : fs::directory_iterator(dir))
         if (read_file(entry.path()).find("execve(\"" + sorvane_path() + "\"") != std::string::npos)
             trace = entry.path();
