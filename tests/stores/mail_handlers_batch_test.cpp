@@ -50,8 +50,10 @@ TEST_F(MailHandlersBatchTest, CloneKeepsEveryColumnOfEveryRow) {
               "7|4|2|5000000000|notify|contact@example.com|/usr/bin/notify|ctx notify|1\n"
               "1|2|1|5|spam|contact@example.com|/usr/lib/handlers/spam|ctx-spam|0\n"
               "1|2|0|9|virus|contact@example.com|/usr/lib/handlers/virus|ctx-virus|0\n");
-    EXPECT_EQ(rows("SELECT " + columns_but_address + " FROM handlers WHERE address='contact@example.com' ORDER BY name;"),
-              rows("SELECT " + columns_but_address + " FROM handlers WHERE address='info@example.com' ORDER BY name;"));
+    const auto columns_at = [&](const std::string& address) {
+        return rows("SELECT " + columns_but_address + " FROM handlers WHERE address='" + address + "' ORDER BY name;");
+    };
+    EXPECT_EQ(columns_at("contact@example.com"), columns_at("info@example.com"));
     EXPECT_TRUE(logged().empty());
 }
 
