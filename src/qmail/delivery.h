@@ -56,7 +56,10 @@ int write_qmail_lines(const std::string& path, const std::vector<std::string>& l
 // could not be executed), or -1 when it was killed or could not be waited
 // for. Runs are one at a time across processes: each holds the exclusive
 // lock of the path "/var/qmail/bin/qmail-newu" in the lock directory.
-// Its standard error is the caller's.
+// Its standard error is the caller's. The caller's edits of assign must be
+// done: when, by the time its turn comes, a rebuild that began after the
+// call has completed, that rebuild already compiled them and its result is
+// returned without another run (qmail/newu_generations.h).
 int qmail_newu();
 // "/usr/bin/killall -1 qmail-send"; when that fails, logs "Reload of
 // qmail-send failed, performing full restart" (info) and returns
