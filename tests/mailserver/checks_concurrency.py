@@ -10,10 +10,11 @@ sets), the compiled table that qmail-newu built answers every mail name,
 no temporary file is left and the lock directory is sorvane's own."""
 import os
 import random
+import stat
 import threading
 
 from checks_deliveries import PASSWORD, need
-from mailserver import (MAILNAMES, QMAIL, WITHOUT_PICTURE, Domain, option, read, SuiteError, assigned_home,
+from mailserver import (MAILNAMES, QMAIL, RUNTIME_DIR, WITHOUT_PICTURE, Domain, option, read, SuiteError, assigned_home,
                         describe_difference, server_state, temporary_files)
 
 GROUP = "concurrency"
@@ -22,8 +23,9 @@ COMMANDS = 200
 DOMAIN = "example.com"
 # The most domains of its own that a panel keeps at one time.
 OWN_DOMAINS = 2
-# Where the commands take their per-file locks: sorvane makes it when missing.
-LOCK_DIRECTORY = "/run/sorvane/locks"
+# Where the commands take their per-file locks: sorvane makes it, for root
+# alone, when it is missing (each fresh server starts without it).
+LOCK_DIRECTORY = RUNTIME_DIR + "/locks"
 # Files whose lines are added at the top or appended at the end: with
 # several panels at once their order is the order the panels came in.
 ORDERED_BY_ARRIVAL = ("/var/qmail/control/rcpthosts", "/var/qmail/control/virtualdomains",
@@ -216,6 +218,23 @@ def unanswered(workers, run):
     return wrong
 
 
+def lock_directory_problems():
+    """What is wrong with the lock directory that the panels' first commands
+    made on a fresh server: it must be a directory of root's, for root
+    alone, and the old shared lock directory must not have come back."""
+    problems = []
+    try:
+        info = os.lstat(LOCK_DIRECTORY)
+    except FileNotFoundError:
+        return ["%s was not made" % LOCK_DIRECTORY]
+    if not stat.S_ISDIR(info.st_mode) or info.st_uid != 0 or stat.S_IMODE(info.st_mode) != 0o700:
+        problems.append("%s is %s, owner %d, not a directory of root's with mode 0700"
+                        % (LOCK_DIRECTORY, oct(info.st_mode), info.st_uid))
+    if os.path.lexists("/run/lock/files"):
+        problems.append("/run/lock/files was made")
+    return problems
+
+
 def one_round(server, round_number):
     workers = plan(round_number)
     prepare(server)
@@ -228,6 +247,7 @@ def one_round(server, round_number):
         thread.join()
     concurrent = server_state()
     left = temporary_files()
+    locks = lock_directory_problems()
     lookups = unanswered(workers, "concurrent")
     prepare(server)
     sequential_statuses = []
@@ -245,6 +265,7 @@ def one_round(server, round_number):
                         describe_difference(normalised(sequential), normalised(concurrent)))
     if left:
         problems.append("temporary files left: %s" % left)
+    problems += locks
     if lookups:
         problems.append("users/cdb does not answer: %s" % lookups[:10])
     failed_sequential = [(c, s, e) for c, s, e in sequential_statuses if s != 0]
