@@ -311,7 +311,7 @@ TEST_F(ConcurrentPanelsTest, RenamesBesideAdditionsLoseNoLineOfACommandThatSucce
         if (HasFatalFailure())
             return;
     }
-    EXPECT_EQ(commands_run_, kPanels * kRounds * 8);
+    EXPECT_EQ(commands_run_, kPanels * kRounds * static_cast<int>(panel_commands(0, 0).size()));
     EXPECT_EQ(failed_, std::vector<std::string>{});
 
     const ExpectedLines expected = expected_lines(pictures_);
