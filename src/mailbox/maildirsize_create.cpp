@@ -18,6 +18,7 @@
 #include "mailbox/report.h"
 #include "mailbox/temporary_maildir_file.h"
 #include "util/fd_copy.h"
+#include "util/file_lock.h"
 
 namespace {
 
@@ -104,8 +105,9 @@ bool write_counted_totals(TemporaryMaildirFile& file, int maildir_fd, const std:
 
 }  // namespace
 
-bool maildirsize_create(const std::string& maildir, uid_t uid, gid_t gid, long long quota_bytes,
-                        long long quota_count) {
+namespace {
+
+bool create_locked(const std::string& maildir, uid_t uid, gid_t gid, long long quota_bytes, long long quota_count) {
     std::string host;
     if (!host_name_for_file_names(host))
         return false;
@@ -126,4 +128,20 @@ bool maildirsize_create(const std::string& maildir, uid_t uid, gid_t gid, long l
     if (!file.commit(maildir_fd.get(), "maildirsize"))
         return fail("Unable to rename tmp/" + file.name() + " to maildirsize: " + std::strerror(errno), errno);
     return mark_stale_if_mail_arrived(maildir, maildir_fd.get(), count_start);
+}
+
+}  // namespace
+
+// Two writers of one maildirsize take turns under its lock, the lock every
+// editor of a shared file takes: each writes a whole recount, and the later
+// one renames its file into place last.
+bool maildirsize_create(const std::string& maildir, uid_t uid, gid_t gid, long long quota_bytes,
+                        long long quota_count) {
+    const std::string path = maildir + "/maildirsize";
+    FileLock lock = lock_file(path, LockPlace::lock_directory);
+    if (!lock.held())
+        return fail("Error occurred while locking the file " + path + ": " + std::strerror(errno), errno);
+    const bool created = create_locked(maildir, uid, gid, quota_bytes, quota_count);
+    unlock_file(lock);
+    return created;
 }

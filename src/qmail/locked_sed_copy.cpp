@@ -56,22 +56,13 @@ bool give_attributes(crelm::util::TempFile& temp, const SedCopyAttributes& attri
     return true;
 }
 
-// Whether entry is a copy "<name>.mail.XXXXXX" of this edit.
-bool is_copy_of(std::string_view entry, const std::string& name) {
-    const std::string prefix = name + ".mail.";
-    if (entry.size() != prefix.size() + 6 || !entry.starts_with(prefix))
-        return false;
-    for (char c : entry.substr(prefix.size()))
-        if (!(c >= '0' && c <= '9') && !(c >= 'a' && c <= 'z') && !(c >= 'A' && c <= 'Z'))
-            return false;
-    return true;
-}
-
 // Copies that an earlier edit of the same file left when it was killed
 // between making its copy and renaming it. Every such edit holds the
 // file's lock, which this one holds now, so none of them is still at work.
 void remove_abandoned_copies(int dir_fd, const std::string& name) {
-    crelm::util::remove_stale_entries(dir_fd, [&](std::string_view entry) { return is_copy_of(entry, name); });
+    const std::string prefix = name + ".mail.";
+    crelm::util::remove_stale_entries(
+        dir_fd, [&](std::string_view entry) { return crelm::util::is_unique_temporary(entry, prefix); });
 }
 
 bool rewrite(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {

@@ -6,7 +6,7 @@
 #include <string>
 
 // Copies source onto destination ("-" is standard output) under the
-// destination's lock in "/run/lock/files", in blocks of 8192 bytes; the
+// destination's lock in the lock directory, in blocks of 8192 bytes; the
 // destination is created with the source's mode and never written through
 // a symbolic link (reached by the walk of util/nofollow.h). The same string
 // for both is a success that does nothing.

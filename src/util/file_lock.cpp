@@ -1,7 +1,7 @@
 #include "util/file_lock.h"
 
 #include "runtime/log.h"
-#include "runtime/md5_hex.h"
+#include "util/lock_directory.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -13,14 +13,30 @@
 
 namespace {
 
-constexpr const char* kLockDirectory = "/run/lock/files";
-
 enum class Waiting { wait, fail_at_once };
 
 std::string lock_file_path(const std::string& path, LockPlace place) {
     if (place == LockPlace::the_file_itself)
         return path;
-    return std::string(kLockDirectory) + "/" + md5_hex(path);
+    return std::string(crelm::util::kLockDirectory) + "/" + crelm::util::lock_file_name(path);
+}
+
+// What open_lock_file gives when the lock directory was refused.
+constexpr int kDirectoryRefused = -2;
+
+// The lock file, readable and writable by root alone: a descriptor of any
+// kind is enough to hold an flock, so no other user may open it. In the lock
+// directory it is opened through the checked directory's handle;
+// kDirectoryRefused (reported by the check) when that directory is refused.
+int open_lock_file(const std::string& lock_path, LockPlace place) {
+    constexpr int kFlags = O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
+    if (place == LockPlace::the_file_itself)
+        return ::open(lock_path.c_str(), kFlags, 0600);
+    const crelm::util::UniqueFd directory = crelm::util::open_lock_directory();
+    if (!directory.valid())
+        return kDirectoryRefused;
+    const std::string name = lock_path.substr(lock_path.rfind('/') + 1);
+    return ::openat(directory.get(), name.c_str(), kFlags, 0600);
 }
 
 // Descriptor 0 means "not held" to the callers, so a lock file must never
@@ -35,8 +51,11 @@ int off_standard_descriptors(int fd) {
 
 FileLock take_lock(const std::string& path, LockPlace place, Waiting waiting) {
     std::string lock_path = lock_file_path(path, place);
-    const int fd =
-        off_standard_descriptors(::open(lock_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
+    const int opened = open_lock_file(lock_path, place);
+    // A refused lock directory has been reported; it is never waited on.
+    if (opened == kDirectoryRefused)
+        return FileLock(0, std::move(lock_path));
+    const int fd = off_standard_descriptors(opened);
     if (fd < 0) {
         report_error(0, 0, "Unable to open file \"%s\": %s.", lock_path.c_str(), std::strerror(errno));
         return FileLock(0, std::move(lock_path));

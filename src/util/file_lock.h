@@ -3,8 +3,9 @@
 
 #include <string>
 
-// Where the lock file lives: under "/run/lock/files", named by the MD5 of the
-// locked path (which the program never creates), or the path itself.
+// Where the lock file lives: in the lock directory of util/lock_directory.h
+// (made and checked by this program), named by the MD5 of the locked file's
+// canonical path, or the path itself.
 enum class LockPlace { lock_directory, the_file_itself };
 
 // A held or failed lock. Going out of scope releases a held lock, like
@@ -36,10 +37,12 @@ private:
     std::string path_;
 };
 
-// Opens the lock file read-write (created, truncated, mode 0644; never
+// Opens the lock file read-write (created, truncated, mode 0600; never
 // through a symbolic link) and takes an exclusive flock, waiting for it.
 // An open failure is reported ("Unable to open file \"%s\": %s.") and gives
-// descriptor 0; a flock failure gives 0 for EAGAIN, else -1.
+// descriptor 0, and so does a lock directory that fails its checks (reported
+// by the check, errno EACCES): such a directory is never waited on. A flock
+// failure gives 0 for EAGAIN, else -1.
 FileLock lock_file(const std::string& path, LockPlace place);
 
 // The same without waiting: descriptor 0 when another process holds the lock.

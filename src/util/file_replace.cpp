@@ -69,7 +69,7 @@ int replace(const std::string& path, const ContentEdit* edit, const std::string*
     } else {
         content = *whole;
     }
-    TempFile temp = TempFile::create_fresh(parent.fd.get(), parent.name + ".tmp", path + ".tmp", 0600);
+    TempFile temp = create_temporary_beside(parent.fd.get(), parent.name, path);
     if (!temp.valid())
         return failed("Unable to open file %s: %s\n", path + ".tmp");
     if (!write_all(temp.fd(), *content))

@@ -1,5 +1,6 @@
 // Replacing a whole small file (a dot-qmail file) in one step: the new
-// content is written to "<path>.tmp" beside it, given its owner and mode,
+// content is written to a temporary file of its own beside it
+// ("<path>.tmp.XXXXXX"), given its owner and mode,
 // flushed to the disk and renamed over the file, whose directory is then
 // flushed too. Readers (qmail-local) and the next run after a crash or a
 // power cut find the old content or the new, never a missing, empty or

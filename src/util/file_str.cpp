@@ -59,26 +59,40 @@ std::string temp_path_of(const std::string& path) {
     return path + ".tmp";
 }
 
+// The unique suffix ".XXXXXX" that the temporary file's name gets after
+// "<path>.tmp".
+constexpr std::size_t kUniqueSuffix = 7;
+
 // The temporary file and its stream; the stream is null when either failed.
 struct TempOutput {
     TempFile file;
     StdioFile stream;
 };
 
+// The temporary file has a name of its own ("<path>.tmp.XXXXXX", mode 0600
+// until it gets the file's mode), so that no other writer can remove or
+// replace it; what killed edits of the file left is removed first.
 TempOutput open_temp(const Target& target) {
-    if (temp_path_of(target.path).size() >= kPathBuffer) {
+    if (temp_path_of(target.path).size() + kUniqueSuffix >= kPathBuffer) {
         errno = ENAMETOOLONG;
         return {TempFile::none(), nullptr};
     }
-    TempFile file =
-        TempFile::create_fresh(target.dir_fd(), temp_path_of(target.dir.name), temp_path_of(target.path), 0666);
+    TempFile file = crelm::util::create_temporary_beside(target.dir_fd(), target.dir.name, target.path);
     StdioFile stream = open_stream(file.release_fd(), "w");
     return {std::move(file), std::move(stream)};
 }
 
+// The mode of a file this call creates: that of a new stream file, 0666
+// less the umask.
+mode_t new_file_mode() {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return 0666 & ~mask;
+}
+
 int give_back_owner_mode(int fd, Before before, const std::string& path) {
     if (before == nullptr)
-        return 0;
+        return ::fchmod(fd, new_file_mode()) == 0 ? 0 : failed("file_str: ERROR: Unable to chmod file %s: %s", path);
     if (::fchown(fd, before->st_uid, before->st_gid) != 0)
         return failed("file_str: ERROR: Unable to chown file %s: %s", path);
     if (::fchmod(fd, before->st_mode & 07777) != 0)
@@ -186,14 +200,30 @@ void take_back_append(const Target& target, StdioFile& out, Before before) {
     errno = saved;
 }
 
+// Whether the file open on fd ends in the middle of a line: its last byte
+// (if any) is not a newline. Appending then would glue the first new line
+// onto the last old one ("x.testa.test").
+bool ends_without_newline(int fd) {
+    struct stat info {};
+    char last = '\n';
+    return ::fstat(fd, &info) == 0 && info.st_size > 0 && ::pread(fd, &last, 1, info.st_size - 1) == 1 &&
+           last != '\n';
+}
+
+int write_appended(std::FILE* out, const std::vector<std::string>& lines) {
+    if (ends_without_newline(::fileno(out)) && std::fputc('\n', out) == EOF)
+        return -1;
+    return write_lines(out, lines);
+}
+
 int append_lines(const Target& target, const std::vector<std::string>& lines, Before before) {
-    const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    const int flags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
     StdioFile out = open_stream(::openat(target.dir_fd(), target.name(), flags, 0666), "a");
     if (!out)
         return failed("Unable to open file %s: %s\n", target.path);
     // The lines reach the disk (and a new file's name its directory) before
     // the call returns.
-    if (write_lines(out.get(), lines) != 0 || std::fflush(out.get()) != 0 || ::fsync(::fileno(out.get())) != 0 ||
+    if (write_appended(out.get(), lines) != 0 || std::fflush(out.get()) != 0 || ::fsync(::fileno(out.get())) != 0 ||
         (before == nullptr && crelm::util::sync_directory(target.dir_fd()) != 0)) {
         take_back_append(target, out, before);
         return failed("Unable to write data into file %s: %s\n", target.path);
@@ -224,9 +254,28 @@ bool examine(const Target& target, struct stat& before) {
     return target.dir.fd.valid() && ::fstatat(target.dir_fd(), target.name(), &before, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// A line of a line file is one line: a newline may only end it, and a
+// carriage return or NUL inside it would be read differently by each
+// reader. An empty pattern would match, and so remove, every line.
+const char* malformed(const std::vector<std::string>& lines, LineAction action) {
+    for (const std::string& line : lines) {
+        const std::string_view text = without_newline(line);
+        if (text.find_first_of(std::string_view("\n\r\0", 3)) != std::string_view::npos)
+            return "a line holds a newline, carriage return or NUL";
+        if (action == LineAction::remove_pattern && line.empty())
+            return "an empty pattern matches every line";
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position) {
+    if (const char* why = malformed(lines, action)) {
+        errno = EINVAL;
+        report_error(0, 0, "Refused to edit file %s: %s\n", path.c_str(), why);
+        return 1;
+    }
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held())
         return failed("Error occurred while locking the file %s: %s\n", path);

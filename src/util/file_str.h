@@ -15,17 +15,24 @@ enum class LineAction {
 // out) or contains the pattern. remove_exact ignores it.
 enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 
-// Edits path under its lock in "/run/lock/files". Removals and additions at
-// the top go through "<path>.tmp", flushed to the disk (fsync) and renamed
-// onto the file, whose directory is flushed after the rename; an addition at
-// the end appends and flushes the file (and the directory of a file it
-// made), and a failed append is taken back (the file cut to its old length,
-// or removed if this call made it). So a power cut or a full disk leaves the
-// old or the new content. Lines are judged at most 4095 bytes at a time (a longer line
-// in several pieces); the file is read and written in large blocks, and every
-// kept byte is copied as it is, NUL bytes included. A file that
-// existed keeps its owner, group and mode; one created here gets 0666 less
-// the umask (the caller sets owner and mode). Result: 0, or 1 when
+// Edits path under its lock in the lock directory (util/lock_directory.h).
+// Removals and additions at the top go through a temporary file of this
+// edit's own, "<path>.tmp.XXXXXX" (mode 0600 until it gets the file's
+// mode), flushed to the disk (fsync) and renamed onto the file, whose
+// directory is flushed after the rename; copies that killed edits left are
+// removed first. An addition at the end appends and flushes the file (and
+// the directory of a file it made); when the file's last line has no
+// newline, one is written first. A failed append is taken back (the file
+// cut to its old length, or removed if this call made it). So a power cut
+// or a full disk leaves the old or the new content. Lines are judged at most
+// 4095 bytes at a time (a longer line in several pieces); the file is read
+// and written in large blocks, and every kept byte is copied as it is, NUL
+// bytes included. A file that existed keeps its owner, group and mode; one
+// created here gets 0666 less the umask (the caller sets owner and mode).
+// Result: 0, or 1 when
+//   a given line holds a newline (other than a last one), a carriage return
+//     or a NUL, or a pattern is empty: "Refused to edit file %s: %s\n"
+//     (nothing is done)
 //   the lock is not held: "Error occurred while locking the file %s: %s\n"
 //   the file cannot be examined: "file_str: Unable to stat file %s: %s\n"
 //     (the lock is then kept until the process ends)
@@ -41,9 +48,8 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 // A failed write of a kept line ends the program ("cannot write a line to
 // %s.tmp"). The file is never edited through a symbolic link: it is
 // reached by the walk of util/nofollow.h (a link a mail user planted on the
-// way fails the stat), a link at the path is refused ("Unable to open
-// file"), and one at "<path>.tmp" is replaced. The temporary file is
-// removed on every failure.
+// way fails the stat) and a link at the path is refused ("Unable to open
+// file"). The temporary file is removed on every failure.
 int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position);
 
 // file_str with a single line.

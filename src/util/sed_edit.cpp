@@ -1,6 +1,7 @@
 #include "util/sed_edit.h"
 
 #include "runtime/log.h"
+#include "util/file_lock.h"
 #include "util/nofollow.h"
 #include "util/process.h"
 #include "util/temp_file.h"
@@ -23,12 +24,18 @@ namespace {
 constexpr const char* kSed = "/bin/sed";
 constexpr std::size_t kPathBuffer = 4096;
 
+// "<path>.tmp" and the unique suffix ".XXXXXX".
+constexpr std::size_t kTempSuffix = 11;
+
+// A temporary file of this edit's own (mode 0600 until the file's
+// attributes are given back), so that no other writer removes or replaces
+// it; copies that killed edits of the file left are removed first.
 TempFile create_output(const ParentDir& dir, const std::string& path) {
-    if (path.size() + 4 >= kPathBuffer) {
+    if (path.size() + kTempSuffix >= kPathBuffer) {
         errno = ENAMETOOLONG;
         return TempFile::none();
     }
-    return TempFile::create_fresh(dir.fd.get(), dir.name + ".tmp", path + ".tmp", 0644);
+    return crelm::util::create_temporary_beside(dir.fd.get(), dir.name, path);
 }
 
 int run_sed(const std::vector<std::string>& sed_args, int in, int out) {
@@ -65,9 +72,8 @@ bool save_attributes(const ParentDir& dir, struct stat& saved) {
     return dir.fd.valid() && ::fstatat(dir.fd.get(), dir.name.c_str(), &saved, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-}  // namespace
 
-int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path) {
+int edit_locked(const std::vector<std::string>& sed_args, const std::string& path) {
     const ParentDir dir = crelm::util::open_parent(path);
     struct stat saved {};
     if (!save_attributes(dir, saved)) {
@@ -99,4 +105,21 @@ int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string&
         return -1;
     }
     return replace_with(output, dir, path);
+}
+
+}  // namespace
+
+// The edit runs under the file's lock, the one every other editor of the
+// file takes, so that a line another process adds or removes between this
+// edit's read and its rename is never lost.
+int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path) {
+    FileLock lock = lock_file(path, LockPlace::lock_directory);
+    if (!lock.held()) {
+        report_error(0, 0, "Error occurred while locking the file %s: %s\n", path.c_str(), std::strerror(errno));
+        return -1;
+    }
+    const int result = edit_locked(sed_args, path);
+    if (unlock_file(lock) != 0)
+        return -1;
+    return result;
 }

@@ -41,4 +41,22 @@ void remove_stale_entries(int dir_fd, const std::function<bool(std::string_view 
     }
 }
 
+bool is_unique_temporary(std::string_view entry, std::string_view prefix) {
+    constexpr std::size_t kSuffixLength = 6;
+    if (entry.size() != prefix.size() + kSuffixLength || !entry.starts_with(prefix))
+        return false;
+    for (const char c : entry.substr(prefix.size()))
+        if (!(c >= '0' && c <= '9') && !(c >= 'a' && c <= 'z') && !(c >= 'A' && c <= 'Z'))
+            return false;
+    return true;
+}
+
+void remove_abandoned_temporaries(int dir_fd, const std::string& name) {
+    const std::string old_style = name + ".tmp";
+    const std::string prefix = old_style + ".";
+    remove_stale_entries(dir_fd, [&](std::string_view entry) {
+        return entry == old_style || is_unique_temporary(entry, prefix);
+    });
+}
+
 }  // namespace crelm::util

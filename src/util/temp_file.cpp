@@ -1,5 +1,7 @@
 #include "util/temp_file.h"
 
+#include "util/stale_entries.h"
+
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -65,6 +67,11 @@ TempFile TempFile::create_unique(int dir_fd, const std::string& name, const std:
 
 TempFile TempFile::none() {
     return TempFile(-1, AT_FDCWD, std::string(), std::string());
+}
+
+TempFile create_temporary_beside(int dir_fd, const std::string& name, const std::string& shown) {
+    remove_abandoned_temporaries(dir_fd, name);
+    return TempFile::create_unique(dir_fd, name + ".tmp.", shown + ".tmp.");
 }
 
 int TempFile::commit_to(const std::string& target) {

@@ -64,6 +64,13 @@ private:
     bool owned_ = true;
 };
 
+// The temporary file of an edit of the file name inside dir_fd: a new
+// "<name>.tmp.XXXXXX" (mode 0600, see create_unique), made after removing
+// the copies that killed edits of the same file left. Every writer has a
+// name of its own, so no writer can remove or replace another's. The caller
+// holds the file's lock. shown is the file's path, for messages.
+TempFile create_temporary_beside(int dir_fd, const std::string& name, const std::string& shown);
+
 // Flushes the directory dir_fd (any handle, O_PATH included) to the disk,
 // so that names created, renamed or removed in it survive a power cut. 0, or
 // -1 with errno.

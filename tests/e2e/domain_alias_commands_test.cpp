@@ -143,7 +143,7 @@ TEST_F(DomainAliasTest, RemovingWithAFailingAuthenticationStoreLogsAndEndsWith1)
 // line cannot be taken out. Every other step still runs, the command ends
 // with 1 and says why, and the same command run again finishes the job.
 TEST_F(DomainAliasTest, RemovingWhenRcpthostsCannotBeRewrittenEndsWith1AndARerunFinishes) {
-    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    sorvane::test::pin_file("/var/qmail/control/rcpthosts");
     const auto args =
         with_lists({"--del-domain-alias", "--domain-name=example.test", "--domain-alias-name=alias-two.test"});
     const ProcessResult failed = run_sorvane(args);
@@ -154,7 +154,7 @@ TEST_F(DomainAliasTest, RemovingWhenRcpthostsCannotBeRewrittenEndsWith1AndARerun
     expected.rcpthosts = seeded_server_state().rcpthosts;
     expect_server_state(read_server_state(), expected);
 
-    ASSERT_EQ(rmdir("/var/qmail/control/rcpthosts.tmp"), 0);
+    sorvane::test::unpin_file("/var/qmail/control/rcpthosts");
     expect_silent_success(run_sorvane(args));
     expected = second_removed_state();
     expected.qmail_newu_calls = repeated(kNewuCall, 2);

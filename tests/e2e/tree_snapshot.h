@@ -13,7 +13,7 @@ namespace sorvane::test {
 // its regular files ("" for directories and other entries).
 inline std::map<std::string, std::string> snapshot_system_trees() {
     std::map<std::string, std::string> snapshot;
-    for (const std::string root : {"/var/qmail", "/var/lib/crelm", "/etc/domainkeys", "/run/lock/files"}) {
+    for (const std::string root : {"/var/qmail", "/var/lib/crelm", "/etc/domainkeys", "/run/sorvane/locks"}) {
         for (const auto& entry : list_tree(root)) {
             const std::string path = root + "/" + entry;
             snapshot[path] = file_info(path).type == 'f' ? read_file(path) : "";

@@ -90,28 +90,29 @@ TEST_F(ControlAliasTest, RemovingADomainAliasTakesItsLinesAndItsDefaultDotQmail)
     EXPECT_FALSE(path_exists("/var/qmail/mailnames/alias.test/.qmail-default"));
 }
 
-// A directory where the temporary copy of rcpthosts goes makes taking a line
-// out of rcpthosts fail, while appending to it still works.
+// An rcpthosts that cannot be replaced makes taking a line out of it fail,
+// while appending to it still works.
 const std::string kTempInTheWay =
-    "Unable to open file /var/qmail/control/rcpthosts.tmp: File exists\n\nSystem error 17: File exists\n";
+    "Error while rename file /var/qmail/control/rcpthosts: Device or resource busy\n\n"
+    "System error 16: Device or resource busy\n";
 
 TEST_F(ControlAliasTest, AnAliasWhoseOldRcpthostsLineCannotBeTakenOutIsAddedButFails) {
     write_file(kRcptHostsPath, "localhost\nalias.test\n");
-    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    sorvane::test::pin_file("/var/qmail/control/rcpthosts");
     const StepResult step = run_step([] { return qmail_add_domain_alias("example.test", "alias.test"); });
     EXPECT_EQ(step.status, -1);
     expect_reported(step.printed, kTempInTheWay + "Unable to remove domain record alias from rcpthosts file\n");
     EXPECT_EQ(read_control_files(), (ControlFiles{"localhost\nalias.test\nalias.test\n", "alias.test:example.test\n",
                                                   "localhost\n", ".\n"}));
     // the next run, without the obstacle, leaves the line once
-    ASSERT_EQ(rmdir("/var/qmail/control/rcpthosts.tmp"), 0);
+    sorvane::test::unpin_file("/var/qmail/control/rcpthosts");
     EXPECT_EQ(qmail_add_domain_alias("example.test", "alias.test"), 0);
     EXPECT_EQ(read_file(kRcptHostsPath), "localhost\nalias.test\n");
 }
 
 TEST_F(ControlAliasTest, RemovingAnAliasWhoseRcpthostsLineCannotBeTakenOutGoesOnButFails) {
     ASSERT_EQ(qmail_add_domain_alias("example.test", "alias.test"), 0);
-    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    sorvane::test::pin_file("/var/qmail/control/rcpthosts");
     const StepResult step = run_step([] { return qmail_remove_domain_alias("example.test", "alias.test"); });
     EXPECT_EQ(step.status, -1);
     expect_reported(step.printed, kTempInTheWay + "Unable to remove domain alias from rcpthosts file\n");
@@ -163,7 +164,7 @@ TEST_F(ControlAliasTest, AMailNameRecordWithoutAssignIsWrittenAfterAWarning) {
 }
 
 TEST_F(ControlAliasTest, AMailNameRecordThatCannotBeWrittenUndoesTheMailNameAndEnds) {
-    ASSERT_EQ(rmdir("/run/lock/files"), 0);
+    sorvane::test::plant_foreign_lock_directory();
     const ProcessResult run = run_in_child([] { return qmail_add_mailname_record("info", "example.test"); });
     EXPECT_EQ(run.status, 1);
     const std::string tail = "Unable to add record for info@example.test to assign file\n";

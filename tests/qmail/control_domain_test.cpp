@@ -173,14 +173,13 @@ TEST_F(ControlDomainRemoveTest, RemovingADomainTakesEveryLineUnderItsDirectoryAn
     EXPECT_EQ(auth_users(), "info@a-test\ninfo@a.test.example\ninfo@aa.test\n");
 }
 
-// A directory where the temporary copy of rcpthosts goes makes taking the
-// domain's line out fail: the other steps still run, and the result says so.
+// An rcpthosts that cannot be replaced makes taking the domain's line out
+// fail: the other steps still run, and the result says so.
 TEST_F(ControlDomainRemoveTest, ARcpthostsLineThatCannotBeTakenOutFailsAfterTheOtherSteps) {
-    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    sorvane::test::pin_file(kRcptHostsPath);
     const StepResult step = run_step([] { return qmail_remove_domain("a.test"); });
     EXPECT_EQ(step.status, -1);
-    expect_reported(step.printed, "Unable to open file /var/qmail/control/rcpthosts.tmp: File exists\n\n"
-                                  "System error 17: File exists\nUnable to remove domain from rcpthosts file\n");
+    expect_reported(step.printed, std::string("Error while rename file /var/qmail/control/rcpthosts: Device or resource busy\n\nSystem error 16: Device or resource busy\n") + "Unable to remove domain from rcpthosts file\n");
     EXPECT_EQ(read_file(kRcptHostsPath), "localhost\na.test\na.test.example\naa.test\na-test\n");
     EXPECT_EQ(read_file(kVirtualDomainsPath), "a.test.example:a.test.example\naa.test:aa.test\na-test:a-test\n");
     EXPECT_FALSE(path_exists("/var/qmail/mailnames/a.test"));
@@ -288,11 +287,11 @@ TEST_F(ControlDomainTest, SwitchingOnWithoutVirtualdomainsWritesItAndReportsTheR
     EXPECT_EQ(auth_domains(), "example.test|0\n");
 }
 
-// A directory where the temporary copy of rcpthosts goes makes taking the
-// line out fail, while appending to the file still works.
+// An rcpthosts that cannot be replaced makes taking the line out fail,
+// while appending to the file still works.
 TEST_F(ControlDomainTest, SwitchingOnWhenTheOldRcpthostsLineCannotBeTakenOutGoesOnButFails) {
     write_file(kRcptHostsPath, "localhost\nexample.test\n");
-    ASSERT_EQ(mkdir("/var/qmail/control/rcpthosts.tmp", 0755), 0);
+    sorvane::test::pin_file("/var/qmail/control/rcpthosts");
     ASSERT_EQ(add_mail_auth_user("info", "example.test", "secret", kMailAuthDomainDisabled), 0);
     const StepResult step = run_step([] { return qmail_domain_on("example.test"); });
     EXPECT_EQ(step.status, -1);
@@ -300,7 +299,7 @@ TEST_F(ControlDomainTest, SwitchingOnWhenTheOldRcpthostsLineCannotBeTakenOutGoes
     EXPECT_EQ(read_file(kVirtualDomainsPath), "example.test:example.test\n");
     EXPECT_EQ(auth_domains(), "example.test|0\n");
     // the next run, without the obstacle, leaves the line once
-    ASSERT_EQ(rmdir("/var/qmail/control/rcpthosts.tmp"), 0);
+    sorvane::test::unpin_file("/var/qmail/control/rcpthosts");
     EXPECT_EQ(qmail_domain_on("example.test"), 0);
     EXPECT_EQ(read_file(kRcptHostsPath), "localhost\nexample.test\n");
 }

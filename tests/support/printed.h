@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <regex>
 #include <string>
 
 namespace sorvane::test {
@@ -33,6 +34,15 @@ inline Printed printed_by(const std::function<void()>& action) {
 inline void expect_reported(const Printed& printed, const std::string& text) {
     EXPECT_EQ(printed.err, text);
     EXPECT_EQ(printed.out, text);
+}
+
+// printed with the six random letters or digits of every temporary file's
+// name ("<file>.tmp.XXXXXX") written as "XXXXXX", for comparing messages
+// that name a temporary file.
+inline Printed with_temporary_names_masked(const Printed& printed) {
+    static const std::regex kSuffix("\\.tmp\\.[A-Za-z0-9]{6}");
+    return Printed{std::regex_replace(printed.out, kSuffix, ".tmp.XXXXXX"),
+                   std::regex_replace(printed.err, kSuffix, ".tmp.XXXXXX")};
 }
 
 // What report_error prints for message while errno is error: the message,

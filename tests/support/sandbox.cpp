@@ -33,7 +33,7 @@ constexpr gid_t kPopuserGid = 2110;
 constexpr gid_t kNofilesGid = 2111;
 
 const char* const kTrees[] = {"/var/qmail", "/var/lib/crelm", "/etc/domainkeys", "/etc/qvt",
-                              "/opt/qvt",   "/run/lock",      "/tmp"};
+                              "/opt/qvt",   "/run",           "/tmp"};
 
 const char* const kFakeDir = "/tmp/.sandbox/fakes";
 
@@ -169,7 +169,7 @@ if head -n -1 "$a" | grep -qvE '^[+=][^:]*:[^:]+:[0-9]+:[0-9]+:[^:]+:[^:]*:[^:]*
 void seed_trees() {
     for (const char* dir : {"/var/qmail/bin", "/var/qmail/control", "/var/qmail/users", "/var/qmail/mailnames",
                             "/var/lib/crelm/mail/userdb", "/var/lib/crelm/mail/handlers", "/var/lib/crelm/mail/auth",
-                            "/opt/qvt/admin/sbin", "/run/lock/files", "/tmp/.sandbox/fakes"})
+                            "/opt/qvt/admin/sbin", "/tmp/.sandbox/fakes"})
         fs::create_directories(dir);
     chmod("/tmp", 01777);
     spit("/var/qmail/users/assign", ".\n", 0644);
@@ -307,6 +307,36 @@ FileInfo file_info(const std::string& path) {
     info.mode = st.st_mode & 07777;
     info.type = S_ISREG(st.st_mode) ? 'f' : S_ISDIR(st.st_mode) ? 'd' : S_ISLNK(st.st_mode) ? 'l' : '?';
     return info;
+}
+
+void pin_file(const std::string& path) {
+    bind_mount(path, path);
+}
+
+void unpin_file(const std::string& path) {
+    check(umount2(path.c_str(), MNT_DETACH), "umount " + path);
+    auto& mounts = our_mounts();
+    mounts.erase(std::find(mounts.begin(), mounts.end(), path));
+}
+
+std::vector<std::string> temporaries_beside(const std::string& path) {
+    const fs::path file(path);
+    const std::string prefix = file.filename().string() + ".tmp";
+    std::vector<std::string> found;
+    std::error_code ec;
+    for (auto it = fs::directory_iterator(file.parent_path(), ec); !ec && it != fs::directory_iterator();
+         it.increment(ec)) {
+        const std::string name = it->path().filename().string();
+        if (name == prefix || name.rfind(prefix + ".", 0) == 0)
+            found.push_back(name);
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+void plant_foreign_lock_directory() {
+    check(mkdir("/run/sorvane", 0755), "mkdir /run/sorvane");
+    check(chown("/run/sorvane", 65534, 65534), "chown /run/sorvane");
 }
 
 std::vector<std::string> list_tree(const std::string& root) {

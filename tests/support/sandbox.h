@@ -4,8 +4,8 @@
 // The suite runs only under tests/sandbox/run-tests, which enters a private
 // mount namespace. Each test process then takes a mount namespace of its own,
 // and every SandboxTest starts with fresh trees at the system paths:
-// /var/qmail, /var/lib/crelm, /etc/domainkeys, /etc/qvt, /opt/qvt, /run/lock
-// (with /run/lock/files), /tmp and /dev (null, zero, full, random, urandom,
+// /var/qmail, /var/lib/crelm, /etc/domainkeys, /etc/qvt, /opt/qvt, /run
+// (empty: the program makes its lock directory there), /tmp and /dev (null, zero, full, random, urandom,
 // tty, ptmx, pts, shm, fd), private /etc/passwd and /etc/group with user and
 // group popuser and group nofiles, /var/qmail/users/assign holding ".\n", and
 // recording fakes at /var/qmail/bin/qmail-newu, /usr/bin/killall and
@@ -78,6 +78,21 @@ struct FileInfo {
     char type;    // 'f' file, 'd' directory, 'l' symbolic link, '?' other
 };
 FileInfo file_info(const std::string& path);  // lstat; fails the test if missing
+
+// Bind-mounts the file at path onto itself, so that a rename over it fails
+// (EBUSY) while writing to it, appending included, still works: a file that
+// can be appended to but not replaced. unpin_file undoes it.
+void pin_file(const std::string& path);
+void unpin_file(const std::string& path);
+
+// Makes /run/sorvane a directory that another user (uid 65534) owns, as a
+// local user could where it is not made first: the program must refuse to
+// keep its locks there.
+void plant_foreign_lock_directory();
+
+// The temporary files that edits of the file at path keep beside it:
+// entries of its directory named "<name>.tmp" or "<name>.tmp.<suffix>".
+std::vector<std::string> temporaries_beside(const std::string& path);
 
 // Every path below root (relative, sorted, directories end in '/').
 std::vector<std::string> list_tree(const std::string& root);

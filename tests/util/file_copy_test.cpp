@@ -22,7 +22,7 @@ protected:
 TEST_F(FileCopyTest, CopyingAFileOntoItselfByTheSamePathDoesNothing) {
     EXPECT_EQ(copy_file(source_, source_), 0);
     EXPECT_EQ(read_file(source_), "contents\n");
-    EXPECT_EQ(list_tree("/run/lock/files"), std::vector<std::string>{});
+    EXPECT_EQ(list_tree("/run/sorvane/locks"), std::vector<std::string>{});
 }
 
 TEST_F(FileCopyTest, CopyGetsTheSourceContentsAndMode) {
@@ -37,7 +37,7 @@ TEST_F(FileCopyTest, NewDestinationIsCreatedWithTheSourceMode) {
     EXPECT_EQ(copy_file(source_, dir_ + "/new"), 0);
     EXPECT_EQ(read_file(dir_ + "/new"), "contents\n");
     EXPECT_EQ(file_info(dir_ + "/new").mode, 0640U);
-    EXPECT_TRUE(path_exists("/run/lock/files/" + md5_hex(dir_ + "/new")));
+    EXPECT_TRUE(path_exists("/run/sorvane/locks/" + md5_hex(dir_ + "/new")));
 }
 
 TEST_F(FileCopyTest, DashCopiesToStandardOutput) {
@@ -66,14 +66,12 @@ TEST_F(FileCopyTest, ShortWriteIsReported) {
         with_system_error("Unable to copy file " + source_ + " to /dev/full: No space left on device\n", ENOSPC));
 }
 
-TEST_F(FileCopyTest, MissingLockDirectoryFailsTheCopy) {
-    ASSERT_EQ(rmdir("/run/lock/files"), 0);
+TEST_F(FileCopyTest, ARefusedLockDirectoryFailsTheCopy) {
+    sorvane::test::plant_foreign_lock_directory();
     const std::string dest = dir_ + "/dest";
     const auto printed = printed_by([&] { EXPECT_EQ(copy_file(source_, dest), 1); });
-    expect_reported(printed, with_system_error("Unable to open file \"/run/lock/files/" + md5_hex(dest) +
-                                                   "\": No such file or directory.",
-                                               ENOENT) +
-                                 with_system_error("Error occurred while locking the file " + dest + "\n", ENOENT));
+    expect_reported(printed, with_system_error("Lock directory /run/sorvane refused: it is not owned by root\n", EACCES) +
+                                 with_system_error("Error occurred while locking the file " + dest + "\n", EACCES));
     EXPECT_FALSE(path_exists(dest));
 }
 

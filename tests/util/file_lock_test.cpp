@@ -23,7 +23,7 @@ class FileLockTest : public sorvane::test::SandboxTest {};
 const std::string kEdited = "/var/qmail/control/rcpthosts";
 
 std::string lock_path_for(const std::string& path) {
-    return "/run/lock/files/" + md5_hex(path);
+    return "/run/sorvane/locks/" + md5_hex(path);
 }
 
 // A second process that holds the lock of path until told to go on. When
@@ -90,7 +90,7 @@ TEST_F(FileLockTest, LockFileIsNamedByTheMd5OfThePathInTheLockDirectory) {
     EXPECT_GT(lock.descriptor(), 0);
     EXPECT_TRUE(lock.held());
     EXPECT_EQ(lock.path(), lock_path_for(kEdited));
-    EXPECT_EQ(sorvane::test::file_info(lock.path()).mode, 0644U);
+    EXPECT_EQ(sorvane::test::file_info(lock.path()).mode, 0600U);
     EXPECT_EQ(unlock_file(lock), 0);
     EXPECT_TRUE(path_exists(lock_path_for(kEdited)));  // the lock file stays
 }
@@ -121,14 +121,15 @@ TEST_F(FileLockTest, ReleasingTheHandleLetsOthersLock) {
     EXPECT_TRUE(try_lock_file(kEdited, LockPlace::lock_directory).held());
 }
 
-TEST_F(FileLockTest, MissingLockDirectoryGivesDescriptorZeroAndAMessage) {
-    ASSERT_EQ(rmdir("/run/lock/files"), 0);
+TEST_F(FileLockTest, ARefusedLockDirectoryGivesDescriptorZeroAndAMessage) {
+    sorvane::test::plant_foreign_lock_directory();
     int descriptor = -2;
     const auto printed = printed_by([&] { descriptor = lock_file(kEdited, LockPlace::lock_directory).descriptor(); });
     EXPECT_EQ(descriptor, 0);
     sorvane::test::expect_reported(
-        printed, sorvane::test::with_system_error(
-                     "Unable to open file \"" + lock_path_for(kEdited) + "\": No such file or directory.", ENOENT));
+        printed, sorvane::test::with_system_error("Lock directory /run/sorvane refused: it is not owned by root\n",
+                                                  EACCES));
+    EXPECT_TRUE(sorvane::test::list_tree("/run/sorvane").empty());
 }
 
 TEST_F(FileLockTest, LineEditorWaitsForTheLockHeldByAnotherProcess) {

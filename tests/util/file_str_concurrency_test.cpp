@@ -203,7 +203,7 @@ TEST_F(FileStrConcurrencyTest, EightProcessesLeaveExactlyTheLinesThatStayAndTheR
     std::sort(lines.begin(), lines.end());
     EXPECT_EQ(lines, expected_lines());
     EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()).size(), lines.size()) << "a line appears twice";
-    EXPECT_FALSE(path_exists(path_ + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{});
 
     const sorvane::test::FileInfo info = sorvane::test::file_info(path_);
     EXPECT_EQ(info.uid, sorvane::test::popuser_uid());

@@ -28,7 +28,7 @@ protected:
         path_ = dir_ + "/assign";
     }
     // Nothing but the edited file (and what the test put there) in the directory.
-    void expect_no_temporary_file() { EXPECT_FALSE(path_exists(path_ + ".tmp")); }
+    void expect_no_temporary_file() { EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{}); }
 
     std::string dir_;
     std::string path_;
@@ -51,6 +51,7 @@ TEST_F(FileStrTest, AddingToAMissingFileCreatesItWithTheStreamDefaultMode) {
 TEST_F(FileStrTest, AddingAtTheTopOfAMissingFileCreatesIt) {
     EXPECT_EQ(file_str(path_, {"+a:1\n", "+b:2"}, LineAction::add, LinePosition::start), 0);
     EXPECT_EQ(read_file(path_), "+a:1\n+b:2\n");
+    EXPECT_EQ(file_info(path_).mode, 0644U);
     expect_no_temporary_file();
 }
 
@@ -123,17 +124,16 @@ TEST_F(FileStrTest, LinesLongerThanTheLineBufferAreCopiedWhole) {
     EXPECT_EQ(read_file(path_), long_line + "\n");
 }
 
-TEST_F(FileStrTest, MissingLockDirectoryFailsTheEditAndLeavesTheFile) {
+TEST_F(FileStrTest, ARefusedLockDirectoryFailsTheEditAndLeavesTheFile) {
     write_file(path_, "keep\n");
-    ASSERT_EQ(rmdir("/run/lock/files"), 0);
+    sorvane::test::plant_foreign_lock_directory();
     const auto printed =
         printed_by([&] { EXPECT_EQ(file_str_one(path_, "x", LineAction::add, LinePosition::end), 1); });
-    const std::string lock_path = "/run/lock/files/" + md5_hex(path_);
-    expect_reported(
-        printed, with_system_error("Unable to open file \"" + lock_path + "\": No such file or directory.", ENOENT) +
-                     with_system_error(
-                         "Error occurred while locking the file " + path_ + ": No such file or directory\n", ENOENT));
+    expect_reported(printed, with_system_error("Lock directory /run/sorvane refused: it is not owned by root\n", EACCES) +
+                                 with_system_error(
+                                     "Error occurred while locking the file " + path_ + ": Permission denied\n", EACCES));
     EXPECT_EQ(read_file(path_), "keep\n");
+    EXPECT_TRUE(sorvane::test::list_tree("/run/sorvane").empty());
 }
 
 TEST_F(FileStrTest, AFileThatCannotBeExaminedStaysLocked) {
@@ -216,6 +216,79 @@ TEST_F(FileStrTest, AFailedRenameIsReportedAndLeavesNoTemporaryFile) {
     expect_no_temporary_file();
     EXPECT_EQ(read_file(path_), "a\nb\n");
     umount2(path_.c_str(), MNT_DETACH);
+}
+
+}  // namespace
+
+namespace {
+
+// A file whose last line has no newline: appending must not glue the new
+// line onto it ("x.testa.test"), so a newline goes first.
+TEST_F(FileStrTest, AppendingToAFileWithoutAFinalNewlineEndsItsLastLineFirst) {
+    write_file(path_, "localhost\nx.test");
+    EXPECT_EQ(file_str_one(path_, "a.test", LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "localhost\nx.test\na.test\n");
+    EXPECT_EQ(file_str_one(path_, "b.test", LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "localhost\nx.test\na.test\nb.test\n");
+}
+
+TEST_F(FileStrTest, AppendingToAnEmptyFileAddsNoBlankLine) {
+    write_file(path_, "");
+    EXPECT_EQ(file_str_one(path_, "a.test", LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "a.test\n");
+}
+
+TEST_F(FileStrTest, AddingAtTheTopOfAFileWithoutAFinalNewlineKeepsItsLines) {
+    write_file(path_, "=a:b\n.");
+    EXPECT_EQ(file_str_one(path_, "=c:d", LineAction::add, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "=c:d\n=a:b\n.");
+}
+
+// A line with a line break inside, a carriage return or a NUL would be read
+// as two lines, or differently by each reader; nothing is written.
+TEST_F(FileStrTest, LinesHoldingALineBreakCarriageReturnOrNulAreRefused) {
+    write_file(path_, "keep\n");
+    for (const std::string& line :
+         {std::string("a.test\nb.test"), std::string("a.test\r"), std::string("a.te\0st", 7), std::string("\n\n")}) {
+        for (const LineAction action : {LineAction::add, LineAction::remove_exact, LineAction::remove_pattern}) {
+            const auto printed = printed_by([&] { EXPECT_EQ(file_str_one(path_, line, action, LinePosition::end), 1); });
+            expect_reported(printed, with_system_error("Refused to edit file " + path_ +
+                                                           ": a line holds a newline, carriage return or NUL\n",
+                                                       EINVAL));
+        }
+    }
+    EXPECT_EQ(read_file(path_), "keep\n");
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, AnEmptyPatternIsRefusedInsteadOfRemovingEveryLine) {
+    write_file(path_, "one\ntwo\n");
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(file_str(path_, {"two", ""}, LineAction::remove_pattern, LinePosition::anywhere), 1); });
+    expect_reported(printed,
+                    with_system_error("Refused to edit file " + path_ + ": an empty pattern matches every line\n", EINVAL));
+    EXPECT_EQ(read_file(path_), "one\ntwo\n");
+}
+
+TEST_F(FileStrTest, ALineEndingInOneNewlineIsStillAccepted) {
+    write_file(path_, "one\n");
+    EXPECT_EQ(file_str_one(path_, "two\n", LineAction::add, LinePosition::end), 0);
+    EXPECT_EQ(file_str_one(path_, "one\n", LineAction::remove_exact, LinePosition::end), 0);
+    EXPECT_EQ(read_file(path_), "two\n");
+}
+
+// Copies that killed edits left beside the file ("<name>.tmp" of older runs
+// and "<name>.tmp.XXXXXX") go with the next edit, which holds the file's
+// lock; look-alike names of other files stay.
+TEST_F(FileStrTest, TemporaryFilesOfKilledEditsAreRemovedByTheNextEdit) {
+    write_file(path_, "one\n");
+    for (const std::string name : {"assign.tmp", "assign.tmp.AbC123", "assign.tmp.zzzzzz"})
+        write_file(dir_ + "/" + name, "stale\n");
+    for (const std::string name : {"assign.tmp.toolong1", "assign.tmpX", "other.tmp.AbC123", "assign.tmp.ab"})
+        write_file(dir_ + "/" + name, "kept\n");
+    EXPECT_EQ(file_str_one(path_, "one", LineAction::remove_exact, LinePosition::end), 0);
+    EXPECT_EQ(list_tree(dir_), (std::vector<std::string>{"assign", "assign.tmp.ab", "assign.tmp.toolong1",
+                                                         "assign.tmpX", "other.tmp.AbC123"}));
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ TEST_F(SedEditTest, SubstitutionReplacesTheFileAndKeepsItsAttributes) {
     EXPECT_EQ(info.mode, 0640U);
     EXPECT_EQ(info.uid, popuser_uid());
     EXPECT_EQ(info.gid, popuser_gid());
-    EXPECT_FALSE(path_exists(path_ + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{});
 }
 
 TEST_F(SedEditTest, FailingSedLeavesTheFileUnchangedAndNoTemporaryFile) {
@@ -39,13 +39,13 @@ TEST_F(SedEditTest, FailingSedLeavesTheFileUnchangedAndNoTemporaryFile) {
     EXPECT_EQ(fake_calls("sed"), std::vector<std::string>{"-e s/a/b/"});
     EXPECT_EQ(read_file(path_), before);
     EXPECT_EQ(file_info(path_).mode, 0640U);
-    EXPECT_FALSE(path_exists(path_ + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{});
 }
 
 TEST_F(SedEditTest, SedsOwnComplaintIsRelayedBeforeTheFailure) {
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/unterminated"}, path_), -1); });
     EXPECT_EQ(printed.out, "/bin/sed: -e expression #1, char 14: unterminated `s' command\nError during sed working\n");
-    EXPECT_FALSE(path_exists(path_ + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{});
 }
 
 TEST_F(SedEditTest, MissingFileCannotHaveItsAttributesSaved) {
@@ -54,7 +54,7 @@ TEST_F(SedEditTest, MissingFileCannotHaveItsAttributesSaved) {
     expect_reported(printed,
                     with_system_error(
                         "ERROR: Unable to save file '" + missing + "' attributes : No such file or directory", ENOENT));
-    EXPECT_FALSE(path_exists(missing + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(missing), std::vector<std::string>{});
 }
 
 TEST_F(SedEditTest, ALinkAtThePathIsNotReadThrough) {
@@ -69,13 +69,14 @@ TEST_F(SedEditTest, ALinkAtThePathIsNotReadThrough) {
     EXPECT_EQ(file_info(link).type, 'l');
 }
 
-TEST_F(SedEditTest, ALinkPlantedAtTheTemporaryNameIsReplacedNotFollowed) {
+TEST_F(SedEditTest, ALinkPlantedAtAnOldTemporaryNameIsRemovedNotFollowed) {
     const std::string before = read_file("/etc/passwd");
     ASSERT_EQ(symlink("/etc/passwd", (path_ + ".tmp").c_str()), 0);
+    ASSERT_EQ(symlink("/etc/passwd", (path_ + ".tmp.AbC123").c_str()), 0);
     EXPECT_EQ(run_sed_on_file({"-e", "s/other/else/g"}, path_), 0);
     EXPECT_EQ(read_file(path_), "old.example:old.example\nelse:else\n");
     EXPECT_EQ(read_file("/etc/passwd"), before);
-    EXPECT_FALSE(path_exists(path_ + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{});
 }
 
 // A path that fits a 4096-byte buffer only without ".tmp".
@@ -108,11 +109,11 @@ TEST_F(SedEditTest, AFileThatCannotBeReplacedIsLeftAsItWas) {
     write_file("/tmp/pinned", "old.example:old.example\n");
     ASSERT_EQ(mount("/tmp/pinned", path_.c_str(), nullptr, MS_BIND, nullptr), 0);
     const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/old/new/g"}, path_), -1); });
-    expect_reported(printed,
-                    with_system_error("Unable to rename '" + path_ + ".tmp' to '" + path_ +
+    expect_reported(with_temporary_names_masked(printed),
+                    with_system_error("Unable to rename '" + path_ + ".tmp.XXXXXX' to '" + path_ +
                                           "' file: Device or resource busy", EBUSY));
     EXPECT_EQ(read_file(path_), "old.example:old.example\n");
-    EXPECT_FALSE(path_exists(path_ + ".tmp"));
+    EXPECT_EQ(sorvane::test::temporaries_beside(path_), std::vector<std::string>{});
     umount2(path_.c_str(), MNT_DETACH);
 }
 

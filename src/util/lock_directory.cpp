@@ -1,0 +1,88 @@
+#include "util/lock_directory.h"
+
+#include "runtime/log.h"
+#include "runtime/md5_hex.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+namespace crelm::util {
+namespace {
+
+constexpr const char* kRun = "/run";
+constexpr const char* kLockParentName = "sorvane";
+constexpr const char* kLockDirectoryName = "locks";
+constexpr mode_t kLockDirectoryMode = 0700;
+
+// Reported with EACCES as the system error: the directory is not for us.
+void refused(const std::string& path, const char* why) {
+    errno = EACCES;
+    report_error(0, 0, "Lock directory %s refused: %s\n", path.c_str(), why);
+    errno = EACCES;
+}
+
+// Why the directory open on fd may not hold locks; null when it may.
+const char* unsafe_because(int fd) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0)
+        return "it cannot be examined";
+    if (S_ISLNK(info.st_mode))
+        return "it is a symbolic link";
+    if (!S_ISDIR(info.st_mode))
+        return "it is not a directory";
+    if (info.st_uid != 0)
+        return "it is not owned by root";
+    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        return "it is writable by group or others";
+    return nullptr;
+}
+
+// The directory name inside parent, made when missing, checked; a link is
+// opened as itself (never followed) and refused.
+UniqueFd checked_directory(int parent, const char* name, const std::string& path) {
+    if (::mkdirat(parent, name, kLockDirectoryMode) != 0 && errno != EEXIST) {
+        report_error(0, 0, "Unable to create lock directory %s: %s\n", path.c_str(), std::strerror(errno));
+        return UniqueFd();
+    }
+    UniqueFd directory(::openat(parent, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!directory.valid()) {
+        report_error(0, 0, "Unable to create lock directory %s: %s\n", path.c_str(), std::strerror(errno));
+        return UniqueFd();
+    }
+    if (const char* why = unsafe_because(directory.get())) {
+        refused(path, why);
+        return UniqueFd();
+    }
+    return directory;
+}
+
+}  // namespace
+
+UniqueFd open_lock_directory() {
+    const UniqueFd run(::open(kRun, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!run.valid()) {
+        report_error(0, 0, "Unable to create lock directory %s: %s\n", kLockDirectory, std::strerror(errno));
+        return UniqueFd();
+    }
+    const std::string parent_path = std::string(kRun) + "/" + kLockParentName;
+    const UniqueFd parent = checked_directory(run.get(), kLockParentName, parent_path);
+    if (!parent.valid())
+        return UniqueFd();
+    return checked_directory(parent.get(), kLockDirectoryName, kLockDirectory);
+}
+
+std::string lock_file_name(const std::string& path) {
+    namespace fs = std::filesystem;
+    std::error_code failed;
+    fs::path canonical = fs::weakly_canonical(fs::absolute(path, failed), failed);
+    if (failed)
+        canonical = fs::absolute(path, failed).lexically_normal();
+    return md5_hex(canonical.string());
+}
+
+}  // namespace crelm::util
