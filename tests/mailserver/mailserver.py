@@ -644,7 +644,8 @@ def temporary_files():
     for root in MUTABLE_TREES + ("/var/qmail/alias",):
         for directory, dirs, files in os.walk(root):
             for name in files:
-                if (name.endswith(".tmp") or re.search(r"\.[A-Za-z0-9]{6}$", name) and ".mail." in name
+                if (name.endswith(".tmp") or re.search(r"\.tmp\.[A-Za-z0-9]{6}$", name)
+                        or re.search(r"\.[A-Za-z0-9]{6}$", name) and ".mail." in name
                         or re.search(r"\.(assign|rcpthosts|virtualdomains|locals|rejectnonexist|qmail)\.[A-Za-z0-9]{6}$",
                                      name)
                         or beside_control_file(directory, name)
