@@ -11,7 +11,8 @@
 #   bench/add_mailname_bench.sh <release-build-dir> [runs] [record counts...]   (default: 21 100000)
 #
 # Runs as root in a private mount namespace: tmpfs over /var/qmail,
-# /var/lib/crelm, /run/lock and /etc/qvt, passwd and group with popuser.
+# /var/lib/crelm, /run/sorvane (sorvane makes its lock
+# directory there) and /etc/qvt, passwd and group with popuser.
 set -eu
 if [ $# -lt 1 ]; then
     echo "usage: $0 <release-build-dir> [runs] [record counts...]" >&2
@@ -36,11 +37,13 @@ if [ -z "${ADD_MAILNAME_BENCH_INSIDE:-}" ]; then
     ADD_MAILNAME_BENCH_INSIDE=1 exec unshare --mount --propagation private -- bash "$0" "$build" "$runs" "${counts[@]}"
 fi
 
-for tree in /var/qmail /var/lib/crelm /run/lock /etc/qvt; do
+for tree in /var/qmail /var/lib/crelm /run/sorvane /etc/qvt; do
     mkdir -p "$tree"
     mount -t tmpfs -o size=2g tmpfs "$tree"
 done
-mkdir -m 0755 /run/lock/files /var/qmail/control /var/qmail/users /var/qmail/mailnames /var/qmail/bin \
+# The lock directory must be root's alone (a tmpfs starts world-writable).
+chmod 0700 /run/sorvane
+mkdir -m 0755 /var/qmail/control /var/qmail/users /var/qmail/mailnames /var/qmail/bin \
     /var/qmail/saved
 private=$(mktemp -d "${TMPDIR:-/tmp}/add-mailname-bench.XXXXXX")
 trap 'rm -rf "$private"' EXIT

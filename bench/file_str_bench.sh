@@ -8,8 +8,8 @@
 #
 #   bench/file_str_bench.sh <release-build-dir> [repetitions]
 #
-# Runs as root in a private mount namespace: a tmpfs on /run/lock (with the
-# lock directory "files" in it) and a tmpfs for the data files, so that the
+# Runs as root in a private mount namespace: a tmpfs on /run/sorvane (where
+# the lock directory is made) and a tmpfs for the data files, so that the
 # host is not touched.
 set -eu
 if [ $# -lt 1 ]; then
@@ -31,8 +31,7 @@ if [ -z "${FILE_STR_BENCH_INSIDE:-}" ]; then
     FILE_STR_BENCH_INSIDE=1 exec unshare --mount --propagation private -- bash "$0" "$@"
 fi
 
-mount -t tmpfs -o size=16m tmpfs /run/lock
-mkdir -m 0755 /run/lock/files
+mkdir -p /run/sorvane && mount -t tmpfs -o size=16m,mode=0700 tmpfs /run/sorvane
 work=$(mktemp -d "${TMPDIR:-/tmp}/file-str-bench.XXXXXX")
 trap 'umount "$work" 2>/dev/null; rmdir "$work"' EXIT
 mount -t tmpfs -o size=1g tmpfs "$work"

@@ -26,7 +26,8 @@
 #
 # Runs as root in private mount and host-name namespaces: tmpfs (or the
 # folders under <dir>) over /var/qmail and /var/lib/crelm, tmpfs over
-# /run/lock and /etc/qvt, passwd and group with
+# /run/sorvane (sorvane makes its lock
+# directory there) and /etc/qvt, passwd and group with
 # popuser (and nofiles, the authentication store's group)
 # and a hosts file that names the host, so that the host is not touched.
 set -eu
@@ -64,7 +65,7 @@ if [ -n "$on_disk" ]; then
     disk_trees=$(mktemp -d "$on_disk/qmail-files-bench.XXXXXX")
     trap 'rm -rf "$disk_trees"' EXIT
 fi
-for tree in /var/qmail /var/lib/crelm /run/lock /etc/qvt; do
+for tree in /var/qmail /var/lib/crelm /run/sorvane /etc/qvt; do
     mkdir -p "$tree"
     if [ -n "$disk_trees" ] && { [ "$tree" = /var/qmail ] || [ "$tree" = /var/lib/crelm ]; }; then
         mkdir -p "$disk_trees$tree"
@@ -73,8 +74,10 @@ for tree in /var/qmail /var/lib/crelm /run/lock /etc/qvt; do
         mount -t tmpfs -o size=2g tmpfs "$tree"
     fi
 done
+# The lock directory must be root's alone (a tmpfs starts world-writable).
+chmod 0700 /run/sorvane
 echo "files on $(findmnt -n -o FSTYPE --target /var/qmail) ($(findmnt -n -o SOURCE --target /var/qmail))"
-mkdir -m 0755 /run/lock/files /var/qmail/control /var/qmail/users /var/qmail/mailnames
+mkdir -m 0755 /var/qmail/control /var/qmail/users /var/qmail/mailnames
 private=$(mktemp -d "${TMPDIR:-/tmp}/qmail-files-bench.XXXXXX")
 trap 'rm -rf "$private" ${disk_trees:+"$disk_trees"}' EXIT
 grep -v '^popuser:' /etc/passwd > "$private/passwd"

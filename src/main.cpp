@@ -3,10 +3,12 @@
 #include "commands/dispatcher.h"
 #include "commands/top_level.h"
 #include "runtime/log.h"
+#include "runtime/process_hygiene.h"
 
 #include <syslog.h>
 
 int main(int argc, char** argv) {
+    settle_process_state();
     log_init(nullptr, LOG_INFO, LOG_MAIL, kLogOptPerror, "sorvane");
     return crelm::mail::sorvane_commands::run_with_top_level_handling(
         [&] { return crelm::mail::sorvane_commands::dispatch(argc, argv); });

@@ -6,6 +6,7 @@
 
 #include "commands/handlers.h"
 #include "stores/mail_auth_paths.h"
+#include "util/lock_directory.h"
 
 namespace crelm::mail::sorvane_commands {
 namespace {
@@ -44,6 +45,15 @@ std::map<std::string, CommandHandler> command_table() {
     };
 }
 
+// Commands that change the server take the locks of the files they edit. A
+// lock directory that fails its checks (reported by the check) stops them
+// before their first step, so that none of them runs half its steps
+// without the locks. The help switches and the read-only --get-mailbox-size
+// need no lock.
+bool needs_locks(const std::string& command_switch) {
+    return command_switch.rfind("--help", 0) != 0 && command_switch != "-h" && command_switch != "--get-mailbox-size";
+}
+
 }  // namespace
 
 int dispatch(int argc, char** argv) {
@@ -54,6 +64,8 @@ int dispatch(int argc, char** argv) {
     const auto found = table.find(command_switch);
     if (found == table.end())
         dispatch_error(("invalid command " + command_switch).c_str());
+    if (needs_locks(command_switch) && !crelm::util::open_lock_directory().valid())
+        return 1;
     set_mail_auth_paths(kMailServerQmail);
     return found->second(argc - 1, argv + 1);
 }

@@ -64,6 +64,10 @@ std::string compute_crypted_password() {
 
 }  // namespace
 
+void take_password_variables() {
+    password_input();
+}
+
 const std::string& get_crypted_password() {
     static const std::string crypted = compute_crypted_password();
     return crypted;

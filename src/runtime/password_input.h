@@ -11,6 +11,11 @@
 
 #include <string>
 
+// Takes both variables out of the environment now and keeps their values for
+// the functions below (the program does it first thing, so that no command,
+// whether it reads a password or not, hands them to a child).
+void take_password_variables();
+
 // The hashed password, computed once and then returned on every call:
 // QVT_PASSWORD if set and not empty, hashed with MD5-crypt and a fresh salt;
 // else QVT_CRYPTED_PASSWORD if set and not empty, unchanged; else the

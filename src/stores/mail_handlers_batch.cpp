@@ -79,20 +79,16 @@ int select_handlers_of_domain(const std::string& domain, MailHandlerList& list) 
     return 0;
 }
 
-int insert_moved(sqlite3* db, const MailHandlerRecord& record, const std::string& new_address) {
-    MailHandlerRecord copy = record;
-    copy.address = new_address;
-    return insert_mail_handler(db, copy);
-}
-
 // "info@old.example" becomes "info@new.example".
 std::string address_in_domain(const std::string& address, const std::string& domain) {
     return address.substr(0, address.rfind('@') + 1) + domain;
 }
 
 int clone_selected(const MailHandlerList& records, const std::function<std::string(const std::string&)>& target) {
+    // The selection reads only some columns; the copy is made from the stored
+    // row so that none is lost (the protected flag among them).
     const auto insert_copy = [&](sqlite3* db, const MailHandlerRecord& record) {
-        return insert_moved(db, record, target(record.address));
+        return clone_mail_handler(db, record, target(record.address));
     };
     if (apply_to_mail_handlers(records, insert_copy) != 0) {
         log_message(LOG_ERR, "Unable to add records into handlers database");

@@ -21,10 +21,19 @@ inline constexpr const char* kInsert =
     "INSERT OR REPLACE INTO handlers(priority, name, type, address, queue, executable, context, protected, enabled) "
     "VALUES(?, ?, ?, LOWER(?), ?, ?, ?, ?, ?)";
 
+// A copy of one row under another address, every column kept as stored.
+inline constexpr const char* kCloneRow =
+    "INSERT OR REPLACE INTO handlers(queue, type, enabled, priority, name, address, executable, context, protected) "
+    "SELECT queue, type, enabled, priority, name, LOWER(?), executable, context, protected FROM handlers "
+    "WHERE address=? AND name=? AND type=? AND queue=?";
+
+// Deletes by address compare regardless of case on both sides: addresses are
+// stored lower case, but a row may have been given another case by a rename
+// or by another writer.
 inline constexpr const char* kDeleteByNameTypeQueue = "DELETE FROM handlers WHERE name=? AND type=? AND queue=?";
 inline constexpr const char* kDeleteByNameTypeAddressQueue =
-    "DELETE FROM handlers WHERE name=? AND type=? AND address=LOWER(?) AND queue=?";
-inline constexpr const char* kDeleteByAddress = "DELETE FROM handlers WHERE address=?";
+    "DELETE FROM handlers WHERE name=? AND type=? AND LOWER(address)=LOWER(?) AND queue=?";
+inline constexpr const char* kDeleteByAddress = "DELETE FROM handlers WHERE LOWER(address)=LOWER(?)";
 inline constexpr const char* kDeleteByName = "DELETE FROM handlers WHERE name=?";
 
 inline constexpr const char* kSelectByAddress =

@@ -5,8 +5,8 @@
 // Unless said otherwise a function returns 0 on success and -1 on failure,
 // after logging the failure once at error level. Selections open the database
 // read-only, writes read-write. Addresses are stored lower case by the
-// statements themselves; where a statement compares with a plain
-// "address=?" the caller's text is compared as given.
+// statements themselves; deletes compare addresses regardless of case, the
+// other statements compare the caller's text as given.
 #pragma once
 
 #include "stores/mail_handler_record.h"
@@ -45,7 +45,7 @@ int remove_mail_handler(const std::string& name, int type, int queue);
 // address is compared regardless of case).
 int remove_address_mail_handler(const std::string& name, int type, const std::string& address, int queue);
 
-// Deletes every handler of an address (compared as given).
+// Deletes every handler of an address (compared regardless of case).
 int remove_mail_handlers_of_address(const std::string& address);
 
 // Deletes every handler of that name.
@@ -81,7 +81,8 @@ int select_mail_handlers_to_run(int queue, int type, const std::string& address,
 // handle, then changed one by one inside one transaction, so either all of
 // them change or none does.
 
-// Copies every handler of old_address to new_address; the old ones stay.
+// Copies every handler of old_address to new_address with all its columns;
+// the old ones stay.
 int clone_mail_handlers(const std::string& old_address, const std::string& new_address);
 
 // Switches every handler of an address on or off.

@@ -62,6 +62,15 @@ int insert_mail_handler(sqlite3* db, const MailHandlerRecord& record) {
                                {"'enabled'", record.enabled ? 1 : 0}});
 }
 
+int clone_mail_handler(sqlite3* db, const MailHandlerRecord& record, const std::string& new_address) {
+    return run_handler_change(db, mail_handlers_sql::kCloneRow, HandlerQuery::Insert,
+                              {{"new 'address'", new_address},
+                               {"'address'", record.address},
+                               {"'name'", record.name},
+                               {"'type'", record.type},
+                               {"'queue'", record.queue}});
+}
+
 int delete_address_mail_handler(sqlite3* db, const MailHandlerRecord& record) {
     return run_handler_change(db, mail_handlers_sql::kDeleteByNameTypeAddressQueue, HandlerQuery::Delete,
                               {{"'name'", record.name},

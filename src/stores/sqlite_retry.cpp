@@ -70,17 +70,6 @@ int sqlite_retry_while_busy(const std::function<int()>& attempt, const std::func
     }
 }
 
-int sqlite_open_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb& db) {
-    sqlite3* handle = nullptr;
-    const int rc = mode == SqliteOpenMode::ReadOnly
-                       ? sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr)
-                       : sqlite3_open(path.c_str(), &handle);
-    db.reset(handle);
-    if (rc != SQLITE_OK)
-        return rc;
-    return sqlite3_busy_timeout(handle, kSqliteBusyTimeoutMs);
-}
-
 int sqlite_prepare_with_retry(sqlite3* db, std::string_view sql, crelm::SqliteStatement& statement) {
     statement.finalize();
     sqlite3_stmt* prepared = nullptr;
@@ -95,17 +84,36 @@ int sqlite_step_with_retry(sqlite3_stmt* statement) {
                                    [statement] { sqlite3_reset(statement); });
 }
 
-int sqlite_exec_with_retry(sqlite3* db, const char* sql, std::string* error_message) {
+namespace {
+
+int exec_with_retry(sqlite3* db, const char* sql, std::string* error_message,
+                    const std::function<void()>& before_retry) {
     char* message = nullptr;
     const auto attempt = [&] {
         sqlite3_free(std::exchange(message, nullptr));
         return sqlite3_exec(db, sql, nullptr, nullptr, &message);
     };
-    const int rc = sqlite_retry_while_busy(attempt);
+    const int rc = sqlite_retry_while_busy(attempt, before_retry);
     if (error_message != nullptr)
         *error_message = message != nullptr ? message : "";
     sqlite3_free(message);
     return rc;
+}
+
+}  // namespace
+
+int sqlite_exec_with_retry(sqlite3* db, const char* sql, std::string* error_message) {
+    return exec_with_retry(db, sql, error_message, {});
+}
+
+int sqlite_exec_transaction_with_retry(sqlite3* db, const char* sql, std::string* error_message) {
+    // Without the rollback the next attempt's BEGIN would fail inside the
+    // transaction the busy attempt left open.
+    const auto roll_back_open_transaction = [db] {
+        if (sqlite3_get_autocommit(db) == 0)
+            sqlite_exec_with_retry(db, "ROLLBACK;");
+    };
+    return exec_with_retry(db, sql, error_message, roll_back_open_transaction);
 }
 
 int sqlite_close_with_retry(sqlite3* db) {

@@ -87,6 +87,13 @@ int sqlite_retry_while_busy(const std::function<int()>& attempt, const std::func
 // Opens path and sets the 50 ms busy timeout. Returns SQLITE_OK, or SQLite's
 // code of the failed open; db then holds whatever handle SQLite returned (for
 // its error text; the owner closes it).
+//
+// A writer killed in the middle of a transaction leaves a hot journal that
+// only a read-write handle can roll back; a read-only handle fails every read
+// until then. So a read-only open first reads the schema, and when it meets
+// such a journal, the file is opened read-write (never created) once to roll
+// it back and then opened read-only again. When that cannot be done the
+// read-only handle is kept and its reads fail as before.
 int sqlite_open_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb& db);
 
 // sqlite3_prepare_v2 of the whole of sql, retried while busy; any statement
@@ -102,6 +109,12 @@ int sqlite_step_with_retry(sqlite3_stmt* statement);
 // SQLite's code; on failure *error_message (when given) receives SQLite's
 // message, or stays empty when SQLite gave none.
 int sqlite_exec_with_retry(sqlite3* db, const char* sql, std::string* error_message = nullptr);
+
+// sqlite_exec_with_retry for a batch that runs in a transaction of its own
+// ("BEGIN TRANSACTION;...COMMIT;"). A busy statement of the batch (typically
+// its COMMIT) leaves the transaction open, so it is rolled back before the
+// batch runs again. Returns what sqlite_exec_with_retry does.
+int sqlite_exec_transaction_with_retry(sqlite3* db, const char* sql, std::string* error_message = nullptr);
 
 // sqlite3_close, retried while busy. Returns SQLite's code (SQLITE_OK).
 int sqlite_close_with_retry(sqlite3* db);

@@ -25,7 +25,7 @@ int prepare_store_statement(sqlite3* db, std::string_view sql, crelm::SqliteStat
 
 int run_store_schema(sqlite3* db, const char* schema, const std::string& failure) {
     std::string error;
-    if (sqlite_exec_with_retry(db, schema, &error) == SQLITE_OK)
+    if (sqlite_exec_transaction_with_retry(db, schema, &error) == SQLITE_OK)
         return 0;
     if (error.empty())
         log_message(LOG_ERR, "%s", failure.c_str());

@@ -2,6 +2,7 @@
 
 #include "runtime/log.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <syslog.h>
 
@@ -22,20 +23,37 @@ ChildEnd classify(pid_t returned, int status) {
     return {ChildEndKind::continued, returned, 0};
 }
 
+pid_t waitpid_retried(pid_t pid, int& status, int options) {
+    pid_t returned = -1;
+    do {
+        returned = ::waitpid(pid, &status, options);
+    } while (returned < 0 && errno == EINTR);
+    return returned;
+}
+
+// A stopped child would keep its descriptors (and its pid) for as long as
+// nobody continues it; SIGKILL ends it even while stopped, so the reaping
+// wait that follows returns at once.
+void kill_and_reap(pid_t pid) {
+    ::kill(pid, SIGKILL);
+    int status = 0;
+    waitpid_retried(pid, status, 0);
+}
+
 }  // namespace
 
 ChildEnd wait_child(pid_t pid, WaitMode mode) {
     const int options = WUNTRACED | (mode == WaitMode::poll ? WNOHANG : 0);
     int status = 0;
-    pid_t returned = -1;
-    do {
-        returned = ::waitpid(pid, &status, options);
-    } while (returned < 0 && errno == EINTR);
+    const pid_t returned = waitpid_retried(pid, status, options);
     if (returned < 0)
         return {ChildEndKind::wait_failed, returned, errno};
     if (returned == 0)
         return {ChildEndKind::still_running, returned, 0};
-    return classify(returned, status);
+    const ChildEnd end = classify(returned, status);
+    if (end.kind == ChildEndKind::stopped)
+        kill_and_reap(returned);
+    return end;
 }
 
 int child_end_logged(pid_t pid, const ChildEnd& end, const char* name) {

@@ -1,7 +1,9 @@
 // Waiting for a child process and reducing its end to one number.
 //
 // Every wait uses waitpid with WUNTRACED: a stopped child ends the wait and
-// counts as a failure, so that a caller is never left blocked on it.
+// counts as a failure, so that a caller is never left blocked on it. The
+// stopped child is then killed (SIGKILL) and reaped, so that nothing it holds
+// (a pipe, the caller's standard error) outlives the wait.
 #pragma once
 
 #include <sys/types.h>
@@ -19,7 +21,8 @@ struct ChildEnd {
 enum class WaitMode { block, poll };
 
 // waitpid(pid, WUNTRACED [| WNOHANG]), retried on EINTR. With WaitMode::poll
-// a child that has not changed state gives still_running.
+// a child that has not changed state gives still_running. A stopped child is
+// killed and reaped before the stopped end (with its stop signal) is returned.
 ChildEnd wait_child(pid_t pid, WaitMode mode = WaitMode::block);
 
 // Logs an abnormal end and reduces it: the exit code for an exited child,

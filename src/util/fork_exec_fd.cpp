@@ -2,6 +2,7 @@
 
 #include "runtime/log.h"
 #include "util/child_descriptors.h"
+#include "util/child_output.h"
 #include "util/child_wait.h"
 #include "util/exec_args.h"
 #include "util/unique_fd.h"
@@ -12,6 +13,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 using crelm::util::ChildEnd;
 using crelm::util::ChildEndKind;
@@ -46,22 +49,17 @@ void write_stderr(const char* text) {
 }
 
 // Every chunk the child writes on its standard error becomes one report.
-void relay_errors(int from) {
-    char chunk[kRelayChunk + 1];
-    for (;;) {
-        const ssize_t got = ::read(from, chunk, kRelayChunk);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0) {
-            report_error(0, 0, "fork_exec*: read(pipe) failed: %s\n", std::strerror(errno));
-            return;
-        }
-        if (got == 0)
-            return;
-        chunk[got] = '\0';
-        errno = 0;
-        report_error(0, 0, "%s", chunk);
-    }
+void relay_chunk(const char* data, std::size_t length) {
+    errno = 0;
+    report_error(0, 0, "%s", std::string(data, length).c_str());
+}
+
+// The read end is non-blocking, so that the relay can stop at the child's
+// end while a grandchild still holds the write end.
+void make_read_end_nonblocking(int fd) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0)
+        report_error(1, 1, "fork_exec_fd pipe(): %s", std::strerror(errno));
 }
 
 int reduce_end(pid_t pid, const ChildEnd& end) {
@@ -98,6 +96,7 @@ int fork_exec_fd(int fd_in, int fd_out, const std::string& path, const ArgList& 
         report_error(1, 1, "fork_exec_fd pipe(): %s", std::strerror(errno));
     UniqueFd read_end(ends[0]);
     UniqueFd write_end(ends[1]);
+    make_read_end_nonblocking(read_end.get());
     std::vector<char*> args = crelm::util::exec_argv(argv);
     std::fflush(nullptr);
     const pid_t pid = ::fork();
@@ -106,6 +105,6 @@ int fork_exec_fd(int fd_in, int fd_out, const std::string& path, const ArgList& 
     if (pid == 0)
         exec_child(fd_in, fd_out, write_end.get(), path.c_str(), args.data());
     write_end.reset();
-    relay_errors(read_end.get());
-    return reduce_end(pid, crelm::util::wait_child(pid));
+    std::vector<crelm::util::ChildOutput> errors{{read_end.get(), kRelayChunk, relay_chunk}};
+    return reduce_end(pid, crelm::util::collect_until_end(pid, errors));
 }

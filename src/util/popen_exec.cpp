@@ -3,6 +3,7 @@
 #include "runtime/log.h"
 #include "util/child_descriptors.h"
 #include "util/child_wait.h"
+#include "util/child_watch.h"
 #include "util/unique_fd.h"
 
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <vector>
 
 using crelm::util::UniqueFd;
 
@@ -41,17 +43,32 @@ private:
     ::_exit(127);
 }
 
-std::size_t write_all(int fd, const std::string& data) {
+// Writes data to the child's standard input for as long as the child runs;
+// a child that ends (or stops: then it is killed) before it has read it all
+// ends the writing, even when a grandchild holds the pipe without reading.
+// Result: the bytes written.
+std::size_t write_while_running(int fd, const std::string& data, crelm::util::ChildWatch& watch) {
     std::size_t done = 0;
     while (done < data.size()) {
         const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+        if (n > 0) {
+            done += static_cast<std::size_t>(n);
+            continue;
+        }
         if (n < 0 && errno == EINTR)
             continue;
-        if (n <= 0)
+        if (n == 0 || errno != EAGAIN || watch.ended())
             break;
-        done += static_cast<std::size_t>(n);
+        std::vector<pollfd> watched{{fd, POLLOUT, 0}};
+        watch.await(watched);
     }
     return done;
+}
+
+void make_nonblocking(int fd) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags >= 0)
+        ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
 }
 
 // The exit code bits of the status, as a shell reports them; a child that
@@ -86,13 +103,17 @@ int popen_exec(const std::string& command, const std::string& input) {
     if (pid == 0)
         exec_shell(read_end.get(), command.c_str());
     read_end.reset();
+    make_nonblocking(write_end.get());
+    crelm::util::ChildWatch watch(pid);
     std::size_t written = 0;
     {
         IgnoreBrokenPipe guard;
-        written = write_all(write_end.get(), input);
+        written = write_while_running(write_end.get(), input, watch);
     }
     write_end.reset();
-    const crelm::util::ChildEnd end = crelm::util::wait_child(pid);
+    const crelm::util::ChildEnd end = watch.ended() ? watch.end() : crelm::util::wait_child(pid);
+    if (end.kind == crelm::util::ChildEndKind::stopped)
+        crelm::util::child_end_logged(pid, end, "/bin/sh");
     if (written < input.size()) {
         errno = 0;
         report_error(0, 0, "Failed to execute command with input: only %lu of %lu bytes were written.",

@@ -4,7 +4,10 @@
 // the child's argv[0]). No child ever inherits a descriptor from 3 up, and
 // none goes through a shell except popen_exec's command. Every wait uses
 // WUNTRACED, so a stopped child counts as a failure (-1) instead of hanging
-// the caller.
+// the caller; the stopped child is killed (SIGKILL) and reaped. Pipes to or
+// from a child are read or written only while it runs: once it has ended,
+// what a pipe already holds is taken and the pipe is left, even when a
+// grandchild still holds its other end.
 #pragma once
 
 #include <sys/types.h>
@@ -19,7 +22,7 @@ inline constexpr int kNoDescriptor = -1;
 
 // Runs path with argv, standard input from fd_in, standard output to fd_out
 // and standard error into a pipe that is relayed, in chunks of at most 4095
-// bytes, to report_error. Result: the child's exit code, or -1 when it was
+// bytes, to report_error, while the child runs. Result: the child's exit code, or -1 when it was
 // killed ("The child process with pid %d killed by signal %i\n"), stopped
 // ("The child process with pid %d stopped by signal %i\n") or could not be
 // waited for ("Error occured during waiting the child process with pid: %d:
@@ -70,7 +73,8 @@ int exec_report(const std::string& path, const ArgList& argv, FailureOutput outp
 int exec_utility(const std::string& name, const ArgList& args);
 
 // Runs command through /bin/sh -c (the caller quotes it) and writes input
-// to its standard input. Result: the exit code (0 when the child ended
+// to its standard input while the shell runs. A stopped shell is logged as by
+// wait_child_logged (name "/bin/sh"). Result: the exit code (0 when the child ended
 // without one, e.g. killed), or -1: "Failed to execute command with input:
 // either pipe, fork or memory allocation failed." when it cannot start,
 // "Failed to execute command with input: only %lu of %lu bytes were

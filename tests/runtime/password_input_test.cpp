@@ -66,6 +66,30 @@ TEST_F(PasswordInputTest, WithBothSetThePlainOneIsUsedAndBothLeaveTheEnvironment
     EXPECT_EQ(result.substr(result.find('\n') + 1), "QVT_PASSWORD=unset;QVT_CRYPTED_PASSWORD=unset;");
 }
 
+TEST_F(PasswordInputTest, TakingTheVariablesEmptiesTheEnvironmentAndKeepsBothValues) {
+    setenv("QVT_PASSWORD", "plain-one", 1);
+    setenv("QVT_CRYPTED_PASSWORD", "$1$abcdefgh$kept", 1);
+    EXPECT_EQ(in_child([] {
+                  take_password_variables();
+                  const std::string state = environment_state();
+                  std::string taken;
+                  PasswordForm form = PasswordForm::Crypted;
+                  const int found = take_password(taken, form);
+                  return state + " " + std::to_string(found) + " " + taken + " " +
+                         (form == PasswordForm::Plain ? "plain " : "crypted ") + get_plain_password();
+              }),
+              "QVT_PASSWORD=unset;QVT_CRYPTED_PASSWORD=unset; 0 plain-one plain plain-one");
+}
+
+TEST_F(PasswordInputTest, TakenCryptedValueIsKeptWithoutThePlainOne) {
+    setenv("QVT_CRYPTED_PASSWORD", "$1$abcdefgh$kept", 1);
+    EXPECT_EQ(in_child([] {
+                  take_password_variables();
+                  return environment_state() + " " + get_crypted_password();
+              }),
+              "QVT_PASSWORD=unset;QVT_CRYPTED_PASSWORD=unset; $1$abcdefgh$kept");
+}
+
 TEST_F(PasswordInputTest, WithNeitherSetTheEmptyPasswordIsHashed) {
     const std::string hash = in_child([] { return get_crypted_password(); });
     ASSERT_TRUE(is_md5_crypt_hash(hash)) << hash;

@@ -35,6 +35,47 @@ TEST_F(MailHandlersBatchTest, CloneCopiesEveryRowAndKeepsTheOldOnes) {
     EXPECT_TRUE(logged().empty());
 }
 
+// Rows as another writer may leave them: protected, a priority beyond 32
+// bits, an enabled flag other than 0 or 1.
+TEST_F(MailHandlersBatchTest, CloneKeepsEveryColumnOfEveryRow) {
+    MailHandlerRecord kept = handler("archive", "info@example.com", 3, false);
+    kept.protect_on_restore = true;
+    ASSERT_EQ(add_mail_handler(kept), 0);
+    rows("INSERT INTO handlers VALUES (7, 4, 2, 5000000000, 'notify', 'info@example.com', '/usr/bin/notify', "
+         "'ctx notify', 1);");
+    ASSERT_EQ(clone_mail_handlers("info@example.com", "contact@example.com"), 0);
+    const std::string columns_but_address = "queue, type, enabled, priority, name, executable, context, protected";
+    EXPECT_EQ(rows("SELECT * FROM handlers WHERE address='contact@example.com' ORDER BY name;"),
+              "1|2|0|3|archive|contact@example.com|/usr/lib/handlers/archive|ctx-archive|1\n"
+              "7|4|2|5000000000|notify|contact@example.com|/usr/bin/notify|ctx notify|1\n"
+              "1|2|1|5|spam|contact@example.com|/usr/lib/handlers/spam|ctx-spam|0\n"
+              "1|2|0|9|virus|contact@example.com|/usr/lib/handlers/virus|ctx-virus|0\n");
+    const auto columns_at = [&](const std::string& address) {
+        return rows("SELECT " + columns_but_address + " FROM handlers WHERE address='" + address + "' ORDER BY name;");
+    };
+    EXPECT_EQ(columns_at("contact@example.com"), columns_at("info@example.com"));
+    EXPECT_TRUE(logged().empty());
+}
+
+TEST_F(MailHandlersBatchTest, CloneOfADomainKeepsTheProtectedFlag) {
+    MailHandlerRecord kept = handler("archive", "sales@example.com", 3);
+    kept.protect_on_restore = true;
+    ASSERT_EQ(add_mail_handler(kept), 0);
+    ASSERT_EQ(clone_domain_mail_handlers("example.com", "alias.test"), 0);
+    EXPECT_EQ(rows("SELECT * FROM handlers WHERE address LIKE '%@alias.test' ORDER BY address, name;"),
+              "1|2|1|5|spam|info@alias.test|/usr/lib/handlers/spam|ctx-spam|0\n"
+              "1|2|0|9|virus|info@alias.test|/usr/lib/handlers/virus|ctx-virus|0\n"
+              "1|2|1|3|archive|sales@alias.test|/usr/lib/handlers/archive|ctx-archive|1\n"
+              "1|2|1|10|spam|sales@alias.test|/usr/lib/handlers/spam|ctx-spam|0\n");
+}
+
+TEST_F(MailHandlersBatchTest, RemovingADomainTakesRowsStoredInMixedCase) {
+    ASSERT_EQ(rename_mail_handlers_address("sales@example.com", "Sales@Example.COM"), 0);
+    ASSERT_EQ(remove_domain_mail_handlers("example.com"), 0);
+    EXPECT_EQ(addresses(), "info@example.com.au|spam|1\n");
+    EXPECT_TRUE(logged().empty());
+}
+
 TEST_F(MailHandlersBatchTest, CloneOfAnAddressWithoutHandlersChangesNothing) {
     const std::string before = addresses();
     ASSERT_EQ(clone_mail_handlers("nobody@example.com", "contact@example.com"), 0);

@@ -54,8 +54,8 @@ TEST_F(MailHandlersFailureTest, WritesToADatabaseWithoutTheTableFailAtPrepare) {
                 ElementsAre("3 Unable to prepare SQL statement for query 'INSERT OR REPLACE INTO handlers(priority, "
                             "name, type, address, queue, executable, context, protected, enabled) VALUES(?, ?, ?, "
                             "LOWER(?), ?, ?, ?, ?, ?)': no such table: handlers",
-                            "3 Unable to prepare SQL statement for query 'DELETE FROM handlers WHERE address=?': no "
-                            "such table: handlers"));
+                            "3 Unable to prepare SQL statement for query 'DELETE FROM handlers WHERE "
+                            "LOWER(address)=LOWER(?)': no such table: handlers"));
 }
 
 TEST_F(MailHandlersFailureTest, FailedSingleChangesNameTheirKind) {

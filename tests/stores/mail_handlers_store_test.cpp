@@ -119,15 +119,33 @@ TEST_F(MailHandlersStoreTest, DeleteWithAddressMatchesRegardlessOfCase) {
     EXPECT_EQ(rows("SELECT address FROM handlers;"), "sales@example.com\n");
 }
 
-TEST_F(MailHandlersStoreTest, PlainAddressStatementsDoNotLowerTheirArgument) {
+TEST_F(MailHandlersStoreTest, SelectOfAnAddressDoesNotLowerItsArgument) {
     ASSERT_EQ(add_mail_handler(handler("spam", "info@example.com")), 0);
     MailHandlerList list;
     ASSERT_EQ(select_mail_handlers("Info@Example.com", list), 0);
     EXPECT_TRUE(list.empty());
-    ASSERT_EQ(remove_mail_handlers_of_address("Info@Example.com"), 0);
-    EXPECT_EQ(rows("SELECT count(*) FROM handlers;"), "1\n");
+}
+
+TEST_F(MailHandlersStoreTest, DeleteOfAnAddressWrittenInMixedCase) {
+    ASSERT_EQ(add_mail_handler(handler("spam", "info@example.com")), 0);
+    ASSERT_EQ(add_mail_handler(handler("virus", "info@example.com")), 0);
+    ASSERT_EQ(add_mail_handler(handler("spam", "sales@example.com")), 0);
+    ASSERT_EQ(remove_mail_handlers_of_address("Info@Example.COM"), 0);
+    EXPECT_EQ(all_rows(), "1|2|1|10|spam|sales@example.com|/usr/lib/handlers/spam|ctx-spam|0\n");
+    EXPECT_TRUE(logged().empty());
+}
+
+// A rename stores the new address as given, so a row may carry capitals.
+TEST_F(MailHandlersStoreTest, DeletesFindARowStoredInMixedCase) {
+    ASSERT_EQ(add_mail_handler(handler("spam", "info@example.com")), 0);
+    ASSERT_EQ(add_mail_handler(handler("virus", "sales@example.com")), 0);
+    ASSERT_EQ(add_mail_handler(handler("spam", "office@example.com")), 0);
+    ASSERT_EQ(rename_mail_handlers_address("info@example.com", "Info@Example.com"), 0);
+    ASSERT_EQ(rename_mail_handlers_address("sales@example.com", "SALES@example.com"), 0);
     ASSERT_EQ(remove_mail_handlers_of_address("info@example.com"), 0);
-    EXPECT_EQ(rows("SELECT count(*) FROM handlers;"), "0\n");
+    ASSERT_EQ(remove_address_mail_handler("virus", 2, "sales@example.com", 1), 0);
+    EXPECT_EQ(all_rows(), "1|2|1|10|spam|office@example.com|/usr/lib/handlers/spam|ctx-spam|0\n");
+    EXPECT_TRUE(logged().empty());
 }
 
 TEST_F(MailHandlersStoreTest, SelectOfAnAddressReadsEveryField) {

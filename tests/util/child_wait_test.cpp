@@ -3,6 +3,7 @@
 #include "runtime/log.h"
 #include "support/logging_test.h"
 #include "support/sandbox.h"
+#include "util/printed.h"
 #include "util/process.h"
 
 #include <signal.h>
@@ -39,15 +40,26 @@ TEST_F(ChildWaitTest, KilledChildIsMinusOneLoggedAtWarningLevel) {
     EXPECT_EQ(priority_of(records().at(0)), "<20>");
 }
 
-TEST_F(ChildWaitTest, StoppedChildEndsTheWaitAsMinusOne) {
+TEST_F(ChildWaitTest, StoppedChildEndsTheWaitAsMinusOneAndIsKilledAndReaped) {
     const pid_t pid = fork_execv("/bin/sh", {"/bin/sh", "-c", "kill -STOP $$"});
     EXPECT_EQ(crelm::util::wait_child_logged(pid, nullptr), -1);
     const std::string p = std::to_string(pid);
     EXPECT_EQ(logged(),
               std::vector<std::string>{"waitpid(" + p + ")=" + p + ": process '<unknown>' stopped by signal 19"});
     EXPECT_EQ(priority_of(records().at(0)), "<20>");
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
+    EXPECT_TRUE(sorvane::test::already_reaped(pid));
+}
+
+TEST_F(ChildWaitTest, PolledStopIsTheStopSignalAndLeavesNoChild) {
+    const pid_t pid = fork_execv("/bin/sh", {"/bin/sh", "-c", "kill -TSTP $$"});
+    siginfo_t info{};
+    // Waits for the stop without taking it, so that the poll below sees it.
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WNOWAIT), 0);
+    const ChildEnd end = crelm::util::wait_child(pid, crelm::util::WaitMode::poll);
+    EXPECT_EQ(end.kind, ChildEndKind::stopped);
+    EXPECT_EQ(end.pid, pid);
+    EXPECT_EQ(end.value, SIGTSTP);
+    EXPECT_TRUE(sorvane::test::already_reaped(pid));
 }
 
 TEST_F(ChildWaitTest, FailedForkIsLoggedWithoutWaiting) {

@@ -4,6 +4,7 @@
 #include "runtime/md5_hex.h"
 #include "support/sandbox.h"
 #include "util/file_str.h"
+#include "util/sed_edit.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -145,6 +146,23 @@ TEST_F(FileLockTest, LineEditorWaitsForTheLockHeldByAnotherProcess) {
     EXPECT_EQ(sorvane::test::reap(editor), 0);
     // The editor's line comes after the one written under the holder's lock.
     EXPECT_EQ(read_file(kEdited), "first\nholder\neditor\n");
+}
+
+// The whole-file sed edit takes the same lock as the line editor: a line
+// written under another process's lock between the edit's read and its
+// rename would otherwise be lost.
+TEST_F(FileLockTest, SedEditWaitsForTheLockHeldByAnotherProcess) {
+    write_file(kEdited, "old.test\n");
+    LockHolder holder(kEdited);
+    const pid_t editor = fork();
+    if (editor == 0)
+        _exit(run_sed_on_file({"-e", "s/^old\\.test$/new.test/"}, kEdited) == 0 ? 0 : 1);
+    while (!waits_for_flock(editor))
+        ASSERT_EQ(waitpid(editor, nullptr, WNOHANG), 0) << "the sed edit ended without waiting for the lock";
+    EXPECT_EQ(read_file(kEdited), "old.test\n");
+    holder.finish();
+    EXPECT_EQ(sorvane::test::reap(editor), 0);
+    EXPECT_EQ(read_file(kEdited), "new.test\nholder\n");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "util_test_support.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -61,6 +62,38 @@ TEST_F(GetOutErrTest, KilledChildIsMinusOneAndLogged) {
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_NE(messages[0].find(": process '/bin/sh' killed by signal 9"), std::string::npos) << messages[0];
     closelog();
+}
+
+TEST_F(GetOutErrTest, StoppedChildIsKilledReapedMinusOneAndLoggedAsStopped) {
+    SyslogCapture capture;
+    log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
+    std::string out, err;
+    EXPECT_EQ(fork_execv_getouterr(out, err, "/bin/sh", {"/bin/sh", "-c", "echo before; kill -STOP $$"}), -1);
+    EXPECT_EQ(out, "before\n");
+    EXPECT_EQ(err, "");
+    const auto messages = capture.messages();
+    ASSERT_EQ(messages.size(), 1U);
+    const pid_t pid = std::stoi(messages[0].substr(messages[0].find('(') + 1));
+    const std::string p = std::to_string(pid);
+    EXPECT_EQ(messages[0], "waitpid(" + p + ")=" + p + ": process '/bin/sh' stopped by signal 19");
+    EXPECT_TRUE(already_reaped(pid));
+    closelog();
+}
+
+TEST_F(GetOutErrTest, AGrandchildThatNeverStopsWritingDoesNotHoldTheCaller) {
+    std::string out, err;
+    // After the child's end only what the pipe holds then is taken; the
+    // grandchild keeps writing until this test ends it.
+    EXPECT_EQ(fork_execv_getouterr(out, err, "/bin/sh", {"/bin/sh", "-c", "yes >&2 & echo $!"}), 0);
+    const pid_t writer = std::stoi(out);
+    EXPECT_EQ(out, std::to_string(writer) + "\n");
+    EXPECT_EQ(kill(writer, SIGKILL), 0);
+    // Whatever part of the grandchild's output was taken is whole "y\n" lines
+    // but the last.
+    std::string expected_err;
+    while (expected_err.size() < err.size())
+        expected_err += "y\n";
+    EXPECT_EQ(err, expected_err.substr(0, err.size()));
 }
 
 TEST_F(GetOutErrTest, FailedPipeEndsTheProgram) {

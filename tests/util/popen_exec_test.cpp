@@ -2,7 +2,11 @@
 
 #include "util_test_support.h"
 
+#include "runtime/log.h"
+
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <regex>
@@ -33,6 +37,41 @@ TEST_F(PopenExecTest, CommandThatStopsReadingEarlyIsReportedWithTheCounts) {
     const std::regex expected("Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
     EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
     EXPECT_EQ(printed.err, printed.out);
+}
+
+TEST_F(PopenExecTest, CommandThatStopsBeforeReadingIsKilledAndReportedWithTheCounts) {
+    const std::string input(1 << 20, 'i');
+    SyslogCapture capture;
+    log_init(nullptr, 6, LOG_MAIL, 0, "sorvane");
+    // The pipe fills while the shell is stopped; the writing ends with it.
+    const auto printed = printed_by([&] { EXPECT_EQ(popen_exec("kill -STOP $$", input), -1); });
+    const std::regex expected("Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
+    EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
+    EXPECT_EQ(printed.err, printed.out);
+    const auto messages = capture.messages();
+    ASSERT_EQ(messages.size(), 1U);
+    const pid_t pid = std::stoi(messages[0].substr(messages[0].find('(') + 1));
+    const std::string p = std::to_string(pid);
+    EXPECT_EQ(messages[0], "waitpid(" + p + ")=" + p + ": process '/bin/sh' stopped by signal 19");
+    EXPECT_TRUE(already_reaped(pid));
+    closelog();
+}
+
+TEST_F(PopenExecTest, AGrandchildHoldingTheInputPipeDoesNotHoldTheCaller) {
+    const std::string fifo = scratch_dir() + "/gate";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string input(1 << 20, 'i');
+    // The grandchild keeps the input pipe open (through descriptor 3, since a
+    // background command's own standard input is /dev/null) without reading
+    // it, blocked on the fifo until this test opens it; the shell itself
+    // ends at once.
+    const std::string command = "exec 3<&0; cat " + fifo + " >/dev/null <&3 3<&- & exit 0";
+    const auto printed = printed_by([&] { EXPECT_EQ(popen_exec(command, input), -1); });
+    const std::regex expected("Failed to execute command with input: only [0-9]+ of 1048576 bytes were written\\.\n");
+    EXPECT_TRUE(std::regex_match(printed.out, expected)) << printed.out;
+    const int gate = open(fifo.c_str(), O_WRONLY);
+    EXPECT_GE(gate, 0);
+    close(gate);
 }
 
 TEST_F(PopenExecTest, CommandSeesOnlyTheThreeStandardDescriptors) {

@@ -72,4 +72,9 @@ int reap(pid_t pid) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+bool already_reaped(pid_t pid) {
+    int status = 0;
+    return waitpid(pid, &status, WNOHANG | WUNTRACED) < 0 && errno == ECHILD;
+}
+
 }  // namespace sorvane::test

@@ -37,4 +37,8 @@ std::vector<std::string> split_lines(const std::string& text);
 // code, or 128 + the signal that killed it.
 int reap(pid_t pid);
 
+// Whether pid is no longer ours to wait for: it ended and was reaped (a
+// child that is still there, running or stopped, gives false).
+bool already_reaped(pid_t pid);
+
 }  // namespace sorvane::test
