@@ -1,27 +1,37 @@
-"""Concurrent panels: 8 sorvane processes at once in one domain, adding,
-removing and renaming mail names and aliases and adding and removing
-domain aliases, 200 commands a round. Afterwards every file, store and tree
-agrees with the sequential run of the same commands (lines whose order
-depends on who came first compared as sets), the compiled table that
-qmail-newu built answers every mail name, and no temporary file is left."""
+"""Concurrent panels: 8 sorvane processes at once, 200 commands a round. In
+one shared domain they add, remove and rename mail names and aliases and
+add and remove domain aliases; beside it each panel adds domains of its
+own, gives them mail names and domain aliases, renames its mail names and
+renames the domains themselves, so that whole-file rewrites of rcpthosts,
+virtualdomains and assign run beside the other panels' line edits.
+Afterwards every file, store and tree agrees with the sequential run of the
+same commands (lines whose order depends on who came first compared as
+sets), the compiled table that qmail-newu built answers every mail name,
+no temporary file is left and the lock directory is sorvane's own."""
 import os
 import random
+import stat
 import threading
 
 from checks_deliveries import PASSWORD, need
-from mailserver import (MAILNAMES, QMAIL, Domain, read, SuiteError, assigned_home, describe_difference, server_state,
-                        temporary_files)
+from mailserver import (MAILNAMES, QMAIL, RUNTIME_DIR, WITHOUT_PICTURE, Domain, option, read, SuiteError, assigned_home,
+                        describe_difference, server_state, temporary_files)
 
 GROUP = "concurrency"
 WORKERS = 8
 COMMANDS = 200
 DOMAIN = "example.com"
+# The most domains of its own that a panel keeps at one time.
+OWN_DOMAINS = 2
+# Where the commands take their per-file locks: sorvane makes it, for root
+# alone, when it is missing (each fresh server starts without it).
+LOCK_DIRECTORY = RUNTIME_DIR + "/locks"
 # Files whose lines are added at the top or appended at the end: with
 # several panels at once their order is the order the panels came in.
 ORDERED_BY_ARRIVAL = ("/var/qmail/control/rcpthosts", "/var/qmail/control/virtualdomains",
                       "/var/qmail/users/assign", "/var/qmail/control/rejectnonexist", "/var/qmail/control/locals")
 COMMANDS_USED = ("--add-domain", "--turn-on-domain", "--add-mailname", "--add-mailbox", "--remove-mailname",
-                 "--rename-mailname",
+                 "--rename-mailname", "--rename-domain",
                  "--add-alias", "--remove-alias", "--add-domain-alias", "--del-domain-alias")
 
 
@@ -36,21 +46,67 @@ class Worker:
         self.mailboxes = set()
         self.domain_aliases = set()
         self.counter = 0
-        self.commands = []  # (arguments, the panel's picture on standard input)
+        self.commands = []  # (arguments, the panel's picture on standard input or None)
         self.picture = Domain(DOMAIN)
+        self.own = {}  # the panel's own domains: name -> its picture
 
     def add_next(self):
-        args = self.next_command()
-        self.commands.append((tuple(args) + ("--wait-stdin",), self.picture.document()))
-        self.picture.apply(args)
+        args, picture = self.next_command()
+        if args[0] in WITHOUT_PICTURE:
+            self.commands.append((tuple(args), None))
+        else:
+            self.commands.append((tuple(args) + ("--wait-stdin",), picture.document()))
+        picture.apply(args)
+        if args[0] == "--rename-domain":
+            self.own[picture.name] = self.own.pop(option(args, "old-domain-name"))
 
     def fresh(self, kind):
         self.counter += 1
         if kind == "alias-domain":
             return "w%d-%d.example.net" % (self.number, self.counter)
+        if kind == "own-domain":
+            return "w%d-%d.example.org" % (self.number, self.counter)
         return "w%d%s%d" % (self.number, kind, self.counter)
 
     def next_command(self):
+        """The next command and the picture of the domain it works on."""
+        choices = ["shared"] * 4 + ["own"]
+        if self.own:
+            choices += ["own"]
+        if self.rng.choice(choices) == "own":
+            return self.own_domain_command()
+        return self.shared_domain_command(), self.picture
+
+    def own_domain_command(self):
+        """Adds a domain of the panel's own, or renames one, or adds or
+        renames a mail name or adds a domain alias in one."""
+        choices = []
+        if len(self.own) < OWN_DOMAINS:
+            choices += ["add-domain"]
+        if self.own:
+            choices += ["rename-domain", "add-mailname", "add-domain-alias"]
+        if any(picture.mails for picture in self.own.values()):
+            choices += ["rename-mailname"]
+        kind = self.rng.choice(choices)
+        if kind == "add-domain":
+            name = self.fresh("own-domain")
+            self.own[name] = Domain(name)
+            return ["--add-domain", "--domain-name=" + name], self.own[name]
+        if kind == "rename-mailname":
+            picture = self.own[self.rng.choice(sorted(n for n, p in self.own.items() if p.mails))]
+            old = self.rng.choice(sorted(picture.mails))
+            return ["--rename-mailname", "--domain-name=" + picture.name, "--old-mailname=" + old,
+                    "--new-mailname=" + self.fresh("r")], picture
+        picture = self.own[self.rng.choice(sorted(self.own))]
+        if kind == "rename-domain":
+            return ["--rename-domain", "--old-domain-name=" + picture.name,
+                    "--new-domain-name=" + self.fresh("own-domain")], picture
+        if kind == "add-mailname":
+            return ["--add-mailname", "--domain-name=" + picture.name, "--mailname=" + self.fresh("n")], picture
+        return ["--add-domain-alias", "--domain-name=" + picture.name,
+                "--domain-alias-name=" + self.fresh("alias-domain"), "--set-bounce"], picture
+
+    def shared_domain_command(self):
         # an alias shares its mail name's mailbox password: only mail names
         # with a mailbox get aliases
         choices = ["add-mailname", "add-domain-alias"]
@@ -150,14 +206,33 @@ def unanswered(workers, run):
     wrong = []
     assign = read(QMAIL + "/users/assign").decode()
     for worker in workers:
-        for name, aliases in worker.names.items():
-            for local in [name] + aliases:
-                home = assigned_home("%s-%s" % (DOMAIN, local))
-                if home != "%s/%s/%s" % (MAILNAMES, DOMAIN, name):
-                    listed = "=%s-%s:" % (DOMAIN, local) in assign
-                    wrong.append("%s run: %s@%s -> %r (%s in assign)" % (run, local, DOMAIN, home,
-                                                                        "listed" if listed else "not listed"))
+        domains = [(DOMAIN, worker.names)] + [(name, picture.mails) for name, picture in sorted(worker.own.items())]
+        for domain, names in domains:
+            for name, aliases in names.items():
+                for local in [name] + aliases:
+                    home = assigned_home("%s-%s" % (domain, local))
+                    if home != "%s/%s/%s" % (MAILNAMES, domain, name):
+                        listed = "=%s-%s:" % (domain, local) in assign
+                        wrong.append("%s run: %s@%s -> %r (%s in assign)" % (run, local, domain, home,
+                                                                            "listed" if listed else "not listed"))
     return wrong
+
+
+def lock_directory_problems():
+    """What is wrong with the lock directory that the panels' first commands
+    made on a fresh server: it must be a directory of root's, for root
+    alone, and the old shared lock directory must not have come back."""
+    problems = []
+    try:
+        info = os.lstat(LOCK_DIRECTORY)
+    except FileNotFoundError:
+        return ["%s was not made" % LOCK_DIRECTORY]
+    if not stat.S_ISDIR(info.st_mode) or info.st_uid != 0 or stat.S_IMODE(info.st_mode) != 0o700:
+        problems.append("%s is %s, owner %d, not a directory of root's with mode 0700"
+                        % (LOCK_DIRECTORY, oct(info.st_mode), info.st_uid))
+    if os.path.lexists("/run/lock/files"):
+        problems.append("/run/lock/files was made")
+    return problems
 
 
 def one_round(server, round_number):
@@ -172,6 +247,7 @@ def one_round(server, round_number):
         thread.join()
     concurrent = server_state()
     left = temporary_files()
+    locks = lock_directory_problems()
     lookups = unanswered(workers, "concurrent")
     prepare(server)
     sequential_statuses = []
@@ -189,12 +265,13 @@ def one_round(server, round_number):
                         describe_difference(normalised(sequential), normalised(concurrent)))
     if left:
         problems.append("temporary files left: %s" % left)
+    problems += locks
     if lookups:
         problems.append("users/cdb does not answer: %s" % lookups[:10])
     failed_sequential = [(c, s, e) for c, s, e in sequential_statuses if s != 0]
     if failed_sequential:
         problems.append("commands failed even one at a time: %s" % failed_sequential[:5])
-    return problems, sum(len(w.names) for w in workers)
+    return problems, sum(len(w.names) + sum(len(p.mails) for p in w.own.values()) for w in workers)
 
 
 def concurrent_panels(server, results, rounds):

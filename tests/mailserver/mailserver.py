@@ -18,6 +18,8 @@ import subprocess
 import time
 
 STATE = "/run/mailserver"
+# sorvane's own directory under /run (a tmpfs here, as after a boot).
+RUNTIME_DIR = "/run/sorvane"
 QMAIL = "/var/qmail"
 MAILNAMES = QMAIL + "/mailnames"
 LOG = STATE + "/qmail.log"
@@ -337,13 +339,16 @@ class MailServer:
         pristine installation, empty stores and key directories), and starts
         qmail-send again when start is set."""
         self.stop_qmail()
-        for tree in (QMAIL, "/var/lib/crelm", "/etc/domainkeys", "/etc/qvt", "/opt/qvt", "/run/lock"):
+        for tree in (QMAIL, "/var/lib/crelm", "/etc/domainkeys", "/etc/qvt", "/opt/qvt"):
             while os.path.ismount(tree):
                 run(["umount", "-l", tree])
             os.makedirs(tree, exist_ok=True)
             mount("tmpfs", tree, "mode=0755")
         run(["cp", "-a", os.path.join(self.cache, "tree") + "/.", QMAIL + "/"])
-        os.makedirs("/run/lock/files")
+        # sorvane makes its run-time directory (with the lock directory in
+        # it) itself when it is missing, as it is after a boot: each fresh
+        # server starts without it.
+        shutil.rmtree(RUNTIME_DIR, ignore_errors=True)
         # what the panel's installer leaves: the stores' directories and the
         # runtime configuration naming the mail names directory
         for store in ("userdb", "handlers", "auth"):
@@ -622,15 +627,28 @@ def describe_difference(expected, found, limit=12):
     return "\n".join(lines[:limit]) + more
 
 
+def beside_control_file(directory, name):
+    """Whether name, in directory, is a file made from the name of one of
+    the control files or assign there (the file itself aside): what a
+    rewrite of it names its temporary file, whatever the form."""
+    for control in CONTROL_FILES:
+        home, base = os.path.split(os.path.join(QMAIL, control))
+        if directory == home and name != base and base in name:
+            return True
+    return False
+
+
 def temporary_files():
     """Files a replacement leaves behind when it stops half-way."""
     found = []
     for root in MUTABLE_TREES + ("/var/qmail/alias",):
         for directory, dirs, files in os.walk(root):
             for name in files:
-                if (name.endswith(".tmp") or re.search(r"\.[A-Za-z0-9]{6}$", name) and ".mail." in name
+                if (name.endswith(".tmp") or re.search(r"\.tmp\.[A-Za-z0-9]{6}$", name)
+                        or re.search(r"\.[A-Za-z0-9]{6}$", name) and ".mail." in name
                         or re.search(r"\.(assign|rcpthosts|virtualdomains|locals|rejectnonexist|qmail)\.[A-Za-z0-9]{6}$",
                                      name)
+                        or beside_control_file(directory, name)
                         or name.endswith("-maildirsize")):
                     found.append(os.path.join(directory, name))
     return found
