@@ -50,6 +50,15 @@ std::size_t checked_newu_runs() {
     return runs;
 }
 
+// The workers asked for kWorkers * kNewuRunsPerWorker rebuilds; a request
+// whose edits a completed rebuild already covered shares that rebuild, so
+// there are at most that many runs, one at a time, and at least one.
+void expect_shared_newu_runs() {
+    const std::size_t runs = checked_newu_runs();
+    EXPECT_GE(runs, 1u);
+    EXPECT_LE(runs, static_cast<std::size_t>(kWorkers * kNewuRunsPerWorker));
+}
+
 struct Worker {
     pid_t pid = -1;
     std::string err_path;
@@ -124,7 +133,7 @@ TEST_F(ControlConcurrencyTest, EightProcessesAddFiftyMailNamesEach) {
     EXPECT_EQ(lines.size(), expected.size());
     EXPECT_EQ(std::set<std::string>(lines.begin(), lines.end()), expected);
     EXPECT_EQ(lines.back(), plus_record("example.test"));
-    EXPECT_EQ(checked_newu_runs(), static_cast<std::size_t>(kWorkers * kNewuRunsPerWorker));
+    expect_shared_newu_runs();
     EXPECT_EQ(list_tree("/var/qmail/users"), std::vector<std::string>{"assign"});
 }
 
@@ -136,7 +145,7 @@ TEST_F(ControlConcurrencyTest, EightProcessesRemoveFiftyMailNamesEach) {
     run_workers("remove");
     EXPECT_EQ(read_file(kAssignPath), assign_of({plus_record("example.test")}));
     EXPECT_EQ(list_tree("/var/qmail/mailnames/example.test"), std::vector<std::string>{});
-    EXPECT_EQ(checked_newu_runs(), static_cast<std::size_t>(kWorkers * kNewuRunsPerWorker));
+    expect_shared_newu_runs();
     EXPECT_EQ(list_tree("/var/qmail/users"), std::vector<std::string>{"assign"});
 }
 

@@ -98,7 +98,10 @@ TEST_F(ReloadTest, QmailNewuRunsOneAtATimeAcrossProcesses) {
         ASSERT_EQ(waitpid(pid, &status, 0), pid);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     }
-    EXPECT_EQ(fake_calls("qmail-newu").size(), static_cast<std::size_t>(kProcesses * kRuns));
+    // Calls that waited while a rebuild begun after them completed share it:
+    // at most one run per call, never two at once.
+    EXPECT_GE(fake_calls("qmail-newu").size(), 1u);
+    EXPECT_LE(fake_calls("qmail-newu").size(), static_cast<std::size_t>(kProcesses * kRuns));
     EXPECT_FALSE(path_exists("/tmp/newu-overlaps")) << read_file("/tmp/newu-overlaps");
 }
 
