@@ -62,7 +62,9 @@ bool create_temporary(TemporaryMaildirFile& file, int maildir_fd, const std::str
             return true;
         if (errno != EEXIST) {
             const int error = errno;
-            return fail("Unable to create " + maildir + "/tmp/" + name + ": " + std::strerror(error), error);
+            return fail("Unable to create " + crelm::mailbox::absolute_path_of(maildir_fd, maildir) + "/tmp/" + name +
+                            ": " + std::strerror(error),
+                        error);
         }
         sleep(kSecondsBetweenAttempts);
     }

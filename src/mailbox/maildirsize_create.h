@@ -17,7 +17,8 @@
 // The temporary file "tmp/<seconds>.<pid>.<host>-maildirsize" ("/" in the
 // host name written as "_") must be new: while the name is taken, up to five
 // names are tried, two seconds apart; any other failure to create it ends at
-// once with "Unable to create <maildir>/tmp/<name>: <reason>". If mail arrived while the Maildir was being counted, the file
+// once with "Unable to create <maildir>/tmp/<name>: <reason>" (<maildir> as
+// absolute_path_of gives it). If mail arrived while the Maildir was being counted, the file
 // is marked stale (modification time 960 seconds before the count started)
 // so that the next reader recounts; that is still a success.
 // Returns true, or false with errno set after reporting one of

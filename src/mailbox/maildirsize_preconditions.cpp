@@ -19,17 +19,6 @@ bool fail(const std::string& message, int error) {
     return false;
 }
 
-// The path the kernel gives the opened Maildir: callers often hold it by a
-// relative name ("./Maildir") that says nothing about the mailbox.
-std::string absolute_path_of(int fd, const std::string& fallback) {
-    char path[4096];
-    const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t length = readlink(link.c_str(), path, sizeof path);
-    if (length <= 0 || static_cast<std::size_t>(length) >= sizeof path || path[0] != '/')
-        return fallback;
-    return std::string(path, static_cast<std::size_t>(length));
-}
-
 // 0 when name in the folder is a directory (not a link to one), else why not.
 int directory_error(int folder_fd, const char* name) {
     struct stat st;
@@ -82,6 +71,15 @@ bool maildirsize_is_replaceable(int maildir_fd, const std::string& maildir) {
 }
 
 }  // namespace
+
+std::string absolute_path_of(int fd, const std::string& fallback) {
+    char path[4096];
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = readlink(link.c_str(), path, sizeof path);
+    if (length <= 0 || static_cast<std::size_t>(length) >= sizeof path || path[0] != '/')
+        return fallback;
+    return std::string(path, static_cast<std::size_t>(length));
+}
 
 bool check_maildir_for_maildirsize(int maildir_fd, const std::string& shown_path) {
     const std::string maildir = absolute_path_of(maildir_fd, shown_path);

@@ -20,4 +20,9 @@ namespace crelm::mailbox {
 // (shown_path otherwise), so the message says which mailbox is broken.
 bool check_maildir_for_maildirsize(int maildir_fd, const std::string& shown_path);
 
+// The absolute path of the directory open on fd, for messages: callers often
+// hold a Maildir by a relative name ("./Maildir") that says nothing about the
+// mailbox. fallback when the path cannot be had.
+std::string absolute_path_of(int fd, const std::string& fallback);
+
 }  // namespace crelm::mailbox
