@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <limits>
 
 #include "mailbox/directory_entries.h"
 #include "mailbox/maildir_mtime.h"
@@ -24,15 +23,20 @@ bool fail(const std::string& message, int error) {
     return false;
 }
 
+// The agent's totals wrap around rather than stop at the largest number.
 void add_bytes(MaildirTotals& totals, long long bytes) {
-    if (__builtin_add_overflow(totals.bytes, bytes, &totals.bytes))
-        totals.bytes = std::numeric_limits<long long>::max();
+    totals.bytes = static_cast<long long>(static_cast<unsigned long long>(totals.bytes) +
+                                          static_cast<unsigned long long>(bytes));
     ++totals.count;
 }
 
 bool is_vanished(int error) { return error == ENOENT || error == ENOTDIR; }
 
+bool is_counted_message(std::string_view name) { return name[0] != '.' && !is_trashed_message_name(name); }
+
 bool add_message(int dir_fd, const DirectoryEntry& entry, const std::string& dir_path, MaildirTotals& totals) {
+    if (!is_counted_message(entry.name))
+        return true;
     if (const auto size = size_from_message_name(entry.name)) {
         add_bytes(totals, *size);
         return true;
@@ -61,15 +65,22 @@ bool add_messages(int dir_fd, const std::string& dir_path, MaildirTotals& totals
     return true;
 }
 
+// Whether a folder without "cur" or "new" is a failure or counts what it has.
+enum class Missing { Fails, CountsNothing };
+
 // Counts "<folder>/cur" or "<folder>/new".
-bool count_subdirectory(int folder_fd, const std::string& folder, const char* which, MaildirTotals& totals) {
+bool count_subdirectory(int folder_fd, const std::string& folder, const char* which, Missing missing,
+                        MaildirTotals& totals) {
     const std::string path = folder + "/" + which;
     const std::string subfolder = std::string("Maildir subfolder '") + which + "'";
     if (path.size() >= kPathBufferSize)
         return fail(subfolder + " name too long to fit the allowed buffer", ENAMETOOLONG);
     struct stat st;
-    if (fstatat(folder_fd, which, &st, AT_SYMLINK_NOFOLLOW) != 0)
+    if (fstatat(folder_fd, which, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (missing == Missing::CountsNothing && is_vanished(errno))
+            return true;
         return fail(subfolder + " stat failed", EIO);
+    }
     if (!S_ISDIR(st.st_mode))
         return true;
     const auto dir = open_directory_at(folder_fd, which);
@@ -80,24 +91,21 @@ bool count_subdirectory(int folder_fd, const std::string& folder, const char* wh
     return add_messages(dir.get(), path, totals);
 }
 
-bool count_folder(int folder_fd, const std::string& folder, MaildirTotals& totals) {
-    return count_subdirectory(folder_fd, folder, "cur", totals) &&
-           count_subdirectory(folder_fd, folder, "new", totals);
+bool count_folder(int folder_fd, const std::string& folder, Missing missing, MaildirTotals& totals) {
+    return count_subdirectory(folder_fd, folder, "cur", missing, totals) &&
+           count_subdirectory(folder_fd, folder, "new", missing, totals);
 }
 
-// The subfolder named entry if it holds a "maildirfolder" marker; invalid
-// when it is no folder to count.
-crelm::util::UniqueFd open_marked_subfolder(int maildir_fd, const DirectoryEntry& entry, const std::string& path) {
+// Deleted mail waits in Trash until it is emptied; the agent does not charge
+// it against the quota.
+bool is_counted_subfolder(std::string_view name) { return name[0] == '.' && name != ".Trash"; }
+
+// The subfolder named entry opened; invalid when it is no directory (a link
+// is not followed).
+crelm::util::UniqueFd open_subfolder(int maildir_fd, const DirectoryEntry& entry) {
     if (entry.type != DT_DIR && entry.type != DT_UNKNOWN)
         return {};
-    auto folder = open_directory_at(maildir_fd, entry.name.data());
-    struct stat st;
-    if (folder.valid() && fstatat(folder.get(), "maildirfolder", &st, AT_SYMLINK_NOFOLLOW) == 0)
-        return folder;
-    const bool unexamined = folder.valid() ? errno != ENOENT : !(is_vanished(errno) || errno == ELOOP);
-    if (unexamined)
-        mailbox_report("unable to stat('" + path + "/maildirfolder'). Continue.\n");
-    return {};
+    return open_directory_at(maildir_fd, entry.name.data());
 }
 
 bool count_subfolders(int maildir_fd, const std::string& maildir, MaildirTotals& totals) {
@@ -107,11 +115,11 @@ bool count_subfolders(int maildir_fd, const std::string& maildir, MaildirTotals&
     DirectoryEntries entries(listing.get());
     DirectoryEntry entry;
     while (entries.next(entry)) {
-        if (entry.name[0] != '.')
+        if (!is_counted_subfolder(entry.name))
             continue;
         const std::string path = maildir + "/" + std::string(entry.name);
-        const auto folder = open_marked_subfolder(maildir_fd, entry, path);
-        if (folder.valid() && !count_folder(folder.get(), path, totals))
+        const auto folder = open_subfolder(maildir_fd, entry);
+        if (folder.valid() && !count_folder(folder.get(), path, Missing::CountsNothing, totals))
             return false;
     }
     if (entries.error() != 0)
@@ -123,7 +131,7 @@ bool count_subfolders(int maildir_fd, const std::string& maildir, MaildirTotals&
 }  // namespace
 
 bool count_maildir_at(int maildir_fd, const std::string& maildir, MaildirTotals& totals) {
-    return count_folder(maildir_fd, maildir, totals) && count_subfolders(maildir_fd, maildir, totals);
+    return count_folder(maildir_fd, maildir, Missing::Fails, totals) && count_subfolders(maildir_fd, maildir, totals);
 }
 
 }  // namespace crelm::mailbox

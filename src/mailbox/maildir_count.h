@@ -1,9 +1,15 @@
-// Counting a Maildir++ mailbox: every message in "cur" and "new" of the
-// Maildir itself and of each subfolder that holds a "maildirfolder" marker.
-// A message counts 1 and its size: the ",S=" size its name carries, else its
-// own lstat size. Nothing found in the tree is followed when it is a
-// symbolic link: a linked "cur", "new" or subfolder counts nothing, a linked
-// message counts as the link itself.
+// Counting a Maildir++ mailbox the way the delivery agent recounts it, so
+// that the totals written into "maildirsize" agree with the agent's own:
+// every message in "cur" and "new" of the Maildir itself and of each
+// subfolder (an entry of the Maildir whose name starts with "." and that is
+// a directory, with or without a "maildirfolder" marker), except the
+// ".Trash" folder. Names starting with "." and trashed messages (see
+// is_trashed_message_name) are left out. A message counts 1 and its size:
+// the ",S=" size its name carries (size_from_message_name), else its own
+// lstat size. A subfolder without "cur" or "new" counts what it has.
+// Nothing found in the tree is followed when it is a symbolic link: a linked
+// "cur", "new" or subfolder counts nothing, a linked message counts as the
+// link itself. Totals add up modulo 2^64, as the agent's do.
 #pragma once
 
 #include <ctime>
@@ -24,8 +30,7 @@ struct MaildirTotals {
 //   'new'; ENAMETOOLONG), when a folder path would reach 4096 bytes;
 //   "Maildir subfolder 'cur' stat failed" (and 'new'; EIO);
 //   "Unable to read Maildir folder <path>: <reason>" when a listing fails.
-// A subfolder whose marker cannot be examined is reported as
-// "unable to stat('<marker path>'). Continue." and left out.
+// The Maildir's own "cur" and "new" must be there; a subfolder's need not.
 bool count_maildir_at(int maildir_fd, const std::string& maildir, MaildirTotals& totals);
 
 }  // namespace crelm::mailbox

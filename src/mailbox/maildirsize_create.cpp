@@ -14,6 +14,7 @@
 #include "mailbox/maildir_count.h"
 #include "mailbox/maildir_mtime.h"
 #include "mailbox/maildirsize_format.h"
+#include "mailbox/maildirsize_preconditions.h"
 #include "mailbox/open_directory.h"
 #include "mailbox/report.h"
 #include "mailbox/temporary_maildir_file.h"
@@ -51,10 +52,20 @@ std::string temporary_name(const std::string& host) {
     return name;
 }
 
-bool create_temporary(TemporaryMaildirFile& file, int maildir_fd, const std::string& host) {
+// Only a name that is taken is worth another attempt (the next one carries a
+// later time); any other failure would fail the same way every time.
+bool create_temporary(TemporaryMaildirFile& file, int maildir_fd, const std::string& maildir,
+                      const std::string& host) {
     for (int attempt = 0; attempt < kCreateAttempts; ++attempt) {
-        if (file.create(maildir_fd, temporary_name(host)))
+        const std::string name = temporary_name(host);
+        if (file.create(maildir_fd, name))
             return true;
+        if (errno != EEXIST) {
+            const int error = errno;
+            return fail("Unable to create " + crelm::mailbox::absolute_path_of(maildir_fd, maildir) + "/tmp/" + name +
+                            ": " + std::strerror(error),
+                        error);
+        }
         sleep(kSecondsBetweenAttempts);
     }
     return fail("Maximal allowed number of attempts to create a maildirsize file exceeded", EAGAIN);
@@ -114,11 +125,13 @@ bool create_locked(const std::string& maildir, uid_t uid, gid_t gid, long long q
     const auto maildir_fd = crelm::mailbox::open_directory(maildir);
     if (!maildir_fd.valid())
         return fail("Unable to open Maildir folder " + maildir + ": " + std::strerror(errno), errno);
+    if (!crelm::mailbox::check_maildir_for_maildirsize(maildir_fd.get(), maildir))
+        return false;
     // What an earlier run killed half-way left behind goes first, so that a
     // second run leaves the Maildir exactly as one undisturbed run would.
     crelm::mailbox::remove_abandoned_maildirsize_temporaries(maildir_fd.get(), host);
     TemporaryMaildirFile file;
-    if (!create_temporary(file, maildir_fd.get(), host))
+    if (!create_temporary(file, maildir_fd.get(), maildir, host))
         return false;
     if (fchown(file.fd(), uid, gid) != 0)
         return fail(std::string("Unable to change owner of maildirsize file: ") + std::strerror(errno), errno);

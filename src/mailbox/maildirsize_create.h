@@ -11,9 +11,14 @@
 // "<quota_bytes>S,<quota_count>C" (the numbers as given; see
 // storage_quota_to_write) and the Maildir's counted size and message count,
 // owned by uid:gid with mode 0644 (less the umask).
+// The Maildir is checked first (check_maildir_for_maildirsize): a missing
+// "tmp", a folder without "cur" or "new", or a "maildirsize" that is not a
+// regular file fails at once, before anything is written.
 // The temporary file "tmp/<seconds>.<pid>.<host>-maildirsize" ("/" in the
-// host name written as "_") must be new: up to five names are tried, two
-// seconds apart. If mail arrived while the Maildir was being counted, the file
+// host name written as "_") must be new: while the name is taken, up to five
+// names are tried, two seconds apart; any other failure to create it ends at
+// once with "Unable to create <maildir>/tmp/<name>: <reason>" (<maildir> as
+// absolute_path_of gives it). If mail arrived while the Maildir was being counted, the file
 // is marked stale (modification time 960 seconds before the count started)
 // so that the next reader recounts; that is still a success.
 // Returns true, or false with errno set after reporting one of

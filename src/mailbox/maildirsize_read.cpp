@@ -15,8 +15,10 @@
 
 namespace {
 
-// Larger files are never read whole; their tail is ignored.
-constexpr std::size_t kReadLimit = 5119;
+// The delivery agent recounts the Maildir when "maildirsize" has grown to
+// this size (too many delta lines to sum); so does the reader here, so that
+// both see the same totals.
+constexpr std::size_t kRecountSize = 5120;
 
 bool read_maildirsize(const std::string& maildir, std::string& text) {
     const auto maildir_fd = crelm::mailbox::open_directory(maildir);
@@ -31,10 +33,10 @@ bool read_maildirsize(const std::string& maildir, std::string& text) {
         errno = EINVAL;
         return false;
     }
-    text.resize(kReadLimit);
+    text.resize(kRecountSize);
     std::size_t got = 0;
-    while (got < kReadLimit) {
-        const ssize_t n = read(file.get(), text.data() + got, kReadLimit - got);
+    while (got < kRecountSize) {
+        const ssize_t n = read(file.get(), text.data() + got, kRecountSize - got);
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0)
@@ -42,6 +44,10 @@ bool read_maildirsize(const std::string& maildir, std::string& text) {
         if (n == 0)
             break;
         got += static_cast<std::size_t>(n);
+    }
+    if (got == kRecountSize) {
+        errno = EFBIG;
+        return false;
     }
     text.resize(got);
     return true;

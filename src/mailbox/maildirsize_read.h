@@ -9,8 +9,9 @@ enum class Recount {
     Never,    // an unusable file is a failure
 };
 
-// Reads at most the first 5119 bytes of "<maildir>/maildirsize" (a symbolic
-// link or anything but a regular file there is unreadable). The first line
+// Reads "<maildir>/maildirsize" (a symbolic link or anything but a regular
+// file there is unreadable; so is a file of 5120 bytes or more, which the
+// delivery agent recounts rather than reads, EFBIG). The first line
 // must be a quota header ("<n>S", "<m>C" or both, comma-separated; no
 // negative quota), else "maildirsize quota header is corrupted. Please run
 // maildir_mend utility to fix." is logged. Every following complete line adds

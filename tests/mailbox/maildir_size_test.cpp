@@ -97,8 +97,9 @@ TEST_F(MaildirSizeTest, WorkingDirectoryIsRestored) {
     fs::remove_all(mailbox + "/Maildir/cur");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(maildir_size("example.test", "info", 10));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Maildir subfolder 'cur' stat failed\n");
-    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Maildir folder " + mailbox + "/Maildir has no cur directory: No such file or directory\n");
+    EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(working_directory(), scratch_dir());
     EXPECT_TRUE(names_in(mailbox + "/Maildir/tmp").empty());
 }

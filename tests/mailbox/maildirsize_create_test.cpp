@@ -5,12 +5,14 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/inotify.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
@@ -149,21 +151,114 @@ TEST_F(MaildirsizeCreateTest, LinkedTmpIsNotWrittenThrough) {
     fs::create_directory_symlink(elsewhere, maildir + "/tmp");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(maildirsize_create(maildir, 0, 0, 1, 0));
+    EXPECT_EQ(errno, ENOTDIR);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Maximal allowed number of attempts to create a maildirsize file exceeded\n");
+              "Maildir folder " + maildir + " has no tmp directory: Not a directory\n");
     EXPECT_TRUE(names_in(elsewhere).empty());
     EXPECT_FALSE(path_exists(maildirsize()));
 }
 
+// maildir reached through "./" steps so that its path is length bytes long
+// or just under.
+std::string padded_path(const std::string& maildir, std::size_t length) {
+    std::string padding;
+    while (padding.size() + maildir.size() + 2 <= length)
+        padding += "./";
+    return padding + maildir;
+}
+
 TEST_F(MaildirsizeCreateTest, CountFailureLeavesNoTemporaryFile) {
-    fs::remove_all(maildir + "/.Spam/cur");
+    // The Maildir's own folders fit the path buffer, its subfolders' do not:
+    // the count fails once the temporary file is made.
+    ASSERT_EQ(chdir(scratch_dir().c_str()), 0);
+    const std::string long_maildir = padded_path("Maildir", 4090);
+    ASSERT_LT(long_maildir.size() + 4, 4096u);
+    testing::internal::CaptureStderr();
+    errno = 0;
+    EXPECT_FALSE(maildirsize_create(long_maildir, 0, 0, 1, 0));
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Maildir subfolder 'cur' name too long to fit the allowed buffer\n");
+    EXPECT_TRUE(names_in(maildir + "/tmp").empty());
+    EXPECT_FALSE(path_exists(maildirsize()));
+}
+
+// Expects maildirsize_create to fail at once with message and error, and to
+// leave the Maildir without a maildirsize and with an empty tmp.
+void expect_refused_at_once(const std::string& maildir, const std::string& message, int error) {
+    const auto start = std::chrono::steady_clock::now();
     testing::internal::CaptureStderr();
     errno = 0;
     EXPECT_FALSE(maildirsize_create(maildir, 0, 0, 1, 0));
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Maildir subfolder 'cur' stat failed\n");
+    EXPECT_EQ(errno, error);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), message + "\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+}
+
+TEST_F(MaildirsizeCreateTest, MissingTmpCurOrNewOfTheMaildirIsRefusedAtOnce) {
+    for (const std::string which : {"tmp", "cur", "new"}) {
+        fs::rename(maildir + "/" + which, scratch_dir() + "/kept");
+        expect_refused_at_once(
+            maildir, "Maildir folder " + maildir + " has no " + which + " directory: No such file or directory",
+            ENOENT);
+        EXPECT_FALSE(path_exists(maildirsize()));
+        fs::rename(scratch_dir() + "/kept", maildir + "/" + which);
+    }
+}
+
+TEST_F(MaildirsizeCreateTest, SubfolderWithoutCurOrNewIsRefusedAtOnce) {
+    fs::remove_all(maildir + "/.Spam/cur");
+    write_file(maildir + "/.Spam/cur", "");
+    expect_refused_at_once(maildir, "Maildir folder " + maildir + "/.Spam has no cur directory: Not a directory",
+                           ENOTDIR);
+    fs::remove(maildir + "/.Spam/cur");
+    fs::create_directory(maildir + "/.Spam/cur");
+    make_maildir(maildir + "/.Trash");
+    fs::remove_all(maildir + "/.Trash/new");
+    expect_refused_at_once(
+        maildir, "Maildir folder " + maildir + "/.Trash has no new directory: No such file or directory", ENOENT);
     EXPECT_TRUE(names_in(maildir + "/tmp").empty());
     EXPECT_FALSE(path_exists(maildirsize()));
+}
+
+TEST_F(MaildirsizeCreateTest, MaildirsizeThatIsNoRegularFileIsRefusedAtOnce) {
+    ASSERT_EQ(mkfifo(maildirsize().c_str(), 0600), 0);
+    expect_refused_at_once(maildir, maildirsize() + " is not a regular file", EINVAL);
+    EXPECT_TRUE(fs::is_fifo(maildirsize()));
+    fs::remove(maildirsize());
+    fs::create_directory(maildirsize());
+    expect_refused_at_once(maildir, maildirsize() + " is not a regular file", EINVAL);
+    EXPECT_TRUE(fs::is_directory(maildirsize()));
+    EXPECT_TRUE(names_in(maildir + "/tmp").empty());
+}
+
+TEST_F(MaildirsizeCreateTest, RelativeMaildirIsNamedByItsAbsolutePath) {
+    ASSERT_EQ(chdir(scratch_dir().c_str()), 0);
+    fs::remove_all(maildir + "/tmp");
+    expect_refused_at_once("./Maildir",
+                           "Maildir folder " + maildir + " has no tmp directory: No such file or directory", ENOENT);
+}
+
+TEST_F(MaildirsizeCreateTest, TemporaryFileThatCannotBeMadeIsNotTriedAgain) {
+    // tmp stays a directory but takes no new file.
+    const std::string tmp = maildir + "/tmp";
+    ASSERT_EQ(mount(tmp.c_str(), tmp.c_str(), nullptr, MS_BIND, nullptr), 0) << std::strerror(errno);
+    ASSERT_EQ(mount(nullptr, tmp.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0)
+        << std::strerror(errno);
+    const auto start = std::chrono::steady_clock::now();
+    testing::internal::CaptureStderr();
+    errno = 0;
+    EXPECT_FALSE(maildirsize_create(maildir, 0, 0, 1, 0));
+    EXPECT_EQ(errno, EROFS);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    const std::string prefix = "Unable to create " + tmp + "/";
+    const std::string suffix = "." + std::to_string(getpid()) + "." + host_name() +
+                               "-maildirsize: Read-only file system\n";
+    EXPECT_TRUE(err.starts_with(prefix) && err.ends_with(suffix)) << err;
+    EXPECT_EQ(err.size(), prefix.size() + std::to_string(std::time(nullptr)).size() + suffix.size()) << err;
+    EXPECT_FALSE(path_exists(maildirsize()));
+    ASSERT_EQ(umount(tmp.c_str()), 0);
 }
 
 TEST_F(MaildirsizeCreateTest, WriteFailureLeavesNoTemporaryFile) {

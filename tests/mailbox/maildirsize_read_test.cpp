@@ -59,12 +59,32 @@ TEST_F(MaildirsizeReadTest, IncompleteLastLineIsIgnored) {
     EXPECT_EQ(read(Recount::Never), std::make_pair(10LL, 1LL));
 }
 
-TEST_F(MaildirsizeReadTest, OnlyTheFirst5119BytesAreRead) {
-    std::string text = "0S\n";  // 3 bytes, then lines of 4 bytes
-    while (text.size() < 6000)
+// "0S\n" then lines "1 1\n" up to size bytes, the last one padded.
+std::string maildirsize_of_size(std::size_t size) {
+    std::string text = "0S\n";
+    while (text.size() + 4 <= size)
         text += "1 1\n";
+    if (text.size() < size)
+        text.insert(text.size() - 1, size - text.size(), ' ');
+    return text;
+}
+
+TEST_F(MaildirsizeReadTest, FileJustUnder5120BytesIsSummed) {
+    const std::string text = maildirsize_of_size(5119);
+    ASSERT_EQ(text.size(), 5119u);
     write_maildirsize(text);
     EXPECT_EQ(read(Recount::Never), std::make_pair(1279LL, 1279LL));
+}
+
+TEST_F(MaildirsizeReadTest, FileOf5120BytesOrMoreIsRecounted) {
+    for (const std::size_t size : {5120u, 5121u, 6000u}) {
+        write_maildirsize(maildirsize_of_size(size));
+        EXPECT_EQ(read(Recount::Allowed), std::make_pair(300LL, 2LL)) << size;
+        long long bytes = -1;
+        long long count = -1;
+        EXPECT_FALSE(maildirsize_read(maildir, bytes, count, Recount::Never)) << size;
+        EXPECT_EQ(errno, EFBIG);
+    }
 }
 
 TEST_F(MaildirsizeReadTest, CorruptedHeaderIsLoggedAndRecounted) {
