@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commands/action_options.h"
+#include "commands/assign_key_checks.h"
 #include "commands/command_options.h"
 #include "commands/command_session.h"
 #include "commands/domain_alias_steps.h"
@@ -70,7 +71,10 @@ int add_domain_alias_command(int argc, char** argv) {
     const SessionMailDataGuard session_guard;
     acquire_alias_session(options, domain);
     const NotexistingAction action = notexisting_action_from_options(options);
-    return add_domain_alias_steps(domain, options.domain_name("domain-alias-name"), action, Reload::Yes);
+    const std::string alias = options.domain_name("domain-alias-name");
+    if (refuse_domain_alias(alias))
+        return 1;
+    return add_domain_alias_steps(domain, alias, action, Reload::Yes);
 }
 
 int del_domain_alias_command(int argc, char** argv) {
@@ -102,8 +106,10 @@ int rename_domain_alias_command(int argc, char** argv) {
     const SessionMailDataGuard session_guard;
     acquire_alias_session(options, domain);
     const NotexistingAction action = notexisting_action_from_options(options);
-    return rename_domain_alias(domain, options.domain_name("old-domain-alias-name"),
-                               options.domain_name("new-domain-alias-name"), action);
+    const std::string new_alias = options.domain_name("new-domain-alias-name");
+    if (refuse_domain_alias(new_alias))
+        return 1;
+    return rename_domain_alias(domain, options.domain_name("old-domain-alias-name"), new_alias, action);
 }
 
 }  // namespace crelm::mail::sorvane_commands

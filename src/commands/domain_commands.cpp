@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/action_options.h"
+#include "commands/assign_key_checks.h"
 #include "commands/command_options.h"
 #include "commands/command_session.h"
 #include "commands/disk_quota_option.h"
@@ -67,6 +68,8 @@ bool store_domain_quotas(const std::string& domain, const std::vector<MailboxQuo
 }
 
 int add_domain(const std::string& domain, std::int64_t quota) {
+    if (refuse_domain_key(domain))
+        return 1;
     if (!store_domain_quotas(domain, session_mailbox_quotas(domain), quota))
         return -1;
     // A new domain bounces mail for unknown names with the default phrase;
@@ -94,6 +97,8 @@ int remove_domain(const std::string& domain) {
 }
 
 int rename_domain(const std::string& old_domain, const std::string& new_domain) {
+    if (refuse_domain_key(new_domain, old_domain))
+        return 1;
     if (!MailboxQuotaDb().renameDomain(old_domain, new_domain)) {
         log_message(LOG_ERR, "Unable to rename domain from '%s' to '%s' in userdb", old_domain.c_str(),
                     new_domain.c_str());

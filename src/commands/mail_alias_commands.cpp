@@ -13,6 +13,7 @@
 #include "qmail/control_files.h"
 #include "qmail/delivery.h"
 #include "runtime/log.h"
+#include "commands/assign_key_checks.h"
 #include "session/acquire_session.h"
 #include "stores/mail_auth_store.h"
 #include "stores/mail_handlers_store.h"
@@ -89,6 +90,8 @@ int add_alias_command(int argc, char** argv) {
     const MailAlias names = parse_mail_alias(options, argc, argv);
     const SessionMailDataGuard session_guard;
     acquire_mailname_session(options, SessionDataUse::Required, names.domain, names.mailname);
+    if (refuse_mail_key(names.domain, names.alias))
+        return 1;
 
     int failed = qmail_add_mail_alias(names.mailname, names.domain, names.alias) != 0;
     if (move_mail_auth_user(names.domain, names.mailname, names.domain, names.alias) == -1) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "commands/assign_key_checks.h"
 #include "commands/command_options.h"
 #include "commands/disk_quota_option.h"
 #include "commands/handlers.h"
@@ -112,6 +113,8 @@ int add_mailname_command(int argc, char** argv) {
         quota = options.quota("disk-quota");
     const SessionMailDataGuard session_guard;
     acquire_mailname_session(options, SessionDataUse::NotRequired, domain, mailname, quota);
+    if (refuse_mail_key(domain, mailname))
+        return 1;
 
     MailboxQuotaDb quota_db;
     if (quota) {
@@ -188,6 +191,8 @@ int rename_mailname_command(int argc, char** argv) {
     const std::string new_mailname = options.mail_name("new-mailname");
     const SessionMailDataGuard session_guard;
     acquire_mailname_session(options, SessionDataUse::Required, domain, old_mailname);
+    if (refuse_existing_mailname(domain, old_mailname, new_mailname) || refuse_mail_key(domain, new_mailname))
+        return 1;
 
     if (!MailboxQuotaDb().renameMailbox(domain, old_mailname, new_mailname)) {
         log_message(LOG_ERR, "Unable to rename mailbox from '%s@%s' to '%s@%s' in userdb", old_mailname.c_str(),

@@ -63,7 +63,7 @@ int qmail_remove_domain_alias(const std::string& domain, const std::string& alia
 // The "=" record of a mail name at the top of assign. 0 (failures fatal:
 // "empty mailname, maildomain or mailalias", "Unable to define UID or GID
 // for user popuser", and "Unable to add record for <name>@<domain> to assign
-// file" after the mail name is undone).
+// file", after a record that was there before is tried once more).
 int qmail_add_mailname_record(const std::string& mailname, const std::string& domain);
 // Mail aliases: "=<domain>-<alias>" records pointing at the mail name's
 // home. 0 (failures fatal: "empty mailname, maildomain or mailalias",

@@ -58,6 +58,10 @@ std::optional<bool> holds_line(const char* path, const std::string& line) {
 
 }  // namespace
 
+std::optional<bool> file_holds_line(const char* path, const std::string& line) {
+    return holds_line(path, line);
+}
+
 bool remove_line(const char* path, const std::string& line) {
     return file_str_one(path, line, LineAction::remove_exact, LinePosition::anywhere) == 0;
 }

@@ -2,11 +2,15 @@
 // lock. Each is true when the edit was made; file_str has reported why not.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace crelm::qmail {
 
+// Whether some line of the file equals line (a last line without its
+// newline included); nullopt when the file cannot be opened or read.
+std::optional<bool> file_holds_line(const char* path, const std::string& line);
 // Takes out every line equal to line (a missing file counts as a failure).
 bool remove_line(const char* path, const std::string& line);
 // remove_line, but when a read of the file shows that no line equals line

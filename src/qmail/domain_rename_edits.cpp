@@ -82,19 +82,35 @@ bool rename_in_virtualdomains(const std::string& old_domain, const std::string& 
                 true);
 }
 
-// Homes of mail names and aliases, the domain's own home, the keys of the
-// "=" records and the "+" record. Every pattern holds the old name, so the
-// substitutions are tried only on lines that hold it: on a large table that
-// one search per line is most of the pass.
+// A "=" record "=<old>-<name>:<user>:<uid>:<gid>:<mailnames>/<old>/...:<dash>:<ext>:"
+// gets the new name in its key and its home; every other field stays.
+std::string mailname_records_script(const std::string& old_domain, const std::string& new_domain) {
+    const std::string root = crelm::mailbox::mailnames_root();
+    return "s|^=" + sed_pattern_literal(old_domain, '|') + "-\\([^:]*:[^:]*:[^:]*:[^:]*:\\)" +
+           sed_pattern_literal(root + "/" + old_domain + "/", '|') + "\\([^:]*:[^:]*:[^:]*:\\)$|=" +
+           sed_replacement_literal(new_domain, '|') + "-\\1" + sed_replacement_literal(root + "/" + new_domain + "/", '|') +
+           "\\2|";
+}
+
+// The "+" record "+<old>:<user>:<uid>:<gid>:<mailnames>/<old>:<dash>:<ext>:".
+std::string domain_record_script(const std::string& old_domain, const std::string& new_domain) {
+    const std::string root = crelm::mailbox::mailnames_root();
+    return "s|^+" + sed_pattern_literal(old_domain, '|') + ":\\([^:]*:[^:]*:[^:]*:\\)" +
+           sed_pattern_literal(root + "/" + old_domain, '|') + "\\(:[^:]*:[^:]*:\\)$|+" +
+           sed_replacement_literal(new_domain, '|') + ":\\1" + sed_replacement_literal(root + "/" + new_domain, '|') +
+           "\\2|";
+}
+
+// The domain's own records: those whose key is exactly "<old>-<name>" (or the
+// "+<old>" record) and whose home is exactly in the old domain's directory.
+// Records of a domain whose name only begins with the old one
+// ("<old>-x.com", "<old>x.com") stay as they are. Every pattern holds the old
+// name, so the substitutions are tried only on lines that hold it: on a
+// large table that one search per line is most of the pass.
 bool rename_in_assign(const std::string& old_domain, const std::string& new_domain) {
-    const std::string old_home = crelm::mailbox::mailnames_root() + "/" + old_domain;
-    const std::string new_home = crelm::mailbox::mailnames_root() + "/" + new_domain;
     return edit(kUsersAssign,
-                {"/" + sed_pattern_literal(old_domain, '/') + "/{",
-                 sed_substitute(old_home + "/", new_home + "/", Anchor::none),
-                 sed_substitute(old_home + ":", new_home + ":", Anchor::none),
-                 sed_substitute("=" + old_domain + "-", "=" + new_domain + "-", Anchor::start),
-                 sed_substitute("+" + old_domain + ":", "+" + new_domain + ":", Anchor::start), "}"},
+                {"/" + sed_pattern_literal(old_domain, '/') + "/{", mailname_records_script(old_domain, new_domain),
+                 domain_record_script(old_domain, new_domain), "}"},
                 true);
 }
 

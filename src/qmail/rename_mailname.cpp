@@ -55,10 +55,13 @@ void rename_home(const MailnameRename& rename) {
 }
 
 // The aliases' records end in the mail name's home: they follow it there.
+// Only a whole "=" record whose fields after its key are exactly the old
+// ones changes, its key kept.
 bool repoint_alias_records(const MailnameRename& rename) {
-    const std::string script = sed_substitute(mailname_assign_tail(rename.domain, rename.old_name, rename.ids),
-                                              mailname_assign_tail(rename.domain, rename.new_name, rename.ids),
-                                              Anchor::end);
+    const std::string script =
+        "s|^\\(=[^:]*\\)" + sed_pattern_literal(mailname_assign_tail(rename.domain, rename.old_name, rename.ids), '|') +
+        "$|\\1" + sed_replacement_literal(mailname_assign_tail(rename.domain, rename.new_name, rename.ids), '|') +
+        "|";
     if (!sed_copy_locked(kUsersAssign, script, SedCopyAttributes{0644, std::nullopt})) {
         report_failure("Unable to change aliases in %s\n", kUsersAssign);
         return false;
@@ -99,11 +102,27 @@ bool rename_auth_records(const MailnameRename& rename) {
     return renamed;
 }
 
+// The domain and its aliases, whose addresses all reach the mail name.
+std::vector<std::string> address_domains(const MailnameRename& rename) {
+    std::vector<std::string> domains = {rename.domain};
+    NameList aliases;
+    if (qmail_session_hooks().domain_aliases(rename.domain, aliases) == 0) {
+        for (const std::string& alias : aliases.value_or(std::vector<std::string>{})) {
+            domains.push_back(control_domain_name(alias));
+        }
+    }
+    return domains;
+}
+
 // Forwarding and delivery lines of ".qmail" may name the mail name's own
-// address; they follow the rename. Failures here are reported only.
+// address at its domain or one of its aliases; those whole addresses follow
+// the rename, and no other address. Failures here are reported only.
 void rename_in_dot_qmail(const MailnameRename& rename) {
+    if (rename.old_name == rename.new_name) {
+        return;
+    }
     const std::string path = rename.home(rename.new_name) + "/.qmail";
-    const std::string script = sed_substitute(rename.old_name + "@", rename.new_name + "@", Anchor::none);
+    const std::string script = sed_address_rename(rename.old_name, rename.new_name, address_domains(rename));
     if (!sed_copy_locked(path, script, SedCopyAttributes{0600, std::pair{rename.ids.uid, rename.ids.gid}})) {
         report_failure("Unable to change mailname in dot-qmail in %s\n", path.c_str());
     }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace crelm::qmail {
 
@@ -24,5 +25,14 @@ std::string sed_append_literal(const std::string& text);
 // anchor_start and anchor_end put "^" and "$" around the pattern.
 enum class Anchor { none, start, end, whole };
 std::string sed_substitute(const std::string& from, const std::string& to, Anchor anchor);
+
+// The script that renames the address "<old_local>@<domain>" to
+// "<new_local>@<domain>" for each of domains (letter case aside), only where
+// it stands whole: at the start of a line (after a forwarding "&" too) or
+// after a character that no mail name holds, and before the end of the line
+// or a character that no domain name holds. "x<old_local>@<domain>",
+// "<old_local>@<domain>.other" and "<old_local>@<other domain>" stay.
+std::string sed_address_rename(const std::string& old_local, const std::string& new_local,
+                               const std::vector<std::string>& domains);
 
 }  // namespace crelm::qmail

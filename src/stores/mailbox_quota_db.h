@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,10 @@ public:
     // read-only, there is no such row, or the text has no digits or is out
     // of range (logged as "Failed to parse quota value: <reason>").
     std::int64_t getQuota(const std::string& domain, const std::string& mailbox);
+
+    // Whether the store has a row for the mailbox; nullopt when it cannot be
+    // opened read-only or read.
+    std::optional<bool> hasMailbox(const std::string& domain, const std::string& mailbox);
 
     // Deletes the database file and creates it anew with the empty table,
     // then (unless keep_owner is Yes) gives it to user and group popuser.

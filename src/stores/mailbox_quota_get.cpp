@@ -12,6 +12,19 @@ constexpr const char* kSelectQuota = "SELECT quota FROM mailbox_quota WHERE doma
 
 }  // namespace
 
+std::optional<bool> MailboxQuotaDb::hasMailbox(const std::string& domain, const std::string& mailbox) {
+    SqliteDb db;
+    SqliteStatement statement;
+    if (open_store_db(path_, SqliteOpenMode::ReadOnly, db) != 0 ||
+        prepare_store_statement(db.get(), kSelectQuota, statement) != 0 ||
+        !bind_quota_text(db.get(), statement.get(), {{domain, "domain_name"}, {mailbox, "mailbox_name"}}))
+        return std::nullopt;
+    const int step = sqlite_step_with_retry(statement.get());
+    if (step != SQLITE_ROW && step != SQLITE_DONE)
+        return std::nullopt;
+    return step == SQLITE_ROW;
+}
+
 std::int64_t MailboxQuotaDb::getQuota(const std::string& domain, const std::string& mailbox) {
     SqliteDb db;
     SqliteStatement statement;

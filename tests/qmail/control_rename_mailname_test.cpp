@@ -27,6 +27,12 @@ std::string dot_qmail_of(const std::string& name) {
     return "&" + name + "@example.test\n&" + name + "@elsewhere.test\n| /usr/bin/deliverquota ./Maildir\n";
 }
 
+// dot_qmail_of(old_name) after the rename: only the address at the domain
+// follows it; the one at another domain is someone else's.
+std::string dot_qmail_renamed(const std::string& old_name, const std::string& new_name) {
+    return "&" + new_name + "@example.test\n&" + old_name + "@elsewhere.test\n| /usr/bin/deliverquota ./Maildir\n";
+}
+
 class ControlRenameMailnameTest : public ControlFilesTest {
 protected:
     // Mail names whose names a pattern taken as a regular expression, or a
@@ -81,8 +87,7 @@ TEST_F(ControlRenameMailnameTest, TheRecordHomeAliasesAndDotQmailFollowAndNothin
     EXPECT_EQ(assign.mode, 0644u);
     EXPECT_EQ(assign.uid, 0u);
     EXPECT_FALSE(path_exists(home("a.b")));
-    EXPECT_EQ(read_file(home("c&d") + "/.qmail"),
-              "&c&d@example.test\n&c&d@elsewhere.test\n| /usr/bin/deliverquota ./Maildir\n");
+    EXPECT_EQ(read_file(home("c&d") + "/.qmail"), dot_qmail_renamed("a.b", "c&d"));
     const FileInfo dot_qmail = file_info(home("c&d") + "/.qmail");
     EXPECT_EQ(dot_qmail.uid, popuser_uid());
     EXPECT_EQ(dot_qmail.gid, popuser_gid());
@@ -95,14 +100,14 @@ TEST_F(ControlRenameMailnameTest, TheRecordHomeAliasesAndDotQmailFollowAndNothin
 TEST_F(ControlRenameMailnameTest, NamesWithQuotesAndPlusSignsAreTakenLiterally) {
     ASSERT_EQ(qmail_rename_mailname("o'neil", "example.test", "a.b.c", ""), 0);
     EXPECT_EQ(read_file(kAssignPath), assign_after("o'neil", "a.b.c"));
-    EXPECT_EQ(read_file(home("a.b.c") + "/.qmail"), dot_qmail_of("a.b.c"));
+    EXPECT_EQ(read_file(home("a.b.c") + "/.qmail"), dot_qmail_renamed("o'neil", "a.b.c"));
     expect_untouched_neighbours("o'neil");
 }
 
 TEST_F(ControlRenameMailnameTest, BackslashesAndTheDelimiterInTheNewNameAreTakenLiterally) {
     ASSERT_EQ(qmail_rename_mailname("x+y", "example.test", "x\\y|z", ""), 0);
     EXPECT_EQ(read_file(kAssignPath), assign_after("x+y", "x\\y|z"));
-    EXPECT_EQ(read_file(home("x\\y|z") + "/.qmail"), dot_qmail_of("x\\y|z"));
+    EXPECT_EQ(read_file(home("x\\y|z") + "/.qmail"), dot_qmail_renamed("x+y", "x\\y|z"));
     expect_untouched_neighbours("x+y");
 }
 
@@ -172,7 +177,7 @@ TEST_F(ControlRenameMailnameTest, UnknownDomainAliasesFailTheAuthenticationStep)
     const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", "secret"); });
     EXPECT_EQ(step.status, -1);
     expect_reported(step.printed, "Unable to get domain aliases for domain example.test\n");
-    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_of("c"));
+    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_renamed("a.b", "c"));
 }
 
 TEST_F(ControlRenameMailnameTest, ATakenHomePutsTheOldRecordBackAndEnds) {
@@ -243,7 +248,7 @@ TEST_F(ControlRenameSedStatusTest, AnyOtherExitStatusCountsAsSuccess) {
     EXPECT_EQ(step.status, 0);
     EXPECT_EQ(step.printed.out, "");
     EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
-    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_of("c"));
+    EXPECT_EQ(read_file(home("c") + "/.qmail"), dot_qmail_renamed("a.b", "c"));
 }
 
 TEST_F(ControlRenameSedStatusTest, ExitStatus127IsAFailureThatChangesNothing) {

@@ -123,20 +123,26 @@ TEST_F(CreateMailnameTest, InvalidNamesEndTheProgramBeforeAnythingIsWritten) {
     EXPECT_EQ(list_tree(std::string(kMailnamesDir) + "/example.test"), std::vector<std::string>{});
 }
 
-// The failures below all come after the assign record is written: the
-// mail name is taken away again before the program ends.
-void expect_undone(const ProcessResult& result, const std::string& message) {
+// The failures below all come after the assign record is written: what
+// the run made is taken away again before the program ends, and what was
+// there before it stays.
+void expect_ended(const ProcessResult& result, const std::string& message) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, message + "\n");
     EXPECT_EQ(result.err, message + "\n");
     EXPECT_EQ(read_file(kAssign), ".\n");
+}
+
+void expect_undone(const ProcessResult& result, const std::string& message) {
+    expect_ended(result, message);
     EXPECT_FALSE(path_exists(home_of("info", "example.test")));
 }
 
-TEST_F(CreateMailnameTest, HomeThatCannotBeMadeIsUndone) {
+TEST_F(CreateMailnameTest, FileInThePlaceOfTheHomeStaysAndTheNewRecordGoes) {
     write_file(home_of("info", "example.test"), "in the way\n");
     const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
-    expect_undone(result, "Unable to make " + home_of("info", "example.test") + " dir: Not a directory");
+    expect_ended(result, "Unable to make " + home_of("info", "example.test") + " dir: Not a directory");
+    EXPECT_EQ(read_file(home_of("info", "example.test")), "in the way\n");
 }
 
 TEST_F(CreateMailnameTest, MissingDomainDirectoryIsUndone) {
@@ -146,21 +152,24 @@ TEST_F(CreateMailnameTest, MissingDomainDirectoryIsUndone) {
     EXPECT_EQ(read_file(kAssign), ".\n");
 }
 
-TEST_F(CreateMailnameTest, SubfolderThatCannotBeMadeIsUndone) {
+TEST_F(CreateMailnameTest, SubfolderThatCannotBeMadeTakesAwayOnlyWhatTheRunMade) {
     const std::string home = home_of("info", "example.test");
     ASSERT_EQ(mkdir(home.c_str(), 0700), 0);
     ASSERT_EQ(mkdir((home + "/Maildir").c_str(), 0700), 0);
     write_file(home + "/Maildir/.Sent", "in the way\n");
     const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
-    expect_undone(result, "Unable to make " + home + "/Maildir/.Sent dir: Not a directory");
+    expect_ended(result, "Unable to make " + home + "/Maildir/.Sent dir: Not a directory");
+    EXPECT_EQ(list_tree(home), (std::vector<std::string>{"Maildir/", "Maildir/.Sent"}));
+    EXPECT_EQ(read_file(home + "/Maildir/.Sent"), "in the way\n");
 }
 
-TEST_F(CreateMailnameTest, FolderMarkerThatCannotBeMadeIsUndone) {
+TEST_F(CreateMailnameTest, FolderMarkerThatCannotBeMadeTakesAwayOnlyWhatTheRunMade) {
     const std::string home = home_of("info", "example.test");
     for (const char* dir : {"", "/Maildir", "/Maildir/.Spam", "/Maildir/.Spam/maildirfolder"})
         ASSERT_EQ(mkdir((home + dir).c_str(), 0700), 0) << dir;
     const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
-    expect_undone(result, "Unable to make " + home + "/Maildir/.Spam/maildirfolder file: Is a directory");
+    expect_ended(result, "Unable to make " + home + "/Maildir/.Spam/maildirfolder file: Is a directory");
+    EXPECT_EQ(list_tree(home), (std::vector<std::string>{"Maildir/", "Maildir/.Spam/", "Maildir/.Spam/maildirfolder/"}));
 }
 
 TEST_F(CreateMailnameTest, FailedQuotaRecordIsUndone) {
@@ -169,12 +178,28 @@ TEST_F(CreateMailnameTest, FailedQuotaRecordIsUndone) {
     expect_undone(result, "Unable to initialize quota settings for info@example.test");
 }
 
-TEST_F(CreateMailnameTest, UndoRemovesTheAuthenticationRecord) {
+TEST_F(CreateMailnameTest, UndoKeepsTheAuthenticationRecordItDidNotMake) {
     ASSERT_EQ(add_auth_user("info", "example.test"), 0);
     quota_result_ = 0;
     const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
     expect_undone(result, "Unable to initialize quota settings for info@example.test");
-    EXPECT_EQ(auth_users(), "");
+    EXPECT_EQ(auth_users(), "info@example.test\n");
+}
+
+TEST_F(CreateMailnameTest, UndoOfAnExistingMailNameKeepsItsRecordMailAndDotQmail) {
+    const std::string home = home_of("info", "example.test");
+    ASSERT_EQ(create_mailname("info", "example.test"), 0);
+    write_file(home + "/.qmail", "| true\n| /usr/bin/deliverquota ./Maildir\n", 0600);
+    write_file(home + "/Maildir/new/1.mail", "hello\n", 0600);
+    const std::vector<std::string> before = list_tree(home);
+    quota_result_ = 0;
+    const ProcessResult result = run_in_child([] { return create_mailname("info", "example.test"); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "Unable to initialize quota settings for info@example.test\n");
+    EXPECT_EQ(read_file(kAssign), assign_record("info", "example.test") + "\n.\n");
+    EXPECT_EQ(list_tree(home), before);
+    EXPECT_EQ(read_file(home + "/.qmail"), "| true\n| /usr/bin/deliverquota ./Maildir\n");
+    EXPECT_EQ(read_file(home + "/Maildir/new/1.mail"), "hello\n");
 }
 
 TEST_F(CreateMailnameTest, RemoveMailnameFilesTakesRecordRowAndTreeAway) {

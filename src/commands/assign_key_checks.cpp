@@ -1,0 +1,77 @@
+#include "commands/assign_key_checks.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "qmail/assign_keys.h"
+#include "qmail/mailname_files.h"
+#include "runtime/log.h"
+#include "stores/mailbox_quota_db.h"
+
+namespace crelm::mail::sorvane_commands {
+namespace {
+
+// Whether anything (a link included) has the name; a name that cannot be
+// looked at counts as taken.
+bool path_taken(const std::string& path) {
+    struct stat info {};
+    return ::lstat(path.c_str(), &info) == 0 || errno != ENOENT;
+}
+
+// What new_mailname at domain already has, or nullptr.
+const char* existing_part(const std::string& domain, const std::string& mailname) {
+    // A mail name and a mail alias answer to such a key alike.
+    if (crelm::qmail::mail_key_in_assign(domain, mailname))
+        return "a record in assign";
+    std::string home;
+    if (mailname_home_path(home, mailname, domain) != 0 || path_taken(home))
+        return "a home directory";
+    if (MailboxQuotaDb().hasMailbox(domain, mailname).value_or(false))
+        return "a quota record";
+    return nullptr;
+}
+
+}  // namespace
+
+bool refuse_mail_key(const std::string& domain, const std::string& name) {
+    const std::optional<std::string> record = crelm::qmail::mail_key_collision(domain, name);
+    if (!record)
+        return false;
+    const std::string key = domain + "-" + name;
+    log_message(LOG_ERR, "Unable to use %s@%s: its assign key '%s' collides with the record '%s' of another domain",
+                name.c_str(), domain.c_str(), key.c_str(), record->c_str());
+    return true;
+}
+
+bool refuse_domain_key(const std::string& domain, const std::string& renamed_from) {
+    const std::optional<std::string> record = crelm::qmail::domain_key_collision(domain, renamed_from);
+    if (!record)
+        return false;
+    log_message(LOG_ERR, "Unable to use domain %s: its addresses collide with the record '%s' of another domain in assign",
+                domain.c_str(), record->c_str());
+    return true;
+}
+
+bool refuse_domain_alias(const std::string& alias) {
+    const std::optional<std::string> record = crelm::qmail::domain_alias_collision(alias);
+    if (!record)
+        return false;
+    log_message(LOG_ERR, "Unable to use domain alias %s: it is a mail domain with the record '%s' in assign",
+                alias.c_str(), record->c_str());
+    return true;
+}
+
+bool refuse_existing_mailname(const std::string& domain, const std::string& old_mailname,
+                              const std::string& new_mailname) {
+    const char* part = existing_part(domain, new_mailname);
+    if (part == nullptr)
+        return false;
+    log_message(LOG_ERR, "Unable to rename %s@%s to %s@%s: %s@%s already has %s", old_mailname.c_str(),
+                domain.c_str(), new_mailname.c_str(), domain.c_str(), new_mailname.c_str(), domain.c_str(), part);
+    return true;
+}
+
+}  // namespace crelm::mail::sorvane_commands

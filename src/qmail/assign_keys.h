@@ -1,0 +1,51 @@
+// Which assign keys would send mail of one domain to another.
+//
+// qmail-newu compiles assign into a table in which a "=" record is found only
+// by its whole key and a "+" record by any local part that begins with its
+// key; qmail-lspawn looks a local part up whole first, then by ever shorter
+// beginnings, so the longest "+" key wins, and of two records with the same
+// key the one nearer the top of assign wins. qmail-send turns
+// "<name>@<domain>" into the local part "<domain>-<name>" (the domain's
+// virtualdomains line), so everything of a domain lives below "<domain>-":
+// its "=" records "<domain>-<name>" (mail names and mail aliases) and its
+// "+<domain>" record for the names it does not have.
+//
+// Two domains therefore share addresses exactly when one name is the other
+// followed by "-" and more ("a.test" and "a.test-x.com": "x.com-info@a.test"
+// and "info@a.test-x.com" are both "a.test-x.com-info"). A name that merely
+// begins with another ("a.testx.com") shares nothing. The checks below refuse
+// a key that would reach into another domain's addresses, or let another
+// domain's records reach into its own. Domain names and names come in lower
+// case; records belong to a domain by their home in the mail names tree.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace crelm::qmail {
+
+// The first record of assign (the whole line) that the "=" key
+// "<domain>-<name>" collides with: a "=" record of another domain with the
+// same key, or a "+" record of another domain "<other>" whose addresses
+// ("<other>-...") include the key. nullopt when there is none or assign
+// cannot be read (its edits then report their own failure).
+std::optional<std::string> mail_key_collision(const std::string& domain, const std::string& name);
+
+// Whether some "=" record of assign, of any domain, has the key
+// "<domain>-<name>" (a mail name or a mail alias); false when assign cannot
+// be read.
+bool mail_key_in_assign(const std::string& domain, const std::string& name);
+
+// The same for the domain itself: a "+" record of another domain that is
+// "<domain>-..." or of which domain is "<other>-...", or a "=" record of
+// another domain whose key is "<domain>-...". Records of renamed_from (the
+// domain being renamed to domain) are left out.
+std::optional<std::string> domain_key_collision(const std::string& domain, const std::string& renamed_from = "");
+
+// A domain alias adds no key to assign (its virtualdomains line sends its
+// mail to its domain's keys), but a name that is itself a mail domain with
+// records in assign would lose its mail to the alias's domain, as the later
+// virtualdomains line wins. The first such record, or nullopt.
+std::optional<std::string> domain_alias_collision(const std::string& alias);
+
+}  // namespace crelm::qmail

@@ -1,0 +1,18 @@
+// The "=" record of a mail name, for the steps that must know whether it was
+// in assign before they changed anything.
+#pragma once
+
+#include <string>
+
+namespace crelm::qmail {
+
+// The record of mailname at domain as qmail_add_mailname_record writes it.
+// Empty names ("empty mailname, maildomain or mailalias") and an unknown
+// popuser ("Unable to define UID or GID for user popuser") end the program.
+std::string mailname_record_line(const std::string& mailname, const std::string& domain);
+
+// Whether assign holds record; true as well when assign cannot be read, so
+// that a caller that undoes only its own work leaves the record alone.
+bool assign_holds_record(const std::string& record);
+
+}  // namespace crelm::qmail
