@@ -99,9 +99,12 @@ echo "| assign records | 8 concurrent --add-mailname | rebuilds they ran | 8 ser
 echo "|---|---|---|---|---|---|---|"
 for count in "${counts[@]}"; do
     make_files "$count"
-    python3 - "$sorvane" "$driver" "$runs" "$count" <<'PY'
+    python3 - "$sorvane" "$driver" "$runs" "$count" "$root/tests/mailserver" <<'PY'
 import os, shutil, statistics, subprocess, sys, time
 sorvane, driver, runs, count = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4]
+# The mail-server suite's reader of qmail's compiled table.
+sys.path.insert(0, sys.argv[5])
+from mailserver import cdb_get
 assign = "/var/qmail/users/assign"
 newu = "/var/qmail/bin/qmail-newu"
 counter = "/var/qmail/saved/rebuilds"
@@ -114,27 +117,6 @@ def fresh():
         shutil.rmtree("/var/qmail/mailnames/bench.test/" + name, ignore_errors=True)
     subprocess.run(["sqlite3", "/var/lib/crelm/mail/userdb/userdb.db", "DELETE FROM mailbox_quota;"], check=True)
     open(counter, "w").close()
-
-def cdb_get(path, key):
-    """The first value under key in the constant database qmail-newu wrote."""
-    import struct
-    with open(path, "rb") as f:
-        data = f.read()
-    h = 5381
-    for byte in key:
-        h = ((h << 5) + h ^ byte) & 0xffffffff
-    table, slots = struct.unpack_from("<II", data, (h & 255) * 8)
-    slot = (h >> 8) % slots if slots else 0
-    for _ in range(slots):
-        stored_hash, position = struct.unpack_from("<II", data, table + slot * 8)
-        if position == 0:
-            return None
-        if stored_hash == h:
-            key_length, value_length = struct.unpack_from("<II", data, position)
-            if data[position + 8:position + 8 + key_length] == key:
-                return data[position + 8 + key_length:position + 8 + key_length + value_length]
-        slot = (slot + 1) % slots
-    return None
 
 def rebuilds_run():
     with open(counter) as f:
