@@ -76,15 +76,7 @@ private:
     pid_t pid_ = -1;
 };
 
-// True once /proc/locks shows pid waiting for a flock.
-bool waits_for_flock(pid_t pid) {
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);)
-        if (line.find("-> FLOCK") != std::string::npos &&
-            line.find(" " + std::to_string(pid) + " ") != std::string::npos)
-            return true;
-    return false;
-}
+using sorvane::test::waits_for_flock;
 
 TEST_F(FileLockTest, LockFileIsNamedByTheMd5OfThePathInTheLockDirectory) {
     FileLock lock = lock_file(kEdited, LockPlace::lock_directory);
