@@ -10,9 +10,13 @@
 namespace crelm::util {
 
 bool read_directory_names(int fd, std::vector<std::string>& names) {
-    UniqueDir listing(::fdopendir(::fcntl(fd, F_DUPFD_CLOEXEC, 0)));
+    UniqueFd copy(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    if (!copy.valid())
+        return false;
+    UniqueDir listing(::fdopendir(copy.get()));
     if (!listing.valid())
         return false;
+    copy.release();
     errno = 0;
     while (const dirent* found = ::readdir(listing.get())) {
         if (std::strcmp(found->d_name, ".") != 0 && std::strcmp(found->d_name, "..") != 0)
