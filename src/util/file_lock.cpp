@@ -1,6 +1,7 @@
 #include "util/file_lock.h"
 
 #include "runtime/log.h"
+#include "runtime/saved_errno.h"
 #include "util/lock_directory.h"
 
 #include <fcntl.h>
@@ -45,6 +46,7 @@ int off_standard_descriptors(int fd) {
     if (fd < 0 || fd > 2)
         return fd;
     const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    const crelm::SavedErrno kept;
     ::close(fd);
     return moved;
 }
@@ -82,8 +84,10 @@ FileLock::FileLock(FileLock&& other) noexcept
     : descriptor_(std::exchange(other.descriptor_, 0)), path_(std::move(other.path_)) {}
 
 FileLock::~FileLock() {
-    if (descriptor_ > 0)
+    if (descriptor_ > 0) {
+        const crelm::SavedErrno kept;
         ::close(descriptor_);
+    }
 }
 
 int FileLock::release() {
