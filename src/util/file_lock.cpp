@@ -1,6 +1,7 @@
 #include "util/file_lock.h"
 
 #include "runtime/log.h"
+#include "runtime/saved_errno.h"
 #include "util/held_locks.h"
 #include "util/lock_directory.h"
 
@@ -46,6 +47,7 @@ int off_standard_descriptors(int fd) {
     if (fd < 0 || fd > 2)
         return fd;
     const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    const crelm::SavedErrno kept;
     ::close(fd);
     return moved;
 }
@@ -92,6 +94,7 @@ FileLock::FileLock(FileLock&& other) noexcept
 
 FileLock::~FileLock() {
     if (descriptor_ > 0) {
+        const crelm::SavedErrno kept;
         crelm::util::note_lock_released(path_);
         ::close(descriptor_);
     }
