@@ -314,3 +314,31 @@ TEST_F(PlantedFilesTest, AHugeSparseDotQmailIsRefusedUnread) {
 
 }  // namespace
 }  // namespace sorvane::test
+
+namespace sorvane::test {
+namespace {
+
+// Re-running --add-mailname on an existing mail name (the repair of a mail
+// name) makes the Maildir++ folders' "maildirfolder" markers again, owned by
+// the mail owner: a marker that is a hard link to a root file is replaced by
+// a new file, never chowned or written through.
+TEST_F(PlantedFilesTest, AHardLinkToARootFileAtAMaildirfolderIsReplacedByTheRepair) {
+    fresh_server();
+    const std::string marker = kHome + "/Maildir/.Spam/maildirfolder";
+    write_file(kRootFile, kRootText, 0600);
+    ASSERT_EQ(unlink(marker.c_str()), 0);
+    ASSERT_EQ(link(kRootFile.c_str(), marker.c_str()), 0);
+    const ProcessResult result = run_command({"add-mailname",
+                                              {"--add-mailname", "--domain-name=example.test", "--mailname=info"},
+                                              false});
+    EXPECT_EQ(result.status, 0) << result.err;
+    expect_root_file_untouched();
+    struct stat info {};
+    ASSERT_EQ(lstat(marker.c_str(), &info), 0);
+    EXPECT_EQ(info.st_nlink, 1U);
+    EXPECT_EQ(info.st_uid, popuser_uid());
+    EXPECT_EQ(info.st_size, 0);
+}
+
+}  // namespace
+}  // namespace sorvane::test
