@@ -21,15 +21,39 @@ bool path_taken(const std::string& path) {
     return ::lstat(path.c_str(), &info) == 0 || errno != ENOENT;
 }
 
-// What new_mailname at domain already has, or nullptr.
-const char* existing_part(const std::string& domain, const std::string& mailname) {
-    // A mail name and a mail alias answer to such a key alike.
-    if (crelm::qmail::mail_key_in_assign(domain, mailname))
-        return "a record in assign";
+// The three things a mail name has that another mail name must not take
+// over: its assign record (a mail alias answers to its key alike), its home
+// and its quota record.
+struct MailnameParts {
+    bool record = false;
+    bool home = false;
+    bool quota = false;
+};
+
+MailnameParts parts_of(const std::string& domain, const std::string& mailname) {
+    MailnameParts parts;
+    parts.record = crelm::qmail::mail_key_in_assign(domain, mailname);
     std::string home;
-    if (mailname_home_path(home, mailname, domain) != 0 || path_taken(home))
+    parts.home = mailname_home_path(home, mailname, domain) != 0 || path_taken(home);
+    parts.quota = MailboxQuotaDb().hasMailbox(domain, mailname).value_or(false);
+    return parts;
+}
+
+// What new_mailname has that old_mailname has too, or nullptr. Each step of
+// a rename moves one of these from the old name to the new one whole (the
+// quota record, then the record, then the home), so a rename that was
+// killed half-way leaves each of them at one name only, and running it
+// again finishes it. Both names holding one of them means that the new name
+// is a mail name of its own.
+const char* taken_over_part(const std::string& domain, const std::string& old_mailname,
+                            const std::string& new_mailname) {
+    const MailnameParts old_parts = parts_of(domain, old_mailname);
+    const MailnameParts new_parts = parts_of(domain, new_mailname);
+    if (old_parts.record && new_parts.record)
+        return "a record in assign";
+    if (old_parts.home && new_parts.home)
         return "a home directory";
-    if (MailboxQuotaDb().hasMailbox(domain, mailname).value_or(false))
+    if (old_parts.quota && new_parts.quota)
         return "a quota record";
     return nullptr;
 }
@@ -66,7 +90,7 @@ bool refuse_domain_alias(const std::string& alias) {
 
 bool refuse_existing_mailname(const std::string& domain, const std::string& old_mailname,
                               const std::string& new_mailname) {
-    const char* part = existing_part(domain, new_mailname);
+    const char* part = taken_over_part(domain, old_mailname, new_mailname);
     if (part == nullptr)
         return false;
     log_message(LOG_ERR, "Unable to rename %s@%s to %s@%s: %s@%s already has %s", old_mailname.c_str(),

@@ -25,8 +25,11 @@ bool refuse_domain_key(const std::string& domain, const std::string& renamed_fro
 bool refuse_domain_alias(const std::string& alias);
 
 // new_mailname at domain when it has an assign record, a home or a quota
-// record already: "Unable to rename %s@%s to %s@%s: %s@%s already has %s"
-// ("a record in assign", "a home directory", "a quota record").
+// record that old_mailname has too, i.e. when it is a mail name of its own
+// (a rename killed half-way leaves each of them at one of the two names,
+// and is finished by running it again): "Unable to rename %s@%s to %s@%s:
+// %s@%s already has %s" ("a record in assign", "a home directory", "a quota
+// record").
 bool refuse_existing_mailname(const std::string& domain, const std::string& old_mailname,
                               const std::string& new_mailname);
 

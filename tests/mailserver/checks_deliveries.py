@@ -192,6 +192,35 @@ class Sequence:
         landed(self.server, "example.com", "info", delivery.sender)
         return "deliverquota refused at 1 byte, took the message unlimited"
 
+    def quota_counts_as_the_agent_counts(self):
+        """A quota set beside mail the delivery agent does not count (the
+        Trash folder, a message flagged trashed) leaves room for a message
+        that fits by the agent's count, and refuses one that does not."""
+        need(self.server, "--set-mailbox-disk-quota")
+        maildir = "%s/example.com/info/Maildir" % MAILNAMES
+        uncounted = [maildir + "/.Trash/cur/1700000000.trash.mail,S=20000:2,S",
+                     maildir + "/cur/1700000001.trashed.mail,S=20000:2,ST"]
+        for path in uncounted:
+            with open(path, "wb") as f:
+                f.write(b"x" * 20000)
+            os.chown(path, self.server.popuser.pw_uid, self.server.popuser.pw_gid)
+        counted = sum(os.path.getsize(p) for folder in ("new", "cur")
+                      for p in self.server.maildir_messages("example.com", "info", folder) if p not in uncounted)
+        try:
+            self.s("--set-mailbox-disk-quota", "--domain-name=example.com", "--mailname=info",
+                   "--disk-quota=%d" % (counted + 3000))
+            fits = self.server.deliver("info@example.com", body="y" * 1000 + "\n")
+            expect_local(fits, "success", "info@example.com with room by the agent's count")
+            landed(self.server, "example.com", "info", fits.sender)
+            too_big = self.server.deliver("info@example.com", body="z" * 4000 + "\n")
+            expect_local(too_big, "failure", "info@example.com over quota by the agent's count")
+            self.server.bounce_of(too_big.sender)
+        finally:
+            for path in uncounted:
+                os.unlink(path)
+            self.s("--set-mailbox-disk-quota", "--domain-name=example.com", "--mailname=info", "--disk-quota=-1")
+        return "quota %d bytes: 1 KB accepted, 4 KB refused, Trash and a trashed message not counted" % (counted + 3000)
+
     def mailbox_size_agrees(self):
         need(self.server, "--get-mailbox-size")
         result = self.s("--get-mailbox-size", "--domain-name=example.com", "--mailname=info")
@@ -269,6 +298,7 @@ def run(server, results, options):
         ("a domain alias delivers as its domain", sequence.domain_alias_delivers_as_domain),
         ("a quota below the usage bounces, unlimited delivers", sequence.quota_below_usage_refuses),
         ("--get-mailbox-size agrees with the delivered bytes", sequence.mailbox_size_agrees),
+        ("a quota leaves out what the delivery agent does not count", sequence.quota_counts_as_the_agent_counts),
         ("after renames mail to the new names lands", sequence.renamed_names_receive),
         ("after turning the domain off it is not local", sequence.turned_off_is_not_local),
         ("after removing everything nothing is local", sequence.removed_is_not_local),

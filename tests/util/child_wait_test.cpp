@@ -11,6 +11,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+
 namespace {
 
 using crelm::util::ChildEnd;
@@ -54,7 +57,11 @@ TEST_F(ChildWaitTest, PolledStopIsTheStopSignalAndLeavesNoChild) {
     const pid_t pid = fork_execv("/bin/sh", {"/bin/sh", "-c", "kill -TSTP $$"});
     siginfo_t info{};
     // Waits for the stop without taking it, so that the poll below sees it.
-    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WNOWAIT), 0);
+    int waited = -1;
+    do {
+        waited = waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WNOWAIT);
+    } while (waited != 0 && errno == EINTR);
+    ASSERT_EQ(waited, 0) << std::strerror(errno);
     const ChildEnd end = crelm::util::wait_child(pid, crelm::util::WaitMode::poll);
     EXPECT_EQ(end.kind, ChildEndKind::stopped);
     EXPECT_EQ(end.pid, pid);
