@@ -94,9 +94,12 @@ std::string run_sed(const std::vector<std::string>& scripts, const std::string& 
         argv.push_back("-e");
         argv.push_back(script);
     }
+    // The input comes from a file: a large one through a pipe would meet
+    // sed's output, which nobody reads before the input is written.
+    const std::string path = scratch_dir() + "/sed-input";
+    write_file(path, input);
+    argv.push_back(path);
     RunOptions options;
-    options.stdin_mode = RunOptions::Stdin::Pipe;
-    options.input = input;
     options.env = {"LC_ALL=C"};
     const ProcessResult result = run_process(argv, options);
     EXPECT_EQ(result.status, 0) << result.err;

@@ -45,7 +45,8 @@ std::string sed_repoint_records(const std::string& old_tail, const std::string& 
 std::string sed_address_rename(const std::string& old_local, const std::string& new_local,
                                const std::vector<std::string>& domains);
 
-// Runs "/bin/sed" in the C locale with one "-e" per script over input and
+// Runs "/bin/sed" in the C locale with one "-e" per script over input (put
+// in a file of the scratch directory) and
 // returns what it wrote.
 std::string run_sed(const std::vector<std::string>& scripts, const std::string& input);
 
