@@ -6,7 +6,9 @@
 #include <string>
 
 #include "commands/missing_mandatory_option.h"
+#include "qmail/catchall.h"
 #include "qmail/mailname_files.h"
+#include "runtime/errors.h"
 #include "runtime/idn.h"
 #include "runtime/log.h"
 
@@ -41,6 +43,9 @@ NotexistingAction notexisting_action_from_options(const CommandOptions& options)
         const std::string email = text_option(options, "email");
         if (email.empty())
             throw MissingMandatoryOption("email");
+        if (!has_local_part_and_domain(email))
+            throw crelm::CrelmUtilException("Catch-all address " + email +
+                                            " refused: it needs a local part and a domain");
         return {kNotexistingForward, idn_email_toascii_safe(email)};
     }
     if (options.has("set-reject"))

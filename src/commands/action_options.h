@@ -27,7 +27,10 @@ struct NotexistingAction {
 // The action the parsed options ask for; the first present of --set-bounce
 // (with --phrase, or an empty phrase), --set-catchall and --set-reject wins.
 // Throws MissingMandatoryOption for "email" when --set-catchall comes without
-// a non-empty --email; with none of the three, logs why and throws
+// a non-empty --email, and CrelmUtilException ("Catch-all address <email>
+// refused: it needs a local part and a domain") when the address lacks
+// either part, so that nothing is changed; with none of the three, logs why
+// and throws
 // MissingMandatoryOption naming all three. A catch-all address that does not
 // convert to ASCII ends the process (idn_email_toascii_safe).
 NotexistingAction notexisting_action_from_options(const CommandOptions& options);

@@ -2,6 +2,7 @@
 
 #include <boost/program_options/value_semantic.hpp>
 
+#include "commands/disk_quota_option.h"
 #include "session/command_line_lists.h"
 
 namespace po = boost::program_options;
@@ -23,7 +24,7 @@ void add_session_list_options(CommandOptions& options) {
 }
 
 void add_default_domain_quota_option(CommandOptions& options) {
-    options.add("default-domain-quota", po::value<std::string>(),
+    options.add("default-domain-quota", quota_number_value(),
                 "domain disk mailbox quota, i.e. the default one");
 }
 

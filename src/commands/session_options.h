@@ -22,7 +22,8 @@ void add_domain_aliases_option(CommandOptions& options);
 void add_mail_addresses_option(CommandOptions& options);
 // --domain-aliases, then --mail-addresses.
 void add_session_list_options(CommandOptions& options);
-// --default-domain-quota, kept as its text until the session data reads it.
+// --default-domain-quota, a whole number of bytes as --disk-quota takes it
+// (and refused in the same words); no step reads it.
 void add_default_domain_quota_option(CommandOptions& options);
 // --wait-stdin
 void add_wait_stdin_option(CommandOptions& options);

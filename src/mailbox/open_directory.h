@@ -1,5 +1,5 @@
-// Opening directories inside trees that mail users can write to: the last
-// component is never followed when it is a symbolic link.
+// Opening directories inside trees that mail users can write to: no
+// symbolic link of theirs is followed.
 #pragma once
 
 #include <fcntl.h>
@@ -15,8 +15,9 @@ namespace crelm::mailbox {
 // with errno set (ELOOP or ENOTDIR for a link or a non-directory).
 crelm::util::UniqueFd open_directory_at(int dir_fd, const char* name);
 
-inline crelm::util::UniqueFd open_directory(const std::string& path) {
-    return open_directory_at(AT_FDCWD, path.c_str());
-}
+// The directory at path, reached by the walk of util/nofollow.h: no link a
+// mail user planted is followed, neither on the way (the home replaced by a
+// link) nor at the last component (ELOOP); invalid with errno set.
+crelm::util::UniqueFd open_directory(const std::string& path);
 
 }  // namespace crelm::mailbox

@@ -1,4 +1,5 @@
 // Forwarding mail for unknown names of a domain to one address.
+#include "qmail/catchall.h"
 #include "qmail/mailname_files.h"
 #include "qmail/qmail_report.h"
 #include "qmail/reject_list.h"
@@ -25,9 +26,18 @@ bool is_single_address(const std::string& address) {
 
 }  // namespace
 
+bool has_local_part_and_domain(const std::string& address) {
+    const std::string::size_type at = address.find('@');
+    return at != std::string::npos && at > 0 && at + 1 < address.size();
+}
+
 int set_catchall(const std::string& domain, const std::string& address, RejectCleanup cleanup) {
     if (!is_single_address(address)) {
         log_error("Catch-all address for %s refused: it contains a blank or a control character", domain.c_str());
+        return -1;
+    }
+    if (!has_local_part_and_domain(address)) {
+        log_error("Catch-all address for %s refused: it needs a local part and a domain", domain.c_str());
         return -1;
     }
     const std::optional<std::string> ascii = idn_email_toascii(address);

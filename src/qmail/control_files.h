@@ -33,13 +33,15 @@ int qmail_add_domain(const std::string& domain, bool off);
 // file assign", "Unable to remove domain mailbox record from assign file".
 int qmail_remove_domain(const std::string& domain);
 // Takes the domain out of rcpthosts and virtualdomains, disables it in the
-// authentication store. 0, or -1 at the first failing step ("Unable to
-// remove domain mailbox record from assign file" for rcpthosts, "ERROR:
-// Unable to remove record from virtualdomains file").
+// authentication store. The store step runs whatever the files gave; 0, or
+// -1 when a step failed ("Unable to remove domain mailbox record from assign
+// file" for rcpthosts, after which virtualdomains is left alone, "ERROR:
+// Unable to remove record from virtualdomains file", or the store's failure).
 int qmail_domain_off(const std::string& domain);
 // Puts it back in both files (once each), enables it in the authentication
-// store. 0, or -1 ("Unable to add record to rcpthosts.", "Unable to add
-// record to virtualdomains.", or the store's failure). A line that cannot
+// store; the store step runs whatever the files gave. 0, or -1 ("Unable to
+// add record to rcpthosts.", after which virtualdomains is left alone,
+// "Unable to add record to virtualdomains.", or the store's failure). A line that cannot
 // be taken out before it is appended again is reported and the steps go on,
 // but the result is -1: the file may now hold the line twice, which a
 // second run puts right.

@@ -20,8 +20,11 @@ int detect_lda();
 // The five delivery lines this system knows, in the order they are removed.
 const std::vector<std::string>& known_delivery_lines();
 
-// Removes every known delivery line from the ".qmail" at path (through the
-// locked line editor, never through a link). -1 also for a missing file.
+// Removes every known delivery line from the ".qmail" at path: the file is
+// replaced whole under its lock (util/file_replace.h), owner popuser, mode
+// 0600, never through a link; a FIFO, device, hard-linked or larger than
+// 1 MiB file there is refused and left alone. -1 also for a missing file
+// (without a message).
 int remove_delivery_strings(const std::string& path);
 
 // The first line of "/var/qmail/mailnames/.default_delivery" with its

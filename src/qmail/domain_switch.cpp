@@ -9,8 +9,11 @@
 
 using namespace crelm::qmail;
 
-int qmail_domain_off(const std::string& domain_name) {
-    const std::string domain = control_domain_name(domain_name);
+namespace {
+
+// The domain's lines out of rcpthosts and virtualdomains: 0, or -1 after
+// reporting (virtualdomains is left alone when rcpthosts failed).
+int take_domain_lines_out(const std::string& domain) {
     if (!remove_line(kRcptHosts, domain)) {
         // This step has always reported in these words, though the line is
         // rcpthosts', not assign's.
@@ -21,11 +24,12 @@ int qmail_domain_off(const std::string& domain_name) {
         report_failure("ERROR: Unable to remove record from virtualdomains file");
         return -1;
     }
-    return set_mail_auth_domain_status(domain, kMailAuthDomainStatusDisabled) == 0 ? 0 : -1;
+    return 0;
 }
 
-int qmail_domain_on(const std::string& domain_name) {
-    const std::string domain = control_domain_name(domain_name);
+// The domain's lines into rcpthosts and virtualdomains, each once: 0, or -1
+// after reporting (virtualdomains is left alone when rcpthosts failed).
+int put_domain_lines_in(const std::string& domain) {
     // A failed removal is no reason to stop, since the append that follows
     // makes the line present in any case; but the line may now be there
     // twice, so the result says that a step failed.
@@ -45,6 +49,24 @@ int qmail_domain_on(const std::string& domain_name) {
         report_failure("Unable to add record to virtualdomains.");
         return -1;
     }
-    const bool enabled = set_mail_auth_domain_status(domain, kMailAuthDomainStatusEnabled) == 0;
-    return enabled && once ? 0 : -1;
+    return once ? 0 : -1;
+}
+
+}  // namespace
+
+// The status in the authentication store is set whatever the control files
+// gave: a domain whose lines could not be changed is still switched there,
+// and the result tells that a step failed.
+int qmail_domain_off(const std::string& domain_name) {
+    const std::string domain = control_domain_name(domain_name);
+    const int lines = take_domain_lines_out(domain);
+    const int status = set_mail_auth_domain_status(domain, kMailAuthDomainStatusDisabled);
+    return lines == 0 && status == 0 ? 0 : -1;
+}
+
+int qmail_domain_on(const std::string& domain_name) {
+    const std::string domain = control_domain_name(domain_name);
+    const int lines = put_domain_lines_in(domain);
+    const int status = set_mail_auth_domain_status(domain, kMailAuthDomainStatusEnabled);
+    return lines == 0 && status == 0 ? 0 : -1;
 }

@@ -7,9 +7,12 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
+#include "qmail/mail_tree_path.h"
 #include "qmail/qmail_report.h"
 #include "util/file_lock.h"
+#include "util/mail_user_file.h"
 #include "util/nofollow.h"
 #include "util/stale_entries.h"
 #include "util/temp_file.h"
@@ -32,6 +35,22 @@ crelm::util::UniqueFd open_regular_source(int dir_fd, const std::string& name) {
     }
     ::fcntl(fd.get(), F_SETFL, O_RDONLY);
     return fd;
+}
+
+// The source of the copy. In a mail user's tree the file may also be a hard
+// link to a file of root's, whose content must not reach the mail owner's
+// copy, or a huge sparse file: both are refused (util/mail_user_file.h),
+// after "Refused to edit file %s: %s\n".
+crelm::util::UniqueFd open_source(int dir_fd, const std::string& name, const std::string& path) {
+    if (!is_in_mail_tree(path))
+        return open_regular_source(dir_fd, name);
+    crelm::util::MailUserFile file = crelm::util::open_mail_user_file(dir_fd, name, crelm::util::kMailUserFileLimit);
+    if (file.refusal == crelm::util::FileRefusal::several_links ||
+        file.refusal == crelm::util::FileRefusal::too_large) {
+        report_failure("Refused to edit file %s: %s\n", path.c_str(), crelm::util::refusal_reason(file.refusal));
+        errno = 0;
+    }
+    return std::move(file.fd);
 }
 
 bool rewritten(int in_fd, crelm::util::TempFile& temp, const std::string& path,
@@ -76,7 +95,10 @@ bool copy_rewritten(const std::string& path, const crelm::util::LineRewrite& rew
         report_failure("Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
         return false;
     }
-    const crelm::util::UniqueFd source = open_regular_source(parent.fd.get(), parent.name);
+    const crelm::util::UniqueFd source = open_source(parent.fd.get(), parent.name, path);
+    if (!source.valid() && errno == 0) {
+        return false;
+    }
     if (!source.valid()) {
         report_failure("Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
         return false;

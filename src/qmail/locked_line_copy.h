@@ -26,8 +26,11 @@ struct CopyAttributes {
 // and owner ("chown failed: %s\n") and renames it onto path ("rename
 // failed: %s\n"), then releases the lock ("Error occurred while unlocking
 // %s file\n"). Neither path nor the file's directory entry is followed when
-// it is a symbolic link, and only a regular file is read. true when the
-// file was replaced; on false the temporary file is gone and the file is as
+// it is a symbolic link, and only a regular file is read. Below the mail
+// names directory, a file with more than one hard link or larger than 1 MiB
+// is not read either ("Refused to edit file %s: it has more than one hard
+// link\n", "Refused to edit file %s: it is larger than 1048576 bytes\n").
+// true when the file was replaced; on false the temporary file is gone and the file is as
 // it was. Copies "<path>.mail.XXXXXX" that an earlier edit killed half-way
 // left behind are removed first, under the lock.
 bool rewrite_copy_locked(const std::string& path, const crelm::util::LineRewrite& rewrite,

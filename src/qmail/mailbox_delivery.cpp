@@ -1,6 +1,7 @@
 // Putting the mailbox's delivery line into a ".qmail" and taking it out.
 #include "qmail/delivery.h"
 
+#include "qmail/dot_qmail_finish.h"
 #include "qmail/mail_owner.h"
 #include "qmail/mailname_files.h"
 #include "qmail/qmail_report.h"
@@ -31,7 +32,6 @@ int remove_known_lines(const std::string& path) {
 // never leaves a half-written delivery line for qmail-local to run.
 int append_default_line(const std::string& path) {
     std::string line;
-    const crelm::qmail::MailOwnerIds owner = crelm::qmail::mail_owner_ids();
     const auto appended = [&](std::string_view old) {
         std::string content(old);
         if (!content.empty() && content.back() != '\n')
@@ -41,12 +41,8 @@ int append_default_line(const std::string& path) {
             content += '\n';
         return std::optional<std::string>(content);
     };
-    // Without a known mail owner the file keeps root as owner here; the
-    // owner step that follows reports that.
-    const auto owned = [&](int fd) {
-        return (!owner.known() || ::fchown(fd, owner.uid, owner.gid) == 0) && ::fchmod(fd, kDotQmailMode) == 0;
-    };
-    if (read_default_delivery(line) != 0 || crelm::util::replace_file_locked(path, appended, owned) != 0) {
+    if (read_default_delivery(line) != 0 ||
+        crelm::util::replace_file_locked(path, appended, crelm::qmail::give_dot_qmail_to_owner) != 0) {
         log_error("Unable to add delivery string to '%s'", path.c_str());
         return -1;
     }

@@ -89,8 +89,9 @@ int set_bounce(const std::string& domain, const std::string& message, RejectClea
 // to 4095 characters), with the reject lines as for set_bounce. A catch-all
 // holding a control character or a blank is refused before anything is
 // written ("Catch-all address for %s refused: it contains a blank or a
-// control character"), one that does not convert after "idn_email_toascii(%s)
-// failed: %s". 0 or -1.
+// control character"), and so is one without a local part or a domain
+// ("Catch-all address for %s refused: it needs a local part and a domain"),
+// one that does not convert after "idn_email_toascii(%s) failed: %s". 0 or -1.
 int set_catchall(const std::string& domain, const std::string& address, RejectCleanup cleanup);
 // Replaces ".qmail-default" of domain by the one line, owner popuser, 0600,
 // in one step: a new file made beside it, flushed, and renamed over it (so

@@ -1,5 +1,6 @@
 #include "qmail/owned_entries.h"
 
+#include "util/mail_user_file.h"
 #include "util/nofollow.h"
 
 #include <fcntl.h>
@@ -78,17 +79,11 @@ int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerI
     const PlaceAt place = place_at(dir_fd, relative);
     if (!place.parent.valid())
         return fail(failure, OwnedStep::made);
-    // O_NOFOLLOW refuses a link at the place; O_NONBLOCK keeps a FIFO there
-    // from holding the program up.
-    const util::UniqueFd file(::openat(place.parent.get(), place.name.c_str(),
-                                       O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode));
-    struct stat info {};
-    if (!file.valid() || ::fstat(file.get(), &info) != 0)
+    // A link, FIFO or device at the place is refused; a hard link to
+    // another file is replaced by a file of its own before it is chowned.
+    const util::UniqueFd file = util::open_mail_user_file_for_writing(place.parent.get(), place.name, mode);
+    if (!file.valid())
         return fail(failure, OwnedStep::made);
-    if (!S_ISREG(info.st_mode)) {
-        errno = EINVAL;
-        return fail(failure, OwnedStep::made);
-    }
     if (::fchown(file.get(), owner.uid, owner.gid) != 0 || ::fchmod(file.get(), mode) != 0)
         return fail(failure, OwnedStep::owned);
     return 0;

@@ -32,7 +32,9 @@ int make_owned_dir_at(int dir_fd, const std::string& relative, const MailOwnerId
 int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure);
 
 // Creates the empty file relative below dir_fd (an existing regular file
-// is kept as it is), then gives it owner and mode. 0 or -1 as above.
+// with one link is kept as it is; one with more links, which may be another
+// user's file, is replaced by a new empty one), then gives it owner and
+// mode. 0 or -1 as above (a FIFO or device at the place: EINVAL or ENXIO).
 int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
                        OwnedFailure& failure);
 

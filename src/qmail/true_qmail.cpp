@@ -4,6 +4,7 @@
 #include "qmail/qmail_report.h"
 #include "qmail/true_qmail.h"
 #include "util/fd_copy.h"
+#include "util/mail_user_file.h"
 #include "util/nofollow.h"
 #include "util/temp_file.h"
 
@@ -24,21 +25,18 @@ constexpr std::string_view kTrueLine = "| true\n";
 constexpr mode_t kDotQmailMode = 0600;
 
 // Opened for writing without following a link at the path or on the way,
-// created 0600 so that it is never writable by others.
+// created 0600 so that it is never writable by others; a file with other
+// names (a hard link a mail user planted) is replaced by a new one, never
+// truncated or given away (util/mail_user_file.h).
 crelm::util::UniqueFd open_dot_qmail(const crelm::util::ParentDir& parent) {
     if (!parent.fd.valid())
         return crelm::util::UniqueFd();
-    crelm::util::UniqueFd file(::openat(parent.fd.get(), parent.name.c_str(),
-                                        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                                        kDotQmailMode));
-    struct stat info {};
-    if (file.valid() && (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))) {
+    crelm::util::UniqueFd file =
+        crelm::util::open_mail_user_file_for_writing(parent.fd.get(), parent.name, kDotQmailMode);
+    if (file.valid() && ::ftruncate(file.get(), 0) != 0)
         file.reset();
-        errno = EINVAL;
-    }
     return file;
 }
-
 
 // The text of a failure of the call that just failed.
 std::string failure_text(const char* format, const std::string& path) {

@@ -1,5 +1,7 @@
 #include "runtime/log.h"
 
+#include "runtime/saved_errno.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cctype>
@@ -129,7 +131,10 @@ const char* log_trace_id() {
     return logger().trace_id;
 }
 
+// A log line between a failing call and its report must not change the
+// errno that the report names: writing to a closed or broken console does.
 void vlog_message(int priority, const char* format, va_list args) {
+    const crelm::SavedErrno kept;
     LoggerState& state = logger();
     if (state.write == nullptr) {
         // Not initialised: behave as plain syslog under the invocation name.
@@ -195,6 +200,8 @@ int report_error(int exit_status, int /*flag*/, const char* format, ...) {
         message = "Can't allocate memory for error message";
     }
     print_report(message.c_str());
+    // A caller that reports the same failure again names the same cause.
+    errno = saved_errno;
     if (exit_status != 0)
         std::exit(exit_status);
     return 0;

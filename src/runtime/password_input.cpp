@@ -1,14 +1,8 @@
 #include "runtime/password_input.h"
 
-#include <crypt.h>
-
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
-
-#include "runtime/crypt_salt.h"
-#include "runtime/log.h"
 
 namespace {
 
@@ -39,38 +33,10 @@ const PasswordInput& password_input() {
     return input;
 }
 
-std::string md5_crypt(const std::string& password) {
-    crypt_data work{};
-    errno = 0;
-    const char* hashed = crypt_r(password.c_str(), md5_crypt_salt().c_str(), &work);
-    if (hashed == nullptr || hashed[0] == '*') {
-        if (errno == 0)
-            errno = EINVAL;
-        report_error(1, 1, "Unable to hash the password");
-    }
-    std::string result(hashed);
-    explicit_bzero(&work, sizeof work);
-    return result;
-}
-
-std::string compute_crypted_password() {
-    const PasswordInput& input = password_input();
-    if (input.plain)
-        return md5_crypt(*input.plain).substr(0, kMaxPasswordLength);
-    if (input.crypted)
-        return input.crypted->substr(0, kMaxPasswordLength);
-    return md5_crypt("");
-}
-
 }  // namespace
 
 void take_password_variables() {
     password_input();
-}
-
-const std::string& get_crypted_password() {
-    static const std::string crypted = compute_crypted_password();
-    return crypted;
 }
 
 const std::string& get_plain_password() {

@@ -1,6 +1,8 @@
 // The mailbox password, which reaches the program only through the
 // environment: QVT_PASSWORD (plain text) or QVT_CRYPTED_PASSWORD (already
-// hashed), never on the command line.
+// hashed), never on the command line. Nothing here hashes: the
+// authentication store keeps a plain password enciphered under its key and
+// a crypted one as it was given.
 //
 // The first call of any function below takes both variables out of the
 // environment at once (their values are also wiped from the process's
@@ -15,14 +17,6 @@
 // the functions below (the program does it first thing, so that no command,
 // whether it reads a password or not, hands them to a child).
 void take_password_variables();
-
-// The hashed password, computed once and then returned on every call:
-// QVT_PASSWORD if set and not empty, hashed with MD5-crypt and a fresh salt;
-// else QVT_CRYPTED_PASSWORD if set and not empty, unchanged; else the
-// MD5-crypt hash of the empty password. At most 4095 characters. A failure of
-// the hash function ends the process (exit status 1) with
-// "Unable to hash the password" and the system error.
-const std::string& get_crypted_password();
 
 // The value of QVT_PASSWORD (cut to 4095 characters), empty if unset.
 const std::string& get_plain_password();

@@ -24,21 +24,24 @@ bool is_set(const char* column) {
     return column != nullptr && column[0] != '\0';
 }
 
-int read_domain_row(sqlite3* db, const std::string& domain, DomainRow& row) {
+// What looking up one user found. A missing row is told apart from a failure
+// so that a caller for whom "no row" means "nothing to do" can say so.
+enum class UserLookup { found, no_domain, no_user, failed };
+
+UserLookup read_domain_row(sqlite3* db, const std::string& domain, DomainRow& row) {
     crelm::SqliteStatement statement;
     if (prepare_auth_statement(db, mail_auth_sql::kSelectDomain, {{AuthParam::DomainName, &domain}}, statement) != 0)
-        return -1;
+        return UserLookup::failed;
     const int rc = sqlite_step_with_retry(statement.get());
     if (rc == SQLITE_ROW) {
         row.id = sqlite3_column_int(statement.get(), 0);
         row.status = sqlite3_column_int(statement.get(), 1);
-        return 0;
+        return UserLookup::found;
     }
     if (rc == SQLITE_DONE)
-        log_message(LOG_ERR, "No such domain '%s' in the mail authentication DB", domain.c_str());
-    else
-        log_message(LOG_ERR, "Unable to execute the domain selection query: %s", sqlite_error_text(db));
-    return -1;
+        return UserLookup::no_domain;
+    log_message(LOG_ERR, "Unable to execute the domain selection query: %s", sqlite_error_text(db));
+    return UserLookup::failed;
 }
 
 // Fills user from a row of "SELECT name, userPassword, cmusaslsecretPLAIN,
@@ -59,22 +62,41 @@ int take_user_row(sqlite3_stmt* statement, const std::string& address, MailAuthU
     return 0;
 }
 
-int read_user_row(sqlite3* db, const DomainRow& domain_row, const std::string& mailname, const std::string& domain,
-                  MailAuthUser& user) {
+UserLookup read_user_row(sqlite3* db, const DomainRow& domain_row, const std::string& mailname,
+                         const std::string& domain, MailAuthUser& user) {
     crelm::SqliteStatement statement;
     if (prepare_auth_statement(db, mail_auth_sql::kSelectUser,
                                {{AuthParam::DomainId, domain_row.id}, {AuthParam::MailName, &mailname}},
                                statement) != 0)
-        return -1;
+        return UserLookup::failed;
     const int rc = sqlite_step_with_retry(statement.get());
-    const std::string address = auth_address(mailname, domain);
     if (rc == SQLITE_ROW)
-        return take_user_row(statement.get(), address, user);
+        return take_user_row(statement.get(), auth_address(mailname, domain), user) == 0 ? UserLookup::found
+                                                                                          : UserLookup::failed;
     if (rc == SQLITE_DONE)
-        log_message(LOG_ERR, "No such user '%s' in mail authorization database", address.c_str());
-    else
-        log_message(LOG_ERR, "Unable to execute the user selection query: %s", sqlite_error_text(db));
-    return -1;
+        return UserLookup::no_user;
+    log_message(LOG_ERR, "Unable to execute the user selection query: %s", sqlite_error_text(db));
+    return UserLookup::failed;
+}
+
+// The user's row with the domain's status folded into its flags; failures
+// are logged, a missing row is only told.
+UserLookup look_up_user(const std::string& domain, const std::string& mailname, MailAuthUser& user) {
+    crelm::SqliteDb db;
+    if (open_store_db(mail_auth_db_path(), SqliteOpenMode::ReadOnly, db) != 0)
+        return UserLookup::failed;
+    DomainRow domain_row;
+    const UserLookup domain_found = read_domain_row(db.get(), domain, domain_row);
+    if (domain_found != UserLookup::found)
+        return domain_found;
+    MailAuthUser found;
+    const UserLookup user_found = read_user_row(db.get(), domain_row, mailname, domain, found);
+    if (user_found != UserLookup::found)
+        return user_found;
+    if (domain_row.status != 0)
+        found.flags |= kMailAuthDomainDisabled;
+    user = std::move(found);
+    return UserLookup::found;
 }
 
 // The plain password of a row of the password query: userPassword
@@ -105,19 +127,33 @@ int take_password_row(sqlite3_stmt* statement, const std::string& mailname, cons
 }  // namespace
 
 int get_mail_auth_user(const std::string& domain, const std::string& mailname, MailAuthUser& user) {
-    crelm::SqliteDb db;
-    if (open_store_db(mail_auth_db_path(), SqliteOpenMode::ReadOnly, db) != 0)
+    switch (look_up_user(domain, mailname, user)) {
+    case UserLookup::found:
+        return 0;
+    case UserLookup::no_domain:
+        log_message(LOG_ERR, "No such domain '%s' in the mail authentication DB", domain.c_str());
         return -1;
-    DomainRow domain_row;
-    if (read_domain_row(db.get(), domain, domain_row) != 0)
+    case UserLookup::no_user:
+        log_message(LOG_ERR, "No such user '%s' in mail authorization database",
+                    auth_address(mailname, domain).c_str());
         return -1;
-    MailAuthUser found;
-    if (read_user_row(db.get(), domain_row, mailname, domain, found) != 0)
-        return -1;
-    if (domain_row.status != 0)
-        found.flags |= kMailAuthDomainDisabled;
-    user = std::move(found);
-    return 0;
+    case UserLookup::failed:
+        break;
+    }
+    return -1;
+}
+
+int find_mail_auth_user(const std::string& domain, const std::string& mailname, MailAuthUser& user) {
+    switch (look_up_user(domain, mailname, user)) {
+    case UserLookup::found:
+        return 1;
+    case UserLookup::no_domain:
+    case UserLookup::no_user:
+        return 0;
+    case UserLookup::failed:
+        break;
+    }
+    return -1;
 }
 
 int get_mail_auth_user_password(const std::string& mailname, const std::string& domain, MailAuthPassword& result) {

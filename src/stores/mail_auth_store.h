@@ -51,7 +51,8 @@ int remove_mail_auth_user(const std::string& mailname, const std::string& domain
 int rename_mail_auth_user(const std::string& domain, const std::string& old_name, const std::string& new_name);
 
 // Copies a user's row (stored password and flags) to new_name at new_domain;
-// the old row stays.
+// the old row stays. A user without a row (a mail name without a mailbox,
+// or a domain without any) has nothing to copy: 0, and nothing is written.
 int move_mail_auth_user(const std::string& old_domain, const std::string& old_name, const std::string& new_domain,
                         const std::string& new_name);
 
@@ -64,6 +65,11 @@ struct MailAuthUser {
 // Reads a user's row into user (read-only). -1 when the domain or the user
 // is unknown or neither password column is set.
 int get_mail_auth_user(const std::string& domain, const std::string& mailname, MailAuthUser& user);
+
+// The same lookup for callers to whom a missing row is no failure: 1 with
+// user filled, 0 when the domain or the user has no row (nothing logged),
+// -1 after logging when the store fails or neither password column is set.
+int find_mail_auth_user(const std::string& domain, const std::string& mailname, MailAuthUser& user);
 
 // Sets the domain's status: kMailAuthDomainStatusDisabled or
 // kMailAuthDomainStatusEnabled.

@@ -93,9 +93,14 @@ int rename_mail_auth_user(const std::string& domain, const std::string& old_name
 int move_mail_auth_user(const std::string& old_domain, const std::string& old_name, const std::string& new_domain,
                         const std::string& new_name) {
     MailAuthUser user;
-    if (get_mail_auth_user(old_domain, old_name, user) != 0) {
+    const int found = find_mail_auth_user(old_domain, old_name, user);
+    if (found < 0) {
         log_message(LOG_ERR, "Unable to get users list from MTA password database");
         return -1;
     }
+    // Only a mail name with a mailbox has a row; the copy of one without is
+    // done when nothing is written.
+    if (found == 0)
+        return 0;
     return add_mail_auth_user(new_name, new_domain, user.password, user.flags);
 }

@@ -9,9 +9,12 @@
 #include <cstring>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
 #include "runtime/log.h"
+#include "util/nofollow.h"
 #include "util/unique_fd.h"
+#include "util/walk_steps.h"
 
 namespace {
 
@@ -31,10 +34,19 @@ struct InodeKeyHash {
 
 bool is_vanished(int error) { return error == ENOENT || error == ENOTDIR; }
 
-bool is_dot_or_dot_dot(const char* name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
+// A directory on the way down: its path (for messages), its identity (to
+// know it again on the way up) and its entries, read whole when entered.
+struct Level {
+    std::string path;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    std::vector<std::string> names;
+    std::size_t next = 0;
+};
 
+// Walks with a bounded number of descriptors however deep the tree is:
+// only the directory being counted is open, and its parent is reopened
+// through ".." (checked to be the one the walk came from) on the way up.
 class TreeMeasure {
 public:
     explicit TreeMeasure(SizeUnit unit) : unit_(unit) {}
@@ -45,13 +57,17 @@ public:
 
 private:
     void add_entry(const struct stat& st);
-    bool add_directory(int fd, const std::string& path);
-    bool add_child(int dir_fd, const char* name, const std::string& dir_path);
+    bool walk(crelm::util::UniqueFd top, const std::string& path);
+    bool enter(int fd, const std::string& path);
+    bool add_child(const std::string& name);
+    bool climb();
     bool fail(const std::string& path);
 
     SizeUnit unit_;
     unsigned long long total_ = 0;
     std::unordered_set<InodeKey, InodeKeyHash> seen_links_;
+    std::vector<Level> levels_;
+    crelm::util::UniqueFd current_;
 };
 
 bool TreeMeasure::fail(const std::string& path) {
@@ -72,50 +88,77 @@ unsigned long long TreeMeasure::result() const {
     return unit_ == SizeUnit::Bytes ? total_ : (total_ + 1023) / 1024;
 }
 
+// The top is reached without following a link a mail user planted on the
+// way (the mail name's home replaced by a link gives ELOOP).
 bool TreeMeasure::add_top(const char* path) {
+    const crelm::util::ParentDir parent = crelm::util::open_parent(path);
     struct stat st;
-    if (lstat(path, &st) != 0)
+    if (!parent.fd.valid() || fstatat(parent.fd.get(), parent.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
         return errno == ENOENT ? true : fail(path);
     add_entry(st);
     if (!S_ISDIR(st.st_mode))
         return true;
-    const int fd = open(path, kOpenDirFlags);
-    if (fd < 0)
-        return is_vanished(errno) ? true : fail(path);
-    return add_directory(fd, path);
+    crelm::util::UniqueFd top(openat(parent.fd.get(), parent.name.c_str(), kOpenDirFlags));
+    if (!top.valid())
+        return is_vanished(errno) || errno == ELOOP ? true : fail(path);
+    return walk(std::move(top), path);
 }
 
-bool TreeMeasure::add_child(int dir_fd, const char* name, const std::string& dir_path) {
+bool TreeMeasure::enter(int fd, const std::string& path) {
     struct stat st;
-    if (fstatat(dir_fd, name, &st, AT_SYMLINK_NOFOLLOW) != 0)
-        return is_vanished(errno) ? true : fail(dir_path + "/" + name);
+    Level level{path, 0, 0, {}, 0};
+    if (fstat(fd, &st) != 0 || !crelm::util::read_directory_names(fd, level.names))
+        return fail(path);
+    level.dev = st.st_dev;
+    level.ino = st.st_ino;
+    levels_.push_back(std::move(level));
+    return true;
+}
+
+bool TreeMeasure::walk(crelm::util::UniqueFd top, const std::string& path) {
+    current_ = std::move(top);
+    if (!enter(current_.get(), path))
+        return false;
+    while (!levels_.empty()) {
+        Level& level = levels_.back();
+        const bool ok = level.next == level.names.size() ? climb() : add_child(level.names[level.next++]);
+        if (!ok)
+            return false;
+    }
+    return true;
+}
+
+// Back up to the parent of a directory that is done.
+bool TreeMeasure::climb() {
+    if (levels_.size() == 1) {
+        levels_.pop_back();
+        current_.reset();
+        return true;
+    }
+    const Level& parent = levels_[levels_.size() - 2];
+    crelm::util::UniqueFd up = crelm::util::open_checked_parent(current_.get(), parent.dev, parent.ino);
+    if (!up.valid())
+        return fail(levels_.back().path);
+    levels_.pop_back();
+    current_ = std::move(up);
+    return true;
+}
+
+bool TreeMeasure::add_child(const std::string& name) {
+    const std::string path = levels_.back().path + "/" + name;
+    struct stat st;
+    if (fstatat(current_.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+        return is_vanished(errno) ? true : fail(path);
     add_entry(st);
     if (!S_ISDIR(st.st_mode))
         return true;
-    const int fd = openat(dir_fd, name, kOpenDirFlags);
-    if (fd < 0)
-        return is_vanished(errno) || errno == ELOOP ? true : fail(dir_path + "/" + name);
-    return add_directory(fd, dir_path + "/" + name);
-}
-
-// Takes ownership of fd.
-bool TreeMeasure::add_directory(int fd, const std::string& path) {
-    crelm::util::UniqueFd owned(fd);
-    crelm::util::UniqueDir stream(fdopendir(fd));
-    if (!stream.valid())
-        return fail(path);
-    owned.release();
-    const int dir_fd = dirfd(stream.get());
-    for (;;) {
-        errno = 0;
-        const dirent* entry = readdir(stream.get());
-        if (entry == nullptr)
-            return errno == 0 ? true : fail(path);
-        if (is_dot_or_dot_dot(entry->d_name))
-            continue;
-        if (!add_child(dir_fd, entry->d_name, path))
-            return false;
-    }
+    crelm::util::UniqueFd below(openat(current_.get(), name.c_str(), kOpenDirFlags));
+    if (!below.valid())
+        return is_vanished(errno) || errno == ELOOP ? true : fail(path);
+    if (!enter(below.get(), path))
+        return false;
+    current_ = std::move(below);
+    return true;
 }
 
 }  // namespace

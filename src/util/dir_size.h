@@ -1,8 +1,11 @@
 // Disk usage of a directory tree, as the mailbox commands measure a
 // mailbox's "@attachments" directory. The tree belongs to a mail user, so the
-// walk never follows a symbolic link: every entry is examined with lstat
+// walk never follows a symbolic link: the path is reached by the walk of
+// util/nofollow.h (a link a mail user planted on the way, say at the mail
+// name's home, is a failure with ELOOP), every entry is examined with lstat
 // semantics and directories are entered by descriptor, relative to their
-// parent, refusing links.
+// parent, refusing links. However deep the tree, only a few descriptors are
+// open at a time.
 #pragma once
 
 enum class SizeUnit {

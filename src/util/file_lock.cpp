@@ -1,6 +1,8 @@
 #include "util/file_lock.h"
 
 #include "runtime/log.h"
+#include "runtime/saved_errno.h"
+#include "util/held_locks.h"
 #include "util/lock_directory.h"
 
 #include <fcntl.h>
@@ -45,12 +47,20 @@ int off_standard_descriptors(int fd) {
     if (fd < 0 || fd > 2)
         return fd;
     const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
+    const crelm::SavedErrno kept;
     ::close(fd);
     return moved;
 }
 
 FileLock take_lock(const std::string& path, LockPlace place, Waiting waiting) {
     std::string lock_path = lock_file_path(path, place);
+    // A lock this process holds already (say one kept after a failure,
+    // reached again through another name of the same file) would never be
+    // granted: refused instead of waited on.
+    if (waiting == Waiting::wait && crelm::util::lock_held_here(lock_path)) {
+        errno = EDEADLK;
+        return FileLock(-1, std::move(lock_path));
+    }
     const int opened = open_lock_file(lock_path, place);
     // A refused lock directory has been reported; it is never waited on.
     if (opened == kDirectoryRefused)
@@ -71,6 +81,7 @@ FileLock take_lock(const std::string& path, LockPlace place, Waiting waiting) {
         errno = failure;
         return FileLock(failure == EAGAIN ? 0 : -1, std::move(lock_path));
     }
+    crelm::util::note_lock_held(lock_path);
     return FileLock(fd, std::move(lock_path));
 }
 
@@ -82,13 +93,17 @@ FileLock::FileLock(FileLock&& other) noexcept
     : descriptor_(std::exchange(other.descriptor_, 0)), path_(std::move(other.path_)) {}
 
 FileLock::~FileLock() {
-    if (descriptor_ > 0)
+    if (descriptor_ > 0) {
+        const crelm::SavedErrno kept;
+        crelm::util::note_lock_released(path_);
         ::close(descriptor_);
+    }
 }
 
 int FileLock::release() {
     if (descriptor_ <= 0)
         return 0;
+    crelm::util::note_lock_released(path_);
     if (::close(std::exchange(descriptor_, 0)) != 0) {
         report_error(0, 0, "An error occured during closing '%s' file: %s\n", path_.c_str(), std::strerror(errno));
         return -1;

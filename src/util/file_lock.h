@@ -42,10 +42,13 @@ private:
 // An open failure is reported ("Unable to open file \"%s\": %s.") and gives
 // descriptor 0, and so does a lock directory that fails its checks (reported
 // by the check, errno EACCES): such a directory is never waited on. A flock
-// failure gives 0 for EAGAIN, else -1.
+// failure gives 0 for EAGAIN, else -1. A lock this process holds already, or
+// keeps after keep_until_exit (through any name of the same file), is never
+// waited on: -1 with errno EDEADLK, at once (util/held_locks.h).
 FileLock lock_file(const std::string& path, LockPlace place);
 
-// The same without waiting: descriptor 0 when another process holds the lock.
+// The same without waiting: descriptor 0 when another process (or this one)
+// holds the lock.
 FileLock try_lock_file(const std::string& path, LockPlace place);
 
 // lock.release(): 0, or -1 when closing failed (reported).

@@ -10,6 +10,7 @@
 #include "runtime/log.h"
 #include "util/file_lock.h"
 #include "util/fd_copy.h"
+#include "util/mail_user_file.h"
 #include "util/nofollow.h"
 #include "util/temp_file.h"
 #include "util/unique_fd.h"
@@ -22,24 +23,21 @@ int failed(const char* format, const std::string& path) {
     return 1;
 }
 
-enum class Read { done, missing, failed };
+enum class Read { done, missing, failed, refused };
 
-// The file's content; a missing file reads as empty. Only a regular file is
-// read: O_NONBLOCK keeps a planted FIFO from blocking the open.
-Read read_regular(int dir_fd, const std::string& name, std::string& content) {
-    const UniqueFd fd(::openat(dir_fd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!fd.valid())
+// The file's content; a missing file reads as empty. Only a regular file
+// with one link and at most kMailUserFileLimit bytes is read (see
+// util/mail_user_file.h); refusal says why another one is not.
+Read read_regular(int dir_fd, const std::string& name, std::string& content, FileRefusal& refusal) {
+    MailUserFile file = open_mail_user_file(dir_fd, name, kMailUserFileLimit);
+    refusal = file.refusal;
+    if (refusal == FileRefusal::several_links || refusal == FileRefusal::too_large)
+        return Read::refused;
+    if (!file.fd.valid())
         return errno == ENOENT ? Read::missing : Read::failed;
-    struct stat info {};
-    if (::fstat(fd.get(), &info) != 0)
-        return Read::failed;
-    if (!S_ISREG(info.st_mode)) {
-        errno = EINVAL;
-        return Read::failed;
-    }
     char block[8192];
     for (;;) {
-        const ssize_t got = ::read(fd.get(), block, sizeof block);
+        const ssize_t got = ::read(file.fd.get(), block, sizeof block);
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
@@ -47,19 +45,35 @@ Read read_regular(int dir_fd, const std::string& name, std::string& content) {
         if (got == 0)
             return Read::done;
         content.append(block, static_cast<std::size_t>(got));
+        // A file that grew past the limit since it was examined.
+        if (content.size() > static_cast<std::size_t>(kMailUserFileLimit)) {
+            refusal = FileRefusal::too_large;
+            return Read::refused;
+        }
     }
 }
 
+int refused(FileRefusal refusal, const std::string& path) {
+    errno = 0;
+    report_error(0, 0, "Refused to edit file %s: %s\n", path.c_str(), refusal_reason(refusal));
+    return 1;
+}
 
 // edit is null when the old content does not matter and is not read.
-int replace(const std::string& path, const ContentEdit* edit, const std::string* whole, const FileFinish& finish) {
+int replace(const std::string& path, const ContentEdit* edit, const std::string* whole, const FileFinish& finish,
+            WhenMissing missing) {
     const ParentDir parent = open_parent(path);
     if (!parent.fd.valid())
         return failed("Unable to open file %s: %s\n", path);
     std::optional<std::string> content;
     if (edit != nullptr) {
         std::string old_content;
-        const Read read = read_regular(parent.fd.get(), parent.name, old_content);
+        FileRefusal refusal = FileRefusal::none;
+        const Read read = read_regular(parent.fd.get(), parent.name, old_content, refusal);
+        if (read == Read::refused)
+            return refused(refusal, path);
+        if (read == Read::missing && missing == WhenMissing::fail)
+            return 1;
         if (read == Read::failed)
             return failed(errno == EINVAL ? "Unable to open file %s: %s\n" : "Unable to read line from file: %s: %s\n",
                           path);
@@ -88,11 +102,11 @@ int replace(const std::string& path, const ContentEdit* edit, const std::string*
 namespace {
 
 int replace_locked(const std::string& path, const ContentEdit* edit, const std::string* whole,
-                   const FileFinish& finish) {
+                   const FileFinish& finish, WhenMissing missing) {
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held())
         return failed("Error occurred while locking the file %s: %s\n", path);
-    const int result = replace(path, edit, whole, finish);
+    const int result = replace(path, edit, whole, finish, missing);
     if (unlock_file(lock) != 0)
         return 1;
     return result;
@@ -100,12 +114,13 @@ int replace_locked(const std::string& path, const ContentEdit* edit, const std::
 
 }  // namespace
 
-int replace_file_locked(const std::string& path, const ContentEdit& edit, const FileFinish& finish) {
-    return replace_locked(path, &edit, nullptr, finish);
+int replace_file_locked(const std::string& path, const ContentEdit& edit, const FileFinish& finish,
+                        WhenMissing missing) {
+    return replace_locked(path, &edit, nullptr, finish, missing);
 }
 
 int replace_file_locked(const std::string& path, const std::string& content, const FileFinish& finish) {
-    return replace_locked(path, nullptr, &content, finish);
+    return replace_locked(path, nullptr, &content, finish, WhenMissing::edit_empty);
 }
 
 }  // namespace crelm::util

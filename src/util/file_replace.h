@@ -21,6 +21,12 @@ using ContentEdit = std::function<std::optional<std::string>(std::string_view ol
 // descriptor, reporting its own failures; false stops the replacement.
 using FileFinish = std::function<bool(int fd)>;
 
+// What an edit makes of a file that does not exist.
+enum class WhenMissing {
+    edit_empty,  // the edit starts from empty content and makes the file
+    fail,        // nothing is made: result 1, without a message
+};
+
 // Under the lock of path in the lock directory (the lock that the line
 // editor takes for the same file), reads the file, never through a link at
 // its name (a FIFO or device there is not read), runs edit, and writes the
@@ -30,8 +36,14 @@ using FileFinish = std::function<bool(int fd)>;
 // write data into file %s: %s\n", "Unable to close file %s: %s\n", "Unable
 // to rename file %s: %s\n" (the rename or the directory's flush), or
 // finish's own failure; on any failure before the rename the file is as it
-// was and the temporary file is gone.
-int replace_file_locked(const std::string& path, const ContentEdit& edit, const FileFinish& finish);
+// was and the temporary file is gone. The old file is read only when it is
+// a regular file ("Unable to open file %s: Invalid argument" otherwise) with
+// one link and at most 1 MiB (util/mail_user_file.h): a file with more links
+// or a larger one is left alone, never read, after "Refused to edit file %s:
+// it has more than one hard link\n" or "Refused to edit file %s: it is
+// larger than 1048576 bytes\n".
+int replace_file_locked(const std::string& path, const ContentEdit& edit, const FileFinish& finish,
+                        WhenMissing missing = WhenMissing::edit_empty);
 // The same with content given whole: the old file is not read, and whatever
 // has its name (a link or FIFO planted there included) is replaced by the
 // rename, never followed or read.

@@ -1,6 +1,7 @@
 #include "util/file_str.h"
 
 #include "runtime/log.h"
+#include "runtime/saved_errno.h"
 #include "util/file_lock.h"
 #include "util/file_str_pieces.h"
 #include "util/line_writer.h"
@@ -46,8 +47,10 @@ StdioFile open_stream(int fd, const char* mode) {
     if (fd < 0)
         return nullptr;
     std::FILE* stream = ::fdopen(fd, mode);
-    if (stream == nullptr)
+    if (stream == nullptr) {
+        const crelm::SavedErrno kept;
         ::close(fd);
+    }
     return StdioFile(stream);
 }
 

@@ -9,7 +9,9 @@
 #include <string>
 
 // chown, then chmod. 0, or -1 after "ERROR: unable to chown %s: %s\n" or
-// "ERROR: unable to chmod %s: %s\n".
+// "ERROR: unable to chmod %s: %s\n". A file (not a directory) with more than
+// one hard link keeps its owner and mode: "ERROR: refused to chown %s: it
+// has more than one hard link\n" (errno EMLINK).
 int set_owner_mode(const std::string& path, uid_t uid, gid_t gid, mode_t mode);
 
 // set_owner_mode, but a path that does not exist is a silent success (0).

@@ -4,10 +4,16 @@
 #include <cstdio>
 #include <memory>
 
+#include "runtime/saved_errno.h"
+
 namespace crelm::util {
 
+// Closing on the way out of a failure leaves the failure's errno.
 struct StdioCloser {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
+    void operator()(std::FILE* stream) const {
+        const crelm::SavedErrno kept;
+        std::fclose(stream);
+    }
 };
 
 using StdioFile = std::unique_ptr<std::FILE, StdioCloser>;

@@ -1,5 +1,6 @@
 #include "util/temp_file.h"
 
+#include "runtime/saved_errno.h"
 #include "util/stale_entries.h"
 
 #include <sys/random.h>
@@ -18,13 +19,13 @@ TempFile::TempFile(TempFile&& other) noexcept
     : fd_(std::move(other.fd_)), dir_fd_(other.dir_fd_), name_(std::move(other.name_)), shown_(std::move(other.shown_)),
       owned_(std::exchange(other.owned_, false)) {}
 
+// The file is removed on the way out of a failed write: errno stays that
+// of the failure.
 TempFile::~TempFile() {
+    const crelm::SavedErrno kept;
     fd_.reset();
-    if (owned_) {
-        const int saved = errno;
+    if (owned_)
         ::unlinkat(dir_fd_, name_.c_str(), 0);
-        errno = saved;
-    }
 }
 
 TempFile TempFile::create_fresh(int dir_fd, const std::string& name, const std::string& shown, mode_t mode) {

@@ -3,6 +3,7 @@
 #include "runtime/log.h"
 #include "util/nofollow.h"
 #include "util/unique_fd.h"
+#include "util/walk_steps.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,6 +15,8 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <string>
+#include <vector>
 
 using crelm::util::UniqueDir;
 using crelm::util::UniqueFd;
@@ -38,8 +41,8 @@ bool walk_failure(OnFailure on_failure, const char* format, ...) {
     return false;
 }
 
-// An entry of the walk: name inside the directory parent (the working
-// directory below the top), shown as shown in messages.
+// An entry of the walk: name inside the directory parent, shown as shown in
+// messages.
 struct Entry {
     int parent;
     const char* name;
@@ -55,50 +58,98 @@ struct Visitor {
     std::function<bool(const Entry& entry, int dir_fd, TopDirectory itself)> directory;
 };
 
-bool walk_directory(const Entry& entry, const Visitor& visitor, TopDirectory itself);
+// One directory on the way down from the top: its name in its parent, its
+// identity (to know its parent again on the way up) and its entries, read
+// whole when it is entered so that no listing stays open below it.
+struct Level {
+    std::string name;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    std::vector<std::string> names;
+    std::size_t next = 0;
+};
 
-bool is_dot_or_dot_dot(const char* name) {
-    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
-}
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-bool visit_entries(DIR* listing, const Visitor& visitor) {
-    while (const dirent* found = ::readdir(listing)) {
-        if (is_dot_or_dot_dot(found->d_name))
-            continue;
-        const Entry entry{AT_FDCWD, found->d_name, found->d_name, false};
-        struct stat info {};
-        if (::lstat(found->d_name, &info) != 0)
-            return walk_failure(visitor.on_failure, "Unable to check directory entry %s: %s\n", found->d_name,
-                                std::strerror(errno));
-        const bool ok =
-            S_ISDIR(info.st_mode) ? walk_directory(entry, visitor, TopDirectory::change) : visitor.file(entry, info);
-        if (!ok)
-            return false;
-    }
+// The level of the directory open on fd, with its entries.
+bool enter_level(int fd, const std::string& name, const char* shown, OnFailure on_failure, Level& level) {
+    struct stat info {};
+    level = Level{name, 0, 0, {}, 0};
+    if (::fstat(fd, &info) != 0 || !crelm::util::read_directory_names(fd, level.names))
+        return walk_failure(on_failure, "Unable to open dir %s: %s\n", shown, std::strerror(errno));
+    level.dev = info.st_dev;
+    level.ino = info.st_ino;
     return true;
 }
 
-// Enters a directory by a handle opened without following links (a link put
-// in its place is skipped), handles its entries and comes back.
-bool walk_directory(const Entry& entry, const Visitor& visitor, TopDirectory itself) {
+// The parent of the directory open on fd: the directory the walk came down
+// from, not one a mail user moved it into meanwhile.
+UniqueFd open_parent_level(int fd, const Level& parent, const std::string& shown, OnFailure on_failure) {
+    UniqueFd up = crelm::util::open_checked_parent(fd, parent.dev, parent.ino);
+    if (!up.valid() && errno == ESTALE) {
+        errno = 0;
+        walk_failure(on_failure, "Directory %s was moved while it was walked\n", shown.c_str());
+    } else if (!up.valid()) {
+        walk_failure(on_failure, "Unable to open dir %s: %s\n", parent.name.c_str(), std::strerror(errno));
+    }
+    return up;
+}
+
+// The tree below the top directory, depth first, with a bounded number of
+// descriptors whatever its depth: only the directory being worked on is
+// open (its parent is reopened through ".." on the way up), and a
+// directory's entries are read whole before any of them is entered. Links
+// are never followed: one in a directory's place is skipped.
+bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itself) {
     const OnFailure on_failure = visitor.on_failure;
-    UniqueFd saved(::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!saved.valid())
-        return walk_failure(on_failure, "Unable to get file descriptor of current dir: %s\n", std::strerror(errno));
-    UniqueFd dir(::openat(entry.parent, entry.name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!dir.valid() && errno == ELOOP)
+    UniqueFd current(::openat(top.parent, top.name, kDirectoryFlags));
+    if (!current.valid() && errno == ELOOP)
         return true;
-    UniqueDir listing(dir.valid() ? ::fdopendir(::fcntl(dir.get(), F_DUPFD_CLOEXEC, 0)) : nullptr);
-    if (!listing.valid())
-        return walk_failure(on_failure, "Unable to open dir %s: %s\n", entry.shown, std::strerror(errno));
-    if (::fchdir(dir.get()) != 0)
-        return walk_failure(on_failure, "Unable to change dir %s: %s\n", entry.shown, std::strerror(errno));
-    const bool entries_done = visit_entries(listing.get(), visitor);
-    if (::fchdir(saved.get()) != 0 || saved.close() != 0)
-        return walk_failure(on_failure, "Unable to restore & close current dir: %s\n", std::strerror(errno));
-    if (listing.close() != 0)
-        return walk_failure(on_failure, "Unable to close dir %s: %s\n", entry.shown, std::strerror(errno));
-    return entries_done && visitor.directory(entry, dir.get(), itself);
+    if (!current.valid())
+        return walk_failure(on_failure, "Unable to open dir %s: %s\n", top.shown, std::strerror(errno));
+    std::vector<Level> levels(1);
+    if (!enter_level(current.get(), top.name, top.shown, on_failure, levels.back()))
+        return false;
+    for (;;) {
+        Level& level = levels.back();
+        if (level.next == level.names.size()) {
+            if (levels.size() == 1)
+                return visitor.directory(top, current.get(), itself);
+            const std::string name = level.name;
+            UniqueFd up = open_parent_level(current.get(), levels[levels.size() - 2], name, on_failure);
+            if (!up.valid())
+                return false;
+            const Entry done{up.get(), name.c_str(), name.c_str(), false};
+            if (!visitor.directory(done, current.get(), TopDirectory::change))
+                return false;
+            levels.pop_back();
+            current = std::move(up);
+            continue;
+        }
+        const std::string name = level.names[level.next++];
+        struct stat info {};
+        if (::fstatat(current.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno == ENOENT)
+                continue;  // taken away by its owner meanwhile
+            return walk_failure(on_failure, "Unable to check directory entry %s: %s\n", name.c_str(),
+                                std::strerror(errno));
+        }
+        if (!S_ISDIR(info.st_mode)) {
+            if (!visitor.file(Entry{current.get(), name.c_str(), name.c_str(), false}, info))
+                return false;
+            continue;
+        }
+        UniqueFd below(::openat(current.get(), name.c_str(), kDirectoryFlags));
+        if (!below.valid() && (errno == ELOOP || errno == ENOTDIR || errno == ENOENT))
+            continue;
+        if (!below.valid())
+            return walk_failure(on_failure, "Unable to open dir %s: %s\n", name.c_str(), std::strerror(errno));
+        Level entered;
+        if (!enter_level(below.get(), name, name.c_str(), on_failure, entered))
+            return false;
+        levels.push_back(std::move(entered));
+        current = std::move(below);
+    }
 }
 
 enum class Missing { is_reported, is_fine };
@@ -123,6 +174,13 @@ bool walk_top(const std::string& path, const Visitor& visitor, TopDirectory itse
     return visitor.file(top, info);
 }
 
+// A file with more than one hard link may be another user's file that a mail
+// user linked into its tree: its owner and mode are not ours to change.
+bool has_other_names(int fd) {
+    struct stat info {};
+    return ::fstat(fd, &info) == 0 && info.st_nlink > 1;
+}
+
 // A regular file, through a handle that is not a link; a file swapped for a
 // link since it was looked at is skipped.
 bool change_regular_file(const Entry& entry, const struct stat& info, const std::function<int(int)>& change,
@@ -132,6 +190,11 @@ bool change_regular_file(const Entry& entry, const struct stat& info, const std:
     const UniqueFd file = crelm::util::open_nofollow(entry.parent, entry.name);
     if (!file.valid() && errno == ELOOP)
         return true;
+    if (file.valid() && has_other_names(file.get())) {
+        errno = 0;
+        report_error(0, 1, "Refused to change directory entry %s: it has more than one hard link\n", entry.shown);
+        return true;
+    }
     if (!file.valid() || change(file.get()) != 0)
         return walk_failure(OnFailure::end_program, failure_format, entry.shown, std::strerror(errno));
     return true;

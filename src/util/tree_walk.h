@@ -5,7 +5,16 @@
 // remove_tree), the top is reached by the walk of util/nofollow.h (a link a
 // mail user planted on the way gives "Unable to get entry"), directories are
 // entered only through handles opened without following links, and owners
-// and modes are changed on handles, never by name.
+// and modes are changed on handles, never by name. A regular file with more
+// than one hard link (perhaps another user's file linked into the tree)
+// keeps its owner and mode: "Refused to change directory entry %s: it has
+// more than one hard link\n" is reported and the walk goes on.
+//
+// However deep the tree, a walk holds a few descriptors only: a directory's
+// entries are read whole when it is entered, only the directory being
+// worked on stays open, and its parent is reopened through ".." on the way
+// up (checked to be the directory the walk came from: "Directory %s was
+// moved while it was walked\n" otherwise). No working directory is changed.
 #pragma once
 
 #include <sys/types.h>
@@ -19,11 +28,9 @@ enum class TopDirectory { leave, change };
 // Gives every regular file and directory below path owner uid and group gid.
 // A missing path is only reported ("Directory entry %s doesn't exist:
 // %s\n"). Any other failure ends the program: "Unable to get entry %s:
-// %s\n", "Unable to get file descriptor of current dir: %s\n", "Unable to
-// open dir %s: %s\n", "Unable to change dir %s: %s\n", "Unable to restore &
-// close current dir: %s\n", "Unable to close dir %s: %s\n", "Unable to check
-// directory entry %s: %s\n", "Unable to chown directory entry %s: %s\n",
-// "Unable to chown dir %s: %s\n".
+// %s\n", "Unable to open dir %s: %s\n", "Unable to close dir %s: %s\n",
+// "Unable to check directory entry %s: %s\n", "Unable to chown directory
+// entry %s: %s\n", "Unable to chown dir %s: %s\n" and the move above.
 void chown_tree(const std::string& path, uid_t uid, gid_t gid, TopDirectory top);
 
 // Gives regular files file_mode and directories dir_mode, by the same rules

@@ -7,6 +7,8 @@
 
 #include <utility>
 
+#include "runtime/saved_errno.h"
+
 namespace crelm::util {
 
 class UniqueFd {
@@ -26,9 +28,13 @@ public:
     int get() const { return fd_; }
     bool valid() const { return fd_ >= 0; }
     int release() { return std::exchange(fd_, -1); }
+    // Closes the descriptor held, leaving errno as it was: the owner is
+    // often let go on the way to reporting another call's failure.
     void reset(int fd = -1) {
-        if (fd_ >= 0)
+        if (fd_ >= 0) {
+            const crelm::SavedErrno kept;
             ::close(fd_);
+        }
         fd_ = fd;
     }
     // Closes now and returns close's result, for callers that must report a
@@ -46,8 +52,10 @@ public:
     UniqueDir(const UniqueDir&) = delete;
     UniqueDir& operator=(const UniqueDir&) = delete;
     ~UniqueDir() {
-        if (dir_ != nullptr)
+        if (dir_ != nullptr) {
+            const crelm::SavedErrno kept;
             ::closedir(dir_);
+        }
     }
 
     DIR* get() const { return dir_; }

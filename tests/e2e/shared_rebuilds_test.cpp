@@ -10,7 +10,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 
 #include "runtime/md5_hex.h"
 
@@ -57,19 +56,9 @@ int exit_status_of(pid_t pid) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// True once /proc/locks shows pid waiting for the flock of the rebuild
-// lock (lines end in "<major>:<minor>:<inode> 0 EOF").
+// True once pid waits for its turn to rebuild.
 bool waits_for_rebuild_lock(pid_t pid) {
-    struct stat lock {};
-    if (stat(("/run/sorvane/locks/" + md5_hex("/var/qmail/bin/qmail-newu")).c_str(), &lock) != 0)
-        return false;
-    const std::string inode = ":" + std::to_string(lock.st_ino) + " ";
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);)
-        if (line.find("-> FLOCK") != std::string::npos &&
-            line.find(" " + std::to_string(pid) + " ") != std::string::npos && line.find(inode) != std::string::npos)
-            return true;
-    return false;
+    return waits_for_flock(pid, "/run/sorvane/locks/" + md5_hex("/var/qmail/bin/qmail-newu"));
 }
 
 // One command's rebuild held at the gate, three more commands queued

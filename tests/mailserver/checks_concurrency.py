@@ -7,7 +7,12 @@ virtualdomains and assign run beside the other panels' line edits.
 Afterwards every file, store and tree agrees with the sequential run of the
 same commands (lines whose order depends on who came first compared as
 sets), the compiled table that qmail-newu built answers every mail name,
-no temporary file is left and the lock directory is sorvane's own."""
+no temporary file is left and the lock directory is sorvane's own. Each
+panel also looks up, the moment a command returns, every mail name and alias
+that command added or moved: the table must already send it home, whether
+the command ran its own rebuild or shared another panel's. Each round
+prints how many commands asked for a rebuild and how many qmail-newu runs
+there were (counted by a script in qmail-newu's place)."""
 import os
 import random
 import stat
@@ -15,7 +20,8 @@ import threading
 
 from checks_deliveries import PASSWORD, need
 from mailserver import (MAILNAMES, QMAIL, RUNTIME_DIR, WITHOUT_PICTURE, Domain, option, read, SuiteError, assigned_home,
-                        describe_difference, server_state, temporary_files)
+                        count_qmail_newu_runs, describe_difference, qmail_newu_runs, rebuilds_asked, server_state,
+                        temporary_files)
 
 GROUP = "concurrency"
 WORKERS = 8
@@ -46,19 +52,21 @@ class Worker:
         self.mailboxes = set()
         self.domain_aliases = set()
         self.counter = 0
-        self.commands = []  # (arguments, the panel's picture on standard input or None)
+        # (arguments, the panel's picture on standard input or None, the
+        # addresses the table must send home once the command returns)
+        self.commands = []
         self.picture = Domain(DOMAIN)
         self.own = {}  # the panel's own domains: name -> its picture
 
     def add_next(self):
         args, picture = self.next_command()
-        if args[0] in WITHOUT_PICTURE:
-            self.commands.append((tuple(args), None))
-        else:
-            self.commands.append((tuple(args) + ("--wait-stdin",), picture.document()))
+        document = None if args[0] in WITHOUT_PICTURE else picture.document()
         picture.apply(args)
         if args[0] == "--rename-domain":
             self.own[picture.name] = self.own.pop(option(args, "old-domain-name"))
+        if document is not None:
+            args = args + ["--wait-stdin"]
+        self.commands.append((tuple(args), document, added_or_moved(args, picture)))
 
     def fresh(self, kind):
         self.counter += 1
@@ -162,6 +170,38 @@ class Worker:
         return ["--del-domain-alias", d, "--domain-alias-name=" + alias]
 
 
+def added_or_moved(args, picture):
+    """The addresses (local part and domain) that args, once done, has added
+    or moved, each with the home the compiled table must give it: the new
+    mail name or alias, a renamed mail name with its aliases, every mail
+    name and alias of a renamed domain. picture is the domain after args."""
+    command = args[0]
+    if command == "--add-mailname":
+        names = [option(args, "mailname")]
+    elif command == "--add-alias":
+        home = "%s/%s/%s" % (MAILNAMES, picture.name, option(args, "mailname"))
+        return [(option(args, "alias"), picture.name, home)]
+    elif command == "--rename-mailname":
+        names = [option(args, "new-mailname")]
+    elif command == "--rename-domain":
+        names = sorted(picture.mails)
+    else:
+        return []
+    return [(local, picture.name, "%s/%s/%s" % (MAILNAMES, picture.name, name))
+            for name in names for local in [name] + picture.mails[name]]
+
+
+def unresolved(command, addresses):
+    """The addresses among those command added or moved that the compiled
+    table does not (yet) send to their home."""
+    wrong = []
+    for local, domain, home in addresses:
+        found = assigned_home("%s-%s" % (domain, local))
+        if found != home:
+            wrong.append("%s@%s -> %r after %s" % (local, domain, found, " ".join(command)))
+    return wrong
+
+
 def plan(round_number):
     rng = random.Random(1000 + round_number)
     workers = [Worker(w, random.Random(rng.random())) for w in range(WORKERS)]
@@ -176,12 +216,27 @@ def prepare(server):
     picture = Domain(DOMAIN)
     server.panel(picture, "--add-domain", "--domain-name=" + DOMAIN)
     server.panel(picture, "--turn-on-domain", "--domain-name=" + DOMAIN, "--set-bounce")
+    count_qmail_newu_runs()
+    return rebuilds_asked()
 
 
-def run_worker(server, commands, statuses):
-    for command, document in commands:
+def run_worker(server, commands, statuses, late):
+    """Runs a panel's commands one after another; after each one that
+    succeeded, notes in late what the compiled table does not answer yet."""
+    for command, document, addresses in commands:
         result = server.sorvane(*command, expect=None, stdin=document, env={"QVT_PASSWORD": PASSWORD})
         statuses.append((command, result.returncode, result.stderr))
+        if result.returncode == 0:
+            late += unresolved(command, addresses)
+
+
+def rebuilds(asked_before):
+    """(commands that asked for a rebuild, qmail-newu runs) since prepare;
+    the first is None when the commands keep no count."""
+    asked = rebuilds_asked()
+    if asked is not None and asked_before is not None:
+        asked -= asked_before
+    return asked, qmail_newu_runs()
 
 
 def normalised(state):
@@ -237,25 +292,37 @@ def lock_directory_problems():
 
 def one_round(server, round_number):
     workers = plan(round_number)
-    prepare(server)
+    asked_before = prepare(server)
     statuses = [[] for _ in workers]
-    threads = [threading.Thread(target=run_worker, args=(server, w.commands, statuses[i]))
+    late = []
+    threads = [threading.Thread(target=run_worker, args=(server, w.commands, statuses[i], late))
                for i, w in enumerate(workers)]
     for thread in threads:
         thread.start()
     for thread in threads:
         thread.join()
+    concurrent_rebuilds = rebuilds(asked_before)
     concurrent = server_state()
     left = temporary_files()
     locks = lock_directory_problems()
     lookups = unanswered(workers, "concurrent")
-    prepare(server)
+    asked_before = prepare(server)
     sequential_statuses = []
+    sequential_late = []
     for worker in workers:
-        run_worker(server, worker.commands, sequential_statuses)
+        run_worker(server, worker.commands, sequential_statuses, sequential_late)
+    sequential_rebuilds = rebuilds(asked_before)
     sequential = server_state()
     lookups += unanswered(workers, "sequential")
     problems = []
+    if late:
+        problems.append("users/cdb did not answer when the command returned (concurrent run): %s" % late[:10])
+    if sequential_late:
+        problems.append("users/cdb did not answer when the command returned (sequential run): %s"
+                        % sequential_late[:10])
+    if sequential_rebuilds[0] is not None and sequential_rebuilds[0] != sequential_rebuilds[1]:
+        problems.append("one at a time, %d commands asked for a rebuild but qmail-newu ran %d times"
+                        % sequential_rebuilds)
     concurrent_statuses = [s for worker_statuses in statuses for s in worker_statuses]
     if sorted((c, s) for c, s, _ in concurrent_statuses) != sorted((c, s) for c, s, _ in sequential_statuses):
         failed = [(c, s, e) for c, s, e in concurrent_statuses if s != 0]
@@ -271,14 +338,18 @@ def one_round(server, round_number):
     failed_sequential = [(c, s, e) for c, s, e in sequential_statuses if s != 0]
     if failed_sequential:
         problems.append("commands failed even one at a time: %s" % failed_sequential[:5])
-    return problems, sum(len(w.names) + sum(len(p.mails) for p in w.own.values()) for w in workers)
+    checked = sum(len(addresses) for w in workers for _, _, addresses in w.commands)
+    return problems, concurrent_rebuilds, checked
 
 
 def concurrent_panels(server, results, rounds):
     need(server, *COMMANDS_USED)
     differences = 0
     for round_number in range(rounds):
-        problems, names = one_round(server, round_number)
+        problems, (asked, runs), checked = one_round(server, round_number)
+        results.figure("concurrency round %d: %s commands asked for a rebuild, qmail-newu ran %d times; "
+                       "%d addresses looked up as their commands returned"
+                       % (round_number + 1, "?" if asked is None else asked, runs, checked))
         if problems:
             differences += 1
             raise SuiteError("round %d of %d:\n%s" % (round_number + 1, rounds, "\n".join(problems)))

@@ -687,6 +687,51 @@ def cdb_get(path, key):
     return None
 
 
+# ---- counting qmail-newu's runs ------------------------------------------------
+
+NEWU = QMAIL + "/bin/qmail-newu"
+# One line per run of qmail-newu since the wrapper was put in its place.
+NEWU_RUNS = STATE + "/qmail-newu.runs"
+# What the commands keep about their shared rebuilds: "<taken> <built> <result>".
+NEWU_GENERATIONS = RUNTIME_DIR + "/locks/qmail-newu.generations"
+
+NEWU_WRAPPER = """#!/bin/sh
+# Notes this run of qmail-newu, then becomes the real one.
+echo "$$" >> %s
+exec %s.real "$@"
+""" % (NEWU_RUNS, NEWU)
+
+
+def count_qmail_newu_runs():
+    """Puts a script in qmail-newu's place that notes each run before it
+    execs the real program (moved beside it), so that the runs can be
+    counted without any change to the commands; the count starts at 0.
+    The next reset brings back the pristine program."""
+    if not os.path.exists(NEWU + ".real"):
+        info = os.stat(NEWU)
+        os.rename(NEWU, NEWU + ".real")
+        write(NEWU, NEWU_WRAPPER, info.st_mode & 0o7777, (info.st_uid, info.st_gid))
+    write(NEWU_RUNS, "")
+
+
+def qmail_newu_runs():
+    """How many times qmail-newu ran since count_qmail_newu_runs."""
+    with open(NEWU_RUNS) as f:
+        return len(f.read().splitlines())
+
+
+def rebuilds_asked():
+    """How many times the commands asked for a rebuild of the compiled table
+    on this server (each takes a generation), or None when the commands keep
+    no count."""
+    try:
+        with open(NEWU_GENERATIONS) as f:
+            fields = f.read().split()
+    except FileNotFoundError:
+        return None
+    return int(fields[0]) if fields else 0
+
+
 def assigned_home(local):
     """The home directory that users/cdb gives the local user local (an
     exact "=" record), or None."""

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """The real-mail-server suite's driver: runs inside the namespaces that
 tests/mailserver/run made, sets up the server once, runs the selected checks
-and prints their table. Exit status 0 only when every check passed."""
+and prints their table. Its last line is the total alone, "total: N passed,
+N failed", over every check it ran (under --strict a check that could not
+run counts as failed). Exit status 0 only when every check passed."""
 import argparse
 import os
 import sys
@@ -83,10 +85,15 @@ class Results:
         for text in self.figures:
             print("  " + text)
 
+    def totals(self, strict):
+        """(passed, failed) over every check; a skipped check did not run,
+        unless strict, where it fails the suite and counts as failed."""
+        passed = sum(r[2] == "passed" for r in self.rows)
+        failed = sum(r[2] == "FAILED" or (strict and r[2] == "skipped") for r in self.rows)
+        return passed, failed
+
     def ok(self, strict):
-        failed = any(r[2] == "FAILED" for r in self.rows)
-        skipped = any(r[2] == "skipped" for r in self.rows)
-        return not failed and not (strict and skipped)
+        return self.totals(strict)[1] == 0
 
 
 def main():
@@ -103,18 +110,24 @@ def main():
 
     started = time.monotonic()
     server = mailserver.MailServer(options.build, options.cache, options.root)
-    server.enter()
     results = Results()
+    # a server that cannot be set up fails the suite with its total still last
+    ready = results.check("setup", "the private namespaces and users", server.enter)
     for group, module in GROUPS:
-        if options.only and group not in options.only:
+        if not ready or options.only and group not in options.only:
             continue
         print("=== %s" % group, flush=True)
         group_started = time.monotonic()
-        module.run(server, results, options)
+        try:
+            module.run(server, results, options)
+        except Exception:  # a group that stops outside its checks fails too
+            results.failed(group, "the group ran to its end", traceback.format_exc())
         results.figure("%s took %.0f s" % (group, time.monotonic() - group_started))
-    server.stop_qmail()
+    if ready:
+        results.check("setup", "qmail-send stops at the end", server.stop_qmail)
     results.table()
     print("  whole suite took %.0f s" % (time.monotonic() - started))
+    print("total: %d passed, %d failed" % results.totals(options.strict), flush=True)
     return 0 if results.ok(options.strict) else 1
 
 

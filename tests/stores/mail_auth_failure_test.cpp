@@ -29,8 +29,9 @@ TEST_F(MailAuthFailureTest, ReadsOfAMissingDatabaseFailAndCreateNothing) {
     EXPECT_EQ(get_mail_auth_user_password("info", "example.com", password), -1);
     EXPECT_EQ(list_mail_auth_users("", [](const MailAuthListedUser&) {}), -1);
     EXPECT_EQ(move_mail_auth_user("example.com", "info", "alias.test", "info"), -1);
+    EXPECT_EQ(find_mail_auth_user("example.com", "info", user), -1);
     EXPECT_THAT(logged(), ElementsAre(open_failure(), open_failure(), open_failure(), open_failure(),
-                                      "3 Unable to get users list from MTA password database"));
+                                      "3 Unable to get users list from MTA password database", open_failure()));
     EXPECT_FALSE(path_exists(mail_auth_db_path()));
 }
 
@@ -68,9 +69,13 @@ TEST_F(MailAuthFailureTest, UserSelectionThatFailsAtStep) {
     EXPECT_EQ(get_mail_auth_user("example.com", "info", user), -1);
     EXPECT_EQ(list_mail_auth_users("", [](const MailAuthListedUser&) {}), -1);
     EXPECT_EQ(get_mail_auth_user_password("info", "example.com", password), -1);
+    // A store that fails is no missing row: the copy fails as before.
+    EXPECT_EQ(move_mail_auth_user("example.com", "info", "alias.test", "info"), -1);
     EXPECT_THAT(logged(), ElementsAre("3 Unable to execute the user selection query: integer overflow",
                                       "3 Unable to execute the user selection query: integer overflow",
-                                      "3 Unable to get passwd for mailname: info@example.com: integer overflow"));
+                                      "3 Unable to get passwd for mailname: info@example.com: integer overflow",
+                                      "3 Unable to execute the user selection query: integer overflow",
+                                      "3 Unable to get users list from MTA password database"));
 }
 
 TEST_F(MailAuthFailureTest, FailuresLeaveNoHandleBehind) {

@@ -190,12 +190,41 @@ TEST_F(MailAuthUsersTest, MoveFromADisabledDomainMakesTheNewDomainDisabled) {
     EXPECT_EQ(domains(), "1|example.com|1\n2|alias.test|1\n");
 }
 
-TEST_F(MailAuthUsersTest, MoveOfAnUnknownUserFails) {
+// A mail name without a mailbox has no row: copying it is nothing to do.
+TEST_F(MailAuthUsersTest, MoveOfAUserWithoutARowCopiesNothingAndSucceeds) {
     ASSERT_EQ(add_mail_auth_user("info", "example.com", "x", 0), 0);
-    EXPECT_EQ(move_mail_auth_user("example.com", "ghost", "alias.test", "ghost"), -1);
-    EXPECT_THAT(logged(), ElementsAre("3 No such user 'ghost@example.com' in mail authorization database",
-                                      "3 Unable to get users list from MTA password database"));
+    EXPECT_EQ(move_mail_auth_user("example.com", "ghost", "alias.test", "ghost"), 0);
+    EXPECT_TRUE(logged().empty());
     EXPECT_EQ(domains(), "1|example.com|0\n");
+    EXPECT_EQ(users(), "info|1|0\n");
+}
+
+TEST_F(MailAuthUsersTest, MoveFromADomainWithoutARowCopiesNothingAndSucceeds) {
+    ASSERT_EQ(add_mail_auth_user("info", "example.com", "x", 0), 0);
+    EXPECT_EQ(move_mail_auth_user("nowhere.test", "info", "alias.test", "info"), 0);
+    EXPECT_TRUE(logged().empty());
+    EXPECT_EQ(domains(), "1|example.com|0\n");
+    EXPECT_EQ(users(), "info|1|0\n");
+}
+
+TEST_F(MailAuthUsersTest, FindTellsAMissingRowFromAFoundOneWithoutLogging) {
+    ASSERT_EQ(add_mail_auth_user("info", "example.com", "x", kMailAuthUserDisabled), 0);
+    MailAuthUser user;
+    EXPECT_EQ(find_mail_auth_user("example.com", "ghost", user), 0);
+    EXPECT_EQ(find_mail_auth_user("nowhere.test", "info", user), 0);
+    EXPECT_EQ(user.name, "");
+    ASSERT_EQ(find_mail_auth_user("example.com", "INFO", user), 1);
+    EXPECT_EQ(user.name, "info");
+    EXPECT_EQ(user.password, "x");
+    EXPECT_EQ(user.flags, kMailAuthUserDisabled);
+    EXPECT_TRUE(logged().empty());
+}
+
+TEST_F(MailAuthUsersTest, LookupOfAnUnknownUserFails) {
+    ASSERT_EQ(add_mail_auth_user("info", "example.com", "x", 0), 0);
+    MailAuthUser user;
+    EXPECT_EQ(get_mail_auth_user("example.com", "ghost", user), -1);
+    EXPECT_THAT(logged(), ElementsAre("3 No such user 'ghost@example.com' in mail authorization database"));
 }
 
 TEST_F(MailAuthUsersTest, LookupInAnUnknownDomainFails) {

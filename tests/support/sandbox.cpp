@@ -334,6 +334,23 @@ std::vector<std::string> temporaries_beside(const std::string& path) {
     return found;
 }
 
+bool waits_for_flock(pid_t pid, const std::string& lock_file) {
+    // A waiting line reads "N: -> FLOCK ADVISORY WRITE <pid> <major>:<minor>:<inode> 0 EOF".
+    std::string inode;
+    if (!lock_file.empty()) {
+        struct stat info {};
+        if (stat(lock_file.c_str(), &info) != 0)
+            return false;
+        inode = ":" + std::to_string(info.st_ino) + " ";
+    }
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);)
+        if (line.find("-> FLOCK") != std::string::npos &&
+            line.find(" " + std::to_string(pid) + " ") != std::string::npos && line.find(inode) != std::string::npos)
+            return true;
+    return false;
+}
+
 void plant_foreign_lock_directory() {
     check(mkdir("/run/sorvane", 0755), "mkdir /run/sorvane");
     check(chown("/run/sorvane", 65534, 65534), "chown /run/sorvane");

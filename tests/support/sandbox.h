@@ -85,6 +85,10 @@ FileInfo file_info(const std::string& path);  // lstat; fails the test if missin
 void pin_file(const std::string& path);
 void unpin_file(const std::string& path);
 
+// True while /proc/locks shows process pid waiting for an flock; with
+// lock_file, for the flock of that file only.
+bool waits_for_flock(pid_t pid, const std::string& lock_file = "");
+
 // Makes /run/sorvane a directory that another user (uid 65534) owns, as a
 // local user could where it is not made first: the program must refuse to
 // keep its locks there.

@@ -76,15 +76,7 @@ private:
     pid_t pid_ = -1;
 };
 
-// True once /proc/locks shows pid waiting for a flock.
-bool waits_for_flock(pid_t pid) {
-    std::ifstream locks("/proc/locks");
-    for (std::string line; std::getline(locks, line);)
-        if (line.find("-> FLOCK") != std::string::npos &&
-            line.find(" " + std::to_string(pid) + " ") != std::string::npos)
-            return true;
-    return false;
-}
+using sorvane::test::waits_for_flock;
 
 TEST_F(FileLockTest, LockFileIsNamedByTheMd5OfThePathInTheLockDirectory) {
     FileLock lock = lock_file(kEdited, LockPlace::lock_directory);
@@ -120,6 +112,25 @@ TEST_F(FileLockTest, ReleasingTheHandleLetsOthersLock) {
     EXPECT_EQ(unlock_file(first), 0);
     EXPECT_EQ(first.descriptor(), 0);
     EXPECT_TRUE(try_lock_file(kEdited, LockPlace::lock_directory).held());
+}
+
+// A lock kept after a failure, asked for again by the same process (here
+// through another name of the same file): refused at once, never waited on.
+TEST_F(FileLockTest, ALockThisProcessKeepsIsRefusedInsteadOfWaitedOn) {
+    ASSERT_EQ(symlink("/var/qmail/control", "/var/qmail/linked-control"), 0);
+    FileLock kept = lock_file(kEdited, LockPlace::lock_directory);
+    ASSERT_TRUE(kept.held());
+    kept.keep_until_exit();
+    const FileLock again = lock_file("/var/qmail/linked-control/rcpthosts", LockPlace::lock_directory);
+    EXPECT_EQ(again.descriptor(), -1);
+    EXPECT_EQ(errno, EDEADLK);
+}
+
+TEST_F(FileLockTest, ALockReleasedByThisProcessCanBeTakenAgain) {
+    FileLock first = lock_file(kEdited, LockPlace::lock_directory);
+    ASSERT_TRUE(first.held());
+    EXPECT_EQ(unlock_file(first), 0);
+    EXPECT_TRUE(lock_file(kEdited, LockPlace::lock_directory).held());
 }
 
 TEST_F(FileLockTest, ARefusedLockDirectoryGivesDescriptorZeroAndAMessage) {

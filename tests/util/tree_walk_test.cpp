@@ -3,7 +3,10 @@
 #include "util_test_support.h"
 
 #include <sys/mount.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+
+#include <cstdlib>
 #include <unistd.h>
 
 namespace sorvane::test {
@@ -65,6 +68,24 @@ TEST_F(TreeWalkTest, ChownTreeChangesFilesAndDirectoriesBelowTheTop) {
     }
     EXPECT_EQ(file_info(top_).uid, 0U);
     EXPECT_EQ(file_info(top_ + "/Maildir/pipe").uid, 0U) << "other types are left alone";
+    expect_link_targets_untouched();
+}
+
+// A mail user's hard link to a file of root's: the file keeps its owner and
+// mode, the rest of the tree is changed.
+TEST_F(TreeWalkTest, AHardLinkedFileKeepsItsOwnerAndModeAndTheWalkGoesOn) {
+    write_file("/var/qmail/secret", "root's\n", 0600);
+    ASSERT_EQ(link("/var/qmail/secret", (top_ + "/Maildir/cur/secret").c_str()), 0);
+    const auto printed = printed_by([&] {
+        chown_chmod_tree(top_, popuser_uid(), popuser_gid(), 0644, 0700, TopDirectory::change);
+    });
+    expect_reported(printed, "Refused to change directory entry secret: it has more than one hard link\n"
+                             "Refused to change directory entry secret: it has more than one hard link\n");
+    for (const std::string& entry : kChanged)
+        EXPECT_EQ(file_info(top_ + entry).uid, popuser_uid()) << entry;
+    EXPECT_EQ(read_file("/var/qmail/secret"), "root's\n");
+    EXPECT_EQ(file_info("/var/qmail/secret").uid, 0U);
+    EXPECT_EQ(file_info("/var/qmail/secret").mode, 0600U);
     expect_link_targets_untouched();
 }
 
@@ -189,9 +210,30 @@ void chown_short_of_descriptors(const std::string& top, int spare) {
     chown_tree(top, 0, 0, TopDirectory::change);
 }
 
-// Reaching the top holds one descriptor (two for a moment); entering a
-// directory takes three more (the working directory, the directory, its
-// listing); changing a file one more.
+// A chain of directories depth deep below top, with a file at its bottom;
+// the path of the bottom directory, relative to top.
+std::string make_chain(const std::string& top, int depth) {
+    std::string relative;
+    int dir = open(top.c_str(), O_RDONLY | O_DIRECTORY);
+    for (int level = 0; level < depth; ++level) {
+        EXPECT_EQ(mkdirat(dir, "d", 0755), 0);
+        const int below = openat(dir, "d", O_RDONLY | O_DIRECTORY);
+        close(dir);
+        dir = below;
+        relative += level == 0 ? "d" : "/d";
+    }
+    const int file = openat(dir, "bottom", O_WRONLY | O_CREAT, 0644);
+    EXPECT_GE(file, 0);
+    close(file);
+    close(dir);
+    return relative;
+}
+
+constexpr int kDeepChain = 400;
+
+// Reaching the top holds one descriptor (two for a moment); the directory
+// worked on one more, and entering a directory below it two more for a
+// moment (the directory and a copy to list it): four in all, at any depth.
 TEST_F(TreeWalkOutOfDescriptorsTest, ReachingTheTopFailsFatally) {
     EXPECT_EXIT(chown_short_of_descriptors(top_, 0), ::testing::ExitedWithCode(1),
                 "^Unable to get entry " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
@@ -202,18 +244,41 @@ TEST_F(TreeWalkOutOfDescriptorsTest, OpeningTheDirectoryFailsFatally) {
                 "^Unable to open dir " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAnEntryFailsFatally) {
-    EXPECT_EXIT(
-        chown_short_of_descriptors(top_, 4), ::testing::ExitedWithCode(1),
-        "^Unable to chown directory entry only: Too many open files\n\nSystem error 24: Too many open files\n$");
+// Changes the chain below top with four spare descriptors, then ends the
+// process: 0 when the file at its bottom got popuser and mode 0640.
+void change_chain_with_four_descriptors(const std::string& top) {
+    NoFreeDescriptors guard(4);
+    NoFreeDescriptors::restore_at_exit();
+    chown_tree(top, popuser_uid(), popuser_gid(), TopDirectory::change);
+    chmod_tree(top, 0640, 0750, TopDirectory::change);
+    int dir = open(top.c_str(), O_RDONLY | O_DIRECTORY);
+    for (int level = 0; level < kDeepChain; ++level) {
+        const int below = openat(dir, "d", O_RDONLY | O_DIRECTORY);
+        close(dir);
+        dir = below;
+    }
+    struct stat info {};
+    const bool changed = fstatat(dir, "bottom", &info, AT_SYMLINK_NOFOLLOW) == 0 && info.st_uid == popuser_uid() &&
+                         (info.st_mode & 07777) == 0640;
+    std::exit(changed ? 0 : 2);
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, SavingTheWorkingDirectoryFailsFatally) {
-    ASSERT_EQ(unlink((top_ + "/only").c_str()), 0);
-    ASSERT_EQ(mkdir((top_ + "/sub").c_str(), 0755), 0);
-    EXPECT_EXIT(chown_short_of_descriptors(top_, 4), ::testing::ExitedWithCode(1),
-                "^Unable to get file descriptor of current dir: Too many open files\n\nSystem error 24: Too many "
-                "open files\n$");
+TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAChainOfAnyDepthNeedsFourDescriptors) {
+    make_chain(top_, kDeepChain);
+    EXPECT_EXIT(change_chain_with_four_descriptors(top_), ::testing::ExitedWithCode(0), "^$");
+}
+
+TEST_F(TreeWalkOutOfDescriptorsTest, RemovingAChainOfAnyDepthNeedsFourDescriptors) {
+    make_chain(top_, kDeepChain);
+    int result = -1;
+    const auto printed = printed_by([&] {
+        NoFreeDescriptors guard(4);
+        result = remove_tree(top_);
+    });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(printed.out, "");
+    EXPECT_EQ(printed.err, "");
+    EXPECT_FALSE(path_exists(top_));
 }
 
 TEST_F(TreeWalkOutOfDescriptorsTest, RemoveTreeReportsAndGivesOne) {
