@@ -7,8 +7,8 @@
 #   remove domain  a domain with 10 mail names and their aliases (rcpthosts,
 #                  virtualdomains, assign, the authentication store, the
 #                  domain's directory)
-#   rename edits   the sed pass of a domain rename (rcpthosts, virtualdomains,
-#                  assign)
+#   rename edits   the line edits of a domain rename, run in process
+#                  (rcpthosts, virtualdomains, assign)
 # each as a whole run of bench/qmail_files_driver, against a bare copy of the
 # same files (read, write, rename) by the same driver: assign alone for the
 # record, rcpthosts + virtualdomains + assign for the other two. Prints the
@@ -211,7 +211,7 @@ report() {
         line("bare copy of rcpthosts+virtualdomains+assign", 4, 4, 5)
         line("synced copy of the three", 5, 4, 5)
         line("remove domain (10 mail names)", 6, 4, 5)
-        line("rename edits (sed pass)", 7, 4, 5)
+        line("rename edits (in-process line editor)", 7, 4, 5)
     }
     function line(name, i, base, synced) {
         printf "  %-46s %8.1f %5.2fx %5.2fx  %8.1f %5.2fx %5.2fx\n", name, W[i], W[i] / W[base], W[i] / W[synced],

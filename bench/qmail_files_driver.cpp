@@ -5,8 +5,9 @@
 //   qmail_files_driver init-stores                 creates the authentication store
 //   qmail_files_driver add-record <name> <domain>  qmail_add_mailname_record
 //   qmail_files_driver remove-domain <domain>      qmail_remove_domain
-//   qmail_files_driver rename-edits <old> <new>    the sed pass of a domain
-//                                                  rename (rcpthosts, locals,
+//   qmail_files_driver rename-edits <old> <new>    the line edits of a domain
+//                                                  rename, run in process
+//                                                  (rcpthosts, locals,
 //                                                  virtualdomains, assign)
 //   qmail_files_driver copy <path>...              the floor: each file copied
 //                                                  through "<path>.tmp" in large

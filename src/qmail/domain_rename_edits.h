@@ -1,5 +1,5 @@
-// The sed edits of a domain rename: each file rewritten whole by one sed pass
-// (run_sed_on_file, which takes no lock) holding all of its scripts. Each
+// The line edits of a domain rename: each file rewritten whole by one pass
+// of edit_lines_locked (under the file's lock) per change. Each
 // edited control file and assign gets owner root:root and mode 0644 back.
 // Names come in lower-case ASCII.
 #pragma once

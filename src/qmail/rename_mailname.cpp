@@ -5,10 +5,10 @@
 #include "qmail/control_files.h"
 #include "qmail/control_lines.h"
 #include "qmail/control_names.h"
-#include "qmail/locked_sed_copy.h"
+#include "qmail/locked_line_copy.h"
+#include "qmail/mailname_rewrites.h"
 #include "qmail/paths.h"
 #include "qmail/qmail_report.h"
-#include "qmail/sed_literal.h"
 #include "qmail/session_hooks.h"
 #include "stores/mail_auth_store.h"
 #include "util/directories.h"
@@ -58,11 +58,10 @@ void rename_home(const MailnameRename& rename) {
 // Only a whole "=" record whose fields after its key are exactly the old
 // ones changes, its key kept.
 bool repoint_alias_records(const MailnameRename& rename) {
-    const std::string script =
-        "s|^\\(=[^:]*\\)" + sed_pattern_literal(mailname_assign_tail(rename.domain, rename.old_name, rename.ids), '|') +
-        "$|\\1" + sed_replacement_literal(mailname_assign_tail(rename.domain, rename.new_name, rename.ids), '|') +
-        "|";
-    if (!sed_copy_locked(kUsersAssign, script, SedCopyAttributes{0644, std::nullopt})) {
+    const crelm::util::LineRewrite rewrite =
+        repoint_records(mailname_assign_tail(rename.domain, rename.old_name, rename.ids),
+                        mailname_assign_tail(rename.domain, rename.new_name, rename.ids));
+    if (!rewrite_copy_locked(kUsersAssign, rewrite, CopyAttributes{0644, std::nullopt})) {
         report_failure("Unable to change aliases in %s\n", kUsersAssign);
         return false;
     }
@@ -122,8 +121,9 @@ void rename_in_dot_qmail(const MailnameRename& rename) {
         return;
     }
     const std::string path = rename.home(rename.new_name) + "/.qmail";
-    const std::string script = sed_address_rename(rename.old_name, rename.new_name, address_domains(rename));
-    if (!sed_copy_locked(path, script, SedCopyAttributes{0600, std::pair{rename.ids.uid, rename.ids.gid}})) {
+    const crelm::util::LineRewrite rewrite =
+        rename_addresses(rename.old_name, rename.new_name, address_domains(rename));
+    if (!rewrite_copy_locked(path, rewrite, CopyAttributes{0600, std::pair{rename.ids.uid, rename.ids.gid}})) {
         report_failure("Unable to change mailname in dot-qmail in %s\n", path.c_str());
     }
 }

@@ -2,31 +2,15 @@
 // literally: checked by running the real sed on lines that a pattern taken
 // as a regular expression, or a replacement taken as sed text, would also
 // change.
-#include "qmail/sed_literal.h"
+#include "qmail/sed_scripts.h"
 
 #include "qmail/control_test_support.h"
 
 namespace sorvane::test {
 namespace {
 
-using crelm::qmail::Anchor;
-using crelm::qmail::sed_append_literal;
-using crelm::qmail::sed_pattern_literal;
-using crelm::qmail::sed_replacement_literal;
-using crelm::qmail::sed_substitute;
-
 std::string sed(const std::vector<std::string>& scripts, const std::string& input) {
-    std::vector<std::string> argv{"/bin/sed"};
-    for (const std::string& script : scripts) {
-        argv.push_back("-e");
-        argv.push_back(script);
-    }
-    RunOptions options;
-    options.stdin_mode = RunOptions::Stdin::Pipe;
-    options.input = input;
-    const ProcessResult result = run_process(argv, options);
-    EXPECT_EQ(result.status, 0) << result.err;
-    return result.out;
+    return run_sed(scripts, input);
 }
 
 class SedLiteralTest : public SandboxTest {};

@@ -4,7 +4,7 @@
 #include "runtime/md5_hex.h"
 #include "support/sandbox.h"
 #include "util/file_str.h"
-#include "util/sed_edit.h"
+#include "util/line_edit.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -159,17 +159,26 @@ TEST_F(FileLockTest, LineEditorWaitsForTheLockHeldByAnotherProcess) {
     EXPECT_EQ(read_file(kEdited), "first\nholder\neditor\n");
 }
 
-// The whole-file sed edit takes the same lock as the line editor: a line
+// The whole-file line edit takes the same lock as the line editor: a line
 // written under another process's lock between the edit's read and its
 // rename would otherwise be lost.
-TEST_F(FileLockTest, SedEditWaitsForTheLockHeldByAnotherProcess) {
+TEST_F(FileLockTest, WholeFileEditWaitsForTheLockHeldByAnotherProcess) {
     write_file(kEdited, "old.test\n");
     LockHolder holder(kEdited);
     const pid_t editor = fork();
     if (editor == 0)
-        _exit(run_sed_on_file({"-e", "s/^old\\.test$/new.test/"}, kEdited) == 0 ? 0 : 1);
+        _exit(edit_lines_locked(kEdited, crelm::util::LineRewrite{[](std::string_view line, std::string& replaced) {
+                                                                 if (line != "old.test")
+                                                                     return crelm::util::LineFate::keep;
+                                                                 replaced = "new.test";
+                                                                 return crelm::util::LineFate::replace;
+                                                             },
+                                                             "",
+                                                             {}}) == 0
+                  ? 0
+                  : 1);
     while (!waits_for_flock(editor))
-        ASSERT_EQ(waitpid(editor, nullptr, WNOHANG), 0) << "the sed edit ended without waiting for the lock";
+        ASSERT_EQ(waitpid(editor, nullptr, WNOHANG), 0) << "the whole-file edit ended without waiting for the lock";
     EXPECT_EQ(read_file(kEdited), "old.test\n");
     holder.finish();
     EXPECT_EQ(sorvane::test::reap(editor), 0);

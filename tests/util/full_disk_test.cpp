@@ -4,7 +4,7 @@
 #include "printed.h"
 #include "util/file_copy.h"
 #include "util/file_str.h"
-#include "util/sed_edit.h"
+#include "util/line_edit.h"
 #include "util/temp_file.h"
 #include "util_test_support.h"
 
@@ -82,11 +82,17 @@ TEST_F(FullDiskTest, AnAdditionAtTheTopLeavesTheOldFile) {
     EXPECT_EQ(entries(), (std::vector<std::string>{"filler", "rcpthosts"}));
 }
 
-TEST_F(FullDiskTest, AnEditByTheStreamEditorLeavesTheOldFile) {
+TEST_F(FullDiskTest, AWholeFileLineEditLeavesTheOldFile) {
     const std::string before = almost_a_page();
     write_file(path_, before);
-    const auto printed = printed_by([&] { EXPECT_EQ(run_sed_on_file({"-e", "s/^/x/"}, path_), -1); });
-    EXPECT_NE(printed.out.find("Error during sed working"), std::string::npos) << printed.out;
+    const crelm::util::LineRewrite prefix_x{[](std::string_view line, std::string& replaced) {
+        replaced = "x" + std::string(line);
+        return crelm::util::LineFate::replace;
+    }, "", {}};
+    const auto printed = printed_by([&] { EXPECT_EQ(edit_lines_locked(path_, prefix_x), -1); });
+    expect_reported(with_temporary_names_masked(printed),
+                    with_system_error("Unable to write data into file " + path_ +
+                                          ".tmp.XXXXXX: No space left on device\n", ENOSPC));
     EXPECT_EQ(read_file(path_), before);
     EXPECT_EQ(entries(), (std::vector<std::string>{"filler", "rcpthosts"}));
 }

@@ -1,9 +1,8 @@
-#include "util/sed_edit.h"
+#include "util/line_edit.h"
 
 #include "runtime/log.h"
 #include "util/file_lock.h"
 #include "util/nofollow.h"
-#include "util/process.h"
 #include "util/temp_file.h"
 #include "util/unique_fd.h"
 
@@ -21,7 +20,6 @@ using crelm::util::UniqueFd;
 
 namespace {
 
-constexpr const char* kSed = "/bin/sed";
 constexpr std::size_t kPathBuffer = 4096;
 
 // "<path>.tmp" and the unique suffix ".XXXXXX".
@@ -38,10 +36,22 @@ TempFile create_output(const ParentDir& dir, const std::string& path) {
     return crelm::util::create_temporary_beside(dir.fd.get(), dir.name, path);
 }
 
-int run_sed(const std::vector<std::string>& sed_args, int in, int out) {
-    ArgList argv{kSed};
-    argv.insert(argv.end(), sed_args.begin(), sed_args.end());
-    return fork_exec_fd(in, out, kSed, argv);
+// The rewritten lines into the temporary file; 0, or -1 after saying which
+// side failed.
+int rewrite_into(int input, const TempFile& output, const std::string& path,
+                 const crelm::util::LineRewrite& rewrite) {
+    switch (crelm::util::rewrite_stream(input, output.fd(), rewrite)) {
+        case crelm::util::StreamFailure::none:
+            return 0;
+        case crelm::util::StreamFailure::read:
+            report_error(0, 0, "ERROR: Unable to read file %s: %s", path.c_str(), std::strerror(errno));
+            return -1;
+        case crelm::util::StreamFailure::write:
+            report_error(0, 0, "Unable to write data into file %s: %s\n", output.path().c_str(),
+                         std::strerror(errno));
+            return -1;
+    }
+    return -1;
 }
 
 // A failure here leaves the edit in place: only a warning.
@@ -73,7 +83,7 @@ bool save_attributes(const ParentDir& dir, struct stat& saved) {
 }
 
 
-int edit_locked(const std::vector<std::string>& sed_args, const std::string& path) {
+int edit_locked(const std::string& path, const crelm::util::LineRewrite& rewrite) {
     const ParentDir dir = crelm::util::open_parent(path);
     struct stat saved {};
     if (!save_attributes(dir, saved)) {
@@ -91,11 +101,8 @@ int edit_locked(const std::vector<std::string>& sed_args, const std::string& pat
                      std::strerror(errno));
         return -1;
     }
-    if (run_sed(sed_args, input.get(), output.fd()) != 0) {
-        errno = 0;
-        report_error(0, 0, "Error during sed working\n");
+    if (rewrite_into(input.get(), output, path, rewrite) != 0)
         return -1;
-    }
     if (S_ISREG(saved.st_mode))
         restore_attributes(output.fd(), saved, path);
     input.reset();
@@ -112,13 +119,13 @@ int edit_locked(const std::vector<std::string>& sed_args, const std::string& pat
 // The edit runs under the file's lock, the one every other editor of the
 // file takes, so that a line another process adds or removes between this
 // edit's read and its rename is never lost.
-int run_sed_on_file(const std::vector<std::string>& sed_args, const std::string& path) {
+int edit_lines_locked(const std::string& path, const crelm::util::LineRewrite& rewrite) {
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held()) {
         report_error(0, 0, "Error occurred while locking the file %s: %s\n", path.c_str(), std::strerror(errno));
         return -1;
     }
-    const int result = edit_locked(sed_args, path);
+    const int result = edit_locked(path, rewrite);
     if (unlock_file(lock) != 0)
         return -1;
     return result;

@@ -1,4 +1,4 @@
-#include "qmail/locked_sed_copy.h"
+#include "qmail/locked_line_copy.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,15 +14,11 @@
 #include "util/file_lock.h"
 #include "util/mail_user_file.h"
 #include "util/nofollow.h"
-#include "util/process.h"
 #include "util/stale_entries.h"
-#include "util/child_wait.h"
 #include "util/temp_file.h"
 
 namespace crelm::qmail {
 namespace {
-
-constexpr const char* kSed = "/bin/sed";
 
 // The file to read, opened without following a link at its name; a FIFO or
 // device planted in its place is not read (that could block or read
@@ -57,13 +53,22 @@ crelm::util::UniqueFd open_source(int dir_fd, const std::string& name, const std
     return std::move(file.fd);
 }
 
-bool sed_succeeded(int in_fd, int out_fd, const std::string& script) {
-    const pid_t pid = fork_execv(kSed, {kSed, "-e", script}, in_fd, out_fd, STDERR_FILENO);
-    const int status = crelm::util::wait_child_logged(pid, kSed);
-    return status != -1 && status != 127;
+bool rewritten(int in_fd, crelm::util::TempFile& temp, const std::string& path,
+               const crelm::util::LineRewrite& rewrite) {
+    switch (crelm::util::rewrite_stream(in_fd, temp.fd(), rewrite)) {
+        case crelm::util::StreamFailure::none:
+            return true;
+        case crelm::util::StreamFailure::read:
+            report_failure("Unable to read file %s: %s\n", path.c_str(), std::strerror(errno));
+            return false;
+        case crelm::util::StreamFailure::write:
+            report_failure("Unable to write data into file %s: %s\n", temp.path().c_str(), std::strerror(errno));
+            return false;
+    }
+    return false;
 }
 
-bool give_attributes(crelm::util::TempFile& temp, const SedCopyAttributes& attributes) {
+bool give_attributes(crelm::util::TempFile& temp, const CopyAttributes& attributes) {
     if (::fchmod(temp.fd(), attributes.mode) != 0) {
         report_failure("chmod failed: %s\n", std::strerror(errno));
         return false;
@@ -84,7 +89,7 @@ void remove_abandoned_copies(int dir_fd, const std::string& name) {
         dir_fd, [&](std::string_view entry) { return crelm::util::is_unique_temporary(entry, prefix); });
 }
 
-bool rewrite(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {
+bool copy_rewritten(const std::string& path, const crelm::util::LineRewrite& rewrite, const CopyAttributes& attributes) {
     const crelm::util::ParentDir parent = crelm::util::open_parent(path);
     if (!parent.fd.valid()) {
         report_failure("Unable to open file %s: %s\n", path.c_str(), std::strerror(errno));
@@ -105,7 +110,7 @@ bool rewrite(const std::string& path, const std::string& script, const SedCopyAt
         report_failure("Unable to create temporary file: %s", std::strerror(errno));
         return false;
     }
-    if (!sed_succeeded(source.get(), temp.fd(), script) || !give_attributes(temp, attributes)) {
+    if (!rewritten(source.get(), temp, path, rewrite) || !give_attributes(temp, attributes)) {
         return false;
     }
     // The new content reaches the disk before it replaces the file (and the
@@ -119,13 +124,14 @@ bool rewrite(const std::string& path, const std::string& script, const SedCopyAt
 
 }  // namespace
 
-bool sed_copy_locked(const std::string& path, const std::string& script, const SedCopyAttributes& attributes) {
+bool rewrite_copy_locked(const std::string& path, const crelm::util::LineRewrite& rewrite,
+                         const CopyAttributes& attributes) {
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held()) {
         report_failure("Error occurred while locking %s file", path.c_str());
         return false;
     }
-    const bool replaced = rewrite(path, script, attributes);
+    const bool replaced = copy_rewritten(path, rewrite, attributes);
     if (unlock_file(lock) != 0) {
         report_failure("Error occurred while unlocking %s file\n", path.c_str());
     }
