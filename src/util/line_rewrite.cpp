@@ -1,5 +1,7 @@
 #include "util/line_rewrite.h"
 
+#include "util/fd_copy.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,20 +32,7 @@ public:
     }
 
 private:
-    bool write_all(std::string_view text) const {
-        while (!text.empty()) {
-            const ssize_t written = ::write(fd_, text.data(), text.size());
-            if (written < 0 && errno == EINTR)
-                continue;
-            if (written <= 0) {
-                if (written == 0)
-                    errno = EIO;
-                return false;
-            }
-            text.remove_prefix(static_cast<std::size_t>(written));
-        }
-        return true;
-    }
+    bool write_all(std::string_view text) const { return crelm::util::write_all(fd_, text); }
 
     int fd_;
     std::string buffer_;
