@@ -1,6 +1,7 @@
 #include "qmail/assign_keys.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,28 +17,36 @@
 namespace crelm::qmail {
 namespace {
 
+// One record of assign, viewed in the text read: its kind, its key as
+// written (compared without regard to case, as qmail-newu lower-cases it),
+// its home and its whole line.
 struct AssignRecord {
     char kind = '=';  // '=' or '+'
-    std::string key;
-    std::string home;
-    std::string line;
+    std::string_view key;
+    std::string_view home;
+    std::string_view line;
 };
 
 std::optional<std::string> read_assign() {
     const util::UniqueFd fd(::open(kUsersAssign, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!fd.valid())
+    struct stat info {};
+    if (!fd.valid() || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
         return std::nullopt;
-    std::string text;
-    char buffer[65536];
+    std::string text(static_cast<std::size_t>(info.st_size), '\0');
+    std::size_t filled = 0;
     for (;;) {
-        const ssize_t got = ::read(fd.get(), buffer, sizeof buffer);
+        if (filled == text.size())
+            text.resize(text.size() + 65536);
+        const ssize_t got = ::read(fd.get(), text.data() + filled, text.size() - filled);
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
             return std::nullopt;
-        if (got == 0)
+        if (got == 0) {
+            text.resize(filled);
             return text;
-        text.append(buffer, static_cast<std::size_t>(got));
+        }
+        filled += static_cast<std::size_t>(got);
     }
 }
 
@@ -45,41 +54,40 @@ std::optional<std::string> read_assign() {
 std::optional<AssignRecord> parse_record(std::string_view line) {
     if (line.empty() || (line[0] != '=' && line[0] != '+'))
         return std::nullopt;
-    std::vector<std::string_view> fields;
+    std::string_view fields[5];
+    std::size_t count = 0;
     std::size_t start = 1;
-    for (std::size_t colon = line.find(':', start); colon != std::string_view::npos && fields.size() < 5;
+    for (std::size_t colon = line.find(':', start); colon != std::string_view::npos && count < 5;
          colon = line.find(':', start)) {
-        fields.push_back(line.substr(start, colon - start));
+        fields[count++] = line.substr(start, colon - start);
         start = colon + 1;
     }
-    if (fields.size() < 5)
+    if (count < 5)
         return std::nullopt;
-    return AssignRecord{line[0], lower_ascii(std::string(fields[0])), std::string(fields[4]), std::string(line)};
+    return AssignRecord{line[0], fields[0], fields[4], line};
 }
 
-// The records above the closing "." line, as qmail-newu reads them.
-std::vector<AssignRecord> assign_records() {
-    std::vector<AssignRecord> records;
-    const std::optional<std::string> text = read_assign();
-    if (!text)
-        return records;
-    std::string_view rest(*text);
-    while (!rest.empty()) {
-        const std::size_t end = rest.find('\n');
-        const std::string_view line = rest.substr(0, end);
-        if (!line.empty() && line[0] == '.')
-            break;
-        if (std::optional<AssignRecord> record = parse_record(line))
-            records.push_back(std::move(*record));
-        if (end == std::string_view::npos)
-            break;
-        rest.remove_prefix(end + 1);
-    }
-    return records;
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+// Whether text begins with prefix, case aside.
 bool begins_with(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
+    if (text.size() < prefix.size())
+        return false;
+    for (std::size_t i = 0; i < prefix.size(); ++i)
+        if (lower(text[i]) != lower(prefix[i]))
+            return false;
+    return true;
+}
+
+bool same_key(std::string_view key, std::string_view other) {
+    return key.size() == other.size() && begins_with(key, other);
+}
+
+// Whether text is domain followed by "-" and more: an address of domain's.
+bool dash_extends(std::string_view text, std::string_view domain) {
+    return text.size() > domain.size() && begins_with(text, domain) && text[domain.size()] == '-';
 }
 
 // Whether the record is one of domain's: its home is the domain's
@@ -88,50 +96,91 @@ bool belongs_to(const AssignRecord& record, const std::string& domain) {
     if (domain.empty())
         return false;
     const std::string dir = mailbox::mailnames_root() + "/" + domain;
-    return record.home == dir || begins_with(record.home, dir + "/");
+    return record.home == dir || (record.home.size() > dir.size() && record.home.substr(0, dir.size()) == dir &&
+                                  record.home[dir.size()] == '/');
 }
 
 // Whether the addresses of the domains "<one>" and "<other>" overlap.
-bool domains_share(const std::string& one, const std::string& other) {
-    return begins_with(one, other + "-") || begins_with(other, one + "-");
+bool domains_share(std::string_view one, std::string_view other) {
+    return dash_extends(one, other) || dash_extends(other, one);
 }
 
-std::optional<std::string> first_record(const std::function<bool(const AssignRecord&)>& collides) {
-    for (const AssignRecord& record : assign_records())
-        if (collides(record))
-            return record.line;
+// The first record above the closing "." line, as qmail-newu reads them,
+// for which collides is true. worth_parsing looks at a raw line first: a
+// table of a million records is mostly lines that cannot collide, and they
+// are passed over without being taken apart.
+std::optional<std::string> first_record(const std::function<bool(std::string_view line)>& worth_parsing,
+                                        const std::function<bool(const AssignRecord&)>& collides) {
+    const std::optional<std::string> text = read_assign();
+    if (!text)
+        return std::nullopt;
+    std::string_view rest(*text);
+    while (!rest.empty()) {
+        const std::size_t end = rest.find('\n');
+        const std::string_view line = rest.substr(0, end);
+        if (!line.empty() && line[0] == '.')
+            break;
+        if (worth_parsing(line))
+            if (const std::optional<AssignRecord> record = parse_record(line); record && collides(*record))
+                return std::string(record->line);
+        if (end == std::string_view::npos)
+            break;
+        rest.remove_prefix(end + 1);
+    }
     return std::nullopt;
+}
+
+// Raw lines that may hold the "=" record of key, and every "+" record.
+bool may_be_key_or_domain(std::string_view line, std::string_view key) {
+    if (line.empty())
+        return false;
+    if (line[0] == '+')
+        return true;
+    return line[0] == '=' && line.size() > key.size() + 1 && line[key.size() + 1] == ':' &&
+           begins_with(line.substr(1), key);
 }
 
 }  // namespace
 
 std::optional<std::string> mail_key_collision(const std::string& domain, const std::string& name) {
     const std::string key = domain + "-" + name;
-    return first_record([&](const AssignRecord& record) {
-        if (belongs_to(record, domain))
-            return false;
-        return record.kind == '=' ? record.key == key : begins_with(key, record.key + "-");
-    });
+    return first_record([&](std::string_view line) { return may_be_key_or_domain(line, key); },
+                        [&](const AssignRecord& record) {
+                            if (belongs_to(record, domain))
+                                return false;
+                            if (record.kind == '=')
+                                return same_key(record.key, key);
+                            return dash_extends(key, record.key);
+                        });
 }
 
 bool mail_key_in_assign(const std::string& domain, const std::string& name) {
     const std::string key = domain + "-" + name;
-    return first_record([&](const AssignRecord& record) { return record.kind == '=' && record.key == key; })
+    return first_record([&](std::string_view line) { return line.starts_with('=') && may_be_key_or_domain(line, key); },
+                        [&](const AssignRecord& record) { return record.kind == '=' && same_key(record.key, key); })
         .has_value();
 }
 
 std::optional<std::string> domain_key_collision(const std::string& domain, const std::string& renamed_from) {
-    return first_record([&](const AssignRecord& record) {
-        if (belongs_to(record, domain) || belongs_to(record, renamed_from))
-            return false;
-        return record.kind == '=' ? begins_with(record.key, domain + "-") : domains_share(domain, record.key);
-    });
+    const std::string prefix = domain + "-";
+    return first_record(
+        [&](std::string_view line) {
+            return line.starts_with('+') || (line.starts_with('=') && begins_with(line.substr(1), prefix));
+        },
+        [&](const AssignRecord& record) {
+            if (belongs_to(record, domain) || belongs_to(record, renamed_from))
+                return false;
+            return record.kind == '=' ? begins_with(record.key, prefix) : domains_share(domain, record.key);
+        });
 }
 
 std::optional<std::string> domain_alias_collision(const std::string& alias) {
-    return first_record([&](const AssignRecord& record) {
-        return belongs_to(record, alias) || (record.kind == '+' && record.key == alias);
-    });
+    const std::string dir = mailbox::mailnames_root() + "/" + alias;
+    return first_record(
+        [&](std::string_view line) { return line.starts_with('+') || line.find(dir) != std::string_view::npos; },
+        [&](const AssignRecord& record) {
+            return belongs_to(record, alias) || (record.kind == '+' && same_key(record.key, alias));
+        });
 }
 
 }  // namespace crelm::qmail
