@@ -1,9 +1,9 @@
 #!/bin/bash
 # Eight panels adding a mail name each at the same moment, on a server whose
 # user assignment table holds 100,000 or 1,000,000 records, with the real
-# qmail-newu (built from the qmail source kept next to the checkout, or
-# SORVANE_QMAIL_SOURCE's install script's folder). References in the same
-# run, warm cache, every run from the same files:
+# qmail-newu (from the qmail tree that tests/mailserver/run builds into the
+# build tree). References in the same run, warm cache, every run from the
+# same files:
 #   - 8 serialised rebuilds: qmail-newu run 8 times one after another (what
 #     the panels cost when every command rebuilds on its own);
 #   - 1 rebuild + 8 bare edits: qmail-newu once plus 8 plain prepends of a
@@ -39,11 +39,11 @@ if [ -z "${SHARED_REBUILDS_BENCH_INSIDE:-}" ]; then
         echo "$0: must run as root (private mount namespace)" >&2
         exit 2
     fi
-    install_qmail="${SORVANE_QMAIL_SOURCE:-$root/../shared/qmail}/install-qmail"
-    qmail_tree="$build/bench-qmail"
+    # The qmail tree that the mail-server suite built into the build tree.
+    qmail_tree="$build/mailserver-cache/tree"
     if [ ! -x "$qmail_tree/bin/qmail-newu" ]; then
-        "$install_qmail" "$qmail_tree" >"$build/bench-qmail.log" 2>&1 ||
-            { tail -n 20 "$build/bench-qmail.log"; echo "$0: building qmail failed" >&2; exit 1; }
+        echo "$0: no qmail in $qmail_tree: run tests/mailserver/run $build first" >&2
+        exit 2
     fi
     SHARED_REBUILDS_BENCH_INSIDE=1 QMAIL_TREE="$qmail_tree" \
         exec unshare --mount --propagation private -- bash "$0" "$build" "$runs" "${counts[@]}"
