@@ -158,12 +158,14 @@ std::string fake_script(const std::string& name, const std::string& extra) {
 }
 
 // qmail-newu refuses a missing assign, a malformed record and a file whose
-// last line is not a single ".".
+// last line is not a single "."; a rebuild that succeeds leaves users/cdb
+// newer than assign, as the real one does.
 const char* const kQmailNewuCheck = R"SH(a=/var/qmail/users/assign
 [ -f "$a" ] || exit 111
 [ "$(tail -c 1 "$a" | od -An -c | tr -d ' ')" = '\n' ] || exit 111
 [ "$(tail -n 1 "$a")" = "." ] || exit 111
 if head -n -1 "$a" | grep -qvE '^[+=][^:]*:[^:]+:[0-9]+:[0-9]+:[^:]+:[^:]*:[^:]*:$'; then exit 111; fi
+[ -f "$d/qmail-newu.status" ] || : > /var/qmail/users/cdb
 )SH";
 
 void seed_trees() {
@@ -489,6 +491,16 @@ ProcessResult run_process(const std::vector<std::string>& argv, const RunOptions
 
 std::string sorvane_path() {
     return SORVANE_BINARY;
+}
+
+std::string sorvane_audit_path() {
+    return SORVANE_AUDIT_BINARY;
+}
+
+ProcessResult run_sorvane_audit(const std::vector<std::string>& args, const RunOptions& options) {
+    std::vector<std::string> argv{sorvane_audit_path()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run_process(argv, options);
 }
 
 std::string test_program_path(const std::string& name) {

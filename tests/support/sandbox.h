@@ -60,6 +60,12 @@ ProcessResult run_process(const std::vector<std::string>& argv, const RunOptions
 // Path of the built sorvane binary.
 std::string sorvane_path();
 
+// Path of the built sorvane-audit binary.
+std::string sorvane_audit_path();
+
+// Runs the built sorvane-audit binary with args (argv[0] is added).
+ProcessResult run_sorvane_audit(const std::vector<std::string>& args, const RunOptions& options = {});
+
 // Path of a program built from tests/programs/<name>.cpp.
 std::string test_program_path(const std::string& name);
 

@@ -1,0 +1,114 @@
+#include "audit/audit_run.h"
+
+#include <unistd.h>
+
+#include <boost/program_options.hpp>
+#include <iostream>
+
+#include "audit/checks.h"
+#include "audit/picture.h"
+#include "audit/report_output.h"
+#include "runtime/idn.h"
+#include "qmail/control_names.h"
+
+namespace crelm::audit {
+
+namespace {
+
+namespace po = boost::program_options;
+
+constexpr const char* kUsage =
+    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]\n";
+
+struct AuditOptions {
+    std::vector<std::string> domains;
+    std::string expect;
+    ReportOptions report;
+    bool help = false;
+};
+
+po::options_description option_descriptions(AuditOptions& options) {
+    po::options_description described("Options");
+    described.add_options()                                                                         //
+        ("domain", po::value(&options.domains), "audit this domain only (repeatable)")              //
+        ("expect", po::value(&options.expect), "compare with the panel's picture (a file, or - for standard input)")  //
+        ("json", po::bool_switch(&options.report.json), "print one JSON document")                  //
+        ("repair-plan", po::bool_switch(&options.report.repair_plan), "add the commands that repair each finding")  //
+        ("help,h", po::bool_switch(&options.help), "print this help");
+    return described;
+}
+
+int fail(const std::string& message) {
+    std::cerr << "sorvane-audit: " << message << '\n';
+    return kAuditFailed;
+}
+
+std::size_t rows_read(const StoreRows& rows) {
+    return rows.auth_domains.size() + rows.auth_users.size() + rows.quotas.size() + rows.handler_rows.size();
+}
+
+ReadCounts counts_of(const ServerSnapshot& server, const ServerModel& model, const AuditScope& scope) {
+    ReadCounts counts;
+    for (const auto& [domain, facts] : model.domains)
+        counts.domains += scope.covers(domain) ? 1 : 0;
+    for (const auto& [key, facts] : model.mail_names)
+        counts.mail_names += scope.covers(key.first) ? 1 : 0;
+    counts.rows = rows_read(server.stores);
+    return counts;
+}
+
+}  // namespace
+
+int run_audit(int argc, char** argv) {
+    AuditOptions options;
+    const po::options_description described = option_descriptions(options);
+    try {
+        po::variables_map values;
+        po::store(po::command_line_parser(argc, argv).options(described).style(
+                      po::command_line_style::unix_style & ~po::command_line_style::allow_guessing).run(),
+                  values);
+        po::notify(values);
+    } catch (const po::error& error) {
+        std::cerr << "sorvane-audit: " << error.what() << '\n' << kUsage;
+        return kAuditFailed;
+    }
+    if (options.help) {
+        std::cout << kUsage << described;
+        return kAuditClean;
+    }
+    if (::geteuid() != 0)
+        return fail("must be run as root: it reads the stores and the mail trees");
+
+    AuditScope scope;
+    for (const std::string& domain : options.domains) {
+        try {
+            scope.domains.insert(qmail::lower_ascii(idn_toascii_safe(domain)));
+        } catch (const std::exception& error) {
+            return fail("invalid domain name '" + domain + "': " + error.what());
+        }
+    }
+    Picture picture;
+    std::string message;
+    if (!options.expect.empty() && !read_picture(options.expect, picture, message))
+        return fail(message);
+
+    const ServerSnapshot server = read_server();
+    const ServerModel model = build_model(server);
+    Findings findings;
+    const AuditContext context{server, model, scope, findings};
+    check_control_files(context);
+    check_mail_names(context);
+    check_stores(context);
+    check_domain_keys(context);
+    if (!options.expect.empty())
+        compare_picture(context, picture);
+
+    const std::vector<Finding> sorted = findings.sorted();
+    print_report(std::cout, sorted, counts_of(server, model, scope), options.report);
+    std::cout.flush();
+    if (!std::cout)
+        return fail("cannot write the report");
+    return sorted.empty() ? kAuditClean : kAuditFound;
+}
+
+}  // namespace crelm::audit

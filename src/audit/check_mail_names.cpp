@@ -1,0 +1,7 @@
+#include "audit/checks.h"
+
+namespace crelm::audit {
+
+void check_mail_names(const AuditContext&) {}
+
+}  // namespace crelm::audit

@@ -1,0 +1,38 @@
+// The sorvane command lines that bring a part of the server back in step,
+// built from what the server itself says: a domain's aliases and mail names
+// (the session lists the commands need) and its action for mail to names
+// that do not exist.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "audit/server_model.h"
+
+namespace crelm::audit {
+
+using CommandLine = std::vector<std::string>;
+
+// "--domain-aliases=a,b" and "--mail-addresses=m1,a1;m2" of the domain, as
+// the server holds them (either left out when empty).
+std::vector<std::string> session_lists(const ServerModel& model, const std::string& domain);
+
+// The options of the domain's current action for mail to unknown names:
+// "--set-reject", "--set-catchall --email=<a>" or "--set-bounce
+// [--phrase=<p>]", read from rejectnonexist and its ".qmail-default".
+std::vector<std::string> domain_action_options(const ServerSnapshot& server, const ServerModel& model,
+                                               const std::string& domain);
+
+CommandLine turn_on_domain(const ServerSnapshot& server, const ServerModel& model, const std::string& domain);
+CommandLine turn_off_domain(const ServerModel& model, const std::string& domain);
+CommandLine add_domain(const std::string& domain);
+CommandLine remove_domain(const ServerModel& model, const std::string& domain);
+CommandLine add_mailname(const std::string& domain, const std::string& mail_name);
+CommandLine remove_mailname(const ServerModel& model, const std::string& domain, const std::string& mail_name);
+CommandLine remove_alias(const ServerModel& model, const std::string& domain, const std::string& mail_name,
+                         const std::string& alias);
+CommandLine add_alias(const ServerModel& model, const std::string& domain, const std::string& mail_name,
+                      const std::string& alias);
+CommandLine remove_domain_alias(const ServerModel& model, const std::string& domain, const std::string& alias);
+
+}  // namespace crelm::audit

@@ -1,0 +1,45 @@
+#include "audit/repair_plan.h"
+
+#include <algorithm>
+#include <map>
+
+#include "runtime/shell_quote.h"
+
+namespace crelm::audit {
+
+std::string shell_command_line(const std::vector<std::string>& arguments) {
+    std::string line = "sorvane";
+    for (const std::string& argument : arguments) {
+        line += ' ';
+        line += shell_is_plain(argument) ? argument : shell_quote(argument);
+    }
+    return line;
+}
+
+RepairPlan plan_repairs(const std::vector<Finding>& findings) {
+    // Findings come sorted by severity; the plan orders by phase, keeping
+    // the findings' order within a phase.
+    std::vector<const Finding*> ordered;
+    for (const Finding& finding : findings)
+        ordered.push_back(&finding);
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [](const Finding* a, const Finding* b) { return a->phase < b->phase; });
+    RepairPlan plan;
+    std::map<std::string, std::size_t> planned;
+    for (const Finding* finding : ordered) {
+        if (finding->repairs.empty()) {
+            plan.for_a_person.push_back(finding);
+            continue;
+        }
+        for (const std::vector<std::string>& repair : finding->repairs) {
+            const std::string line = shell_command_line(repair);
+            auto [at, added] = planned.emplace(line, plan.commands.size());
+            if (added)
+                plan.commands.push_back({line, {}});
+            plan.commands[at->second].fixes.push_back(finding->code + " " + finding->object);
+        }
+    }
+    return plan;
+}
+
+}  // namespace crelm::audit

@@ -1,0 +1,132 @@
+#include "audit/report_output.h"
+
+#include <cstdio>
+
+#include "audit/repair_plan.h"
+
+namespace crelm::audit {
+
+namespace {
+
+std::size_t count_of(const std::vector<Finding>& findings, Severity severity) {
+    std::size_t count = 0;
+    for (const Finding& finding : findings)
+        count += finding.severity == severity ? 1 : 0;
+    return count;
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string json_string(std::string_view text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        switch (c) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            if (c < 0x20) {
+                char escaped[8];
+                std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+                out += escaped;
+            } else {
+                out += static_cast<char>(c);
+            }
+        }
+    }
+    return out + "\"";
+}
+
+void print_text(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
+                const ReportOptions& options) {
+    for (const Finding& finding : findings)
+        out << finding_line(finding) << '\n';
+    out << summary_line(findings, counts) << '\n';
+    if (!options.repair_plan)
+        return;
+    const RepairPlan plan = plan_repairs(findings);
+    out << "repair plan:\n";
+    for (const PlannedCommand& command : plan.commands)
+        out << command.command_line << '\n';
+    for (const Finding* finding : plan.for_a_person)
+        out << "needs a person: " << finding->code << ' ' << finding->object << '\n';
+}
+
+void print_json(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
+                const ReportOptions& options) {
+    out << "{\"findings\":[";
+    const char* separator = "";
+    for (const Finding& finding : findings) {
+        out << separator << "{\"code\":" << json_string(finding.code)
+            << ",\"severity\":" << json_string(severity_name(finding.severity))
+            << ",\"object\":" << json_string(finding.object) << ",\"detail\":" << json_string(finding.detail)
+            << ",\"repair\":[";
+        const char* inner = "";
+        for (const std::vector<std::string>& repair : finding.repairs) {
+            out << inner << json_string(shell_command_line(repair));
+            inner = ",";
+        }
+        out << "]}";
+        separator = ",";
+    }
+    out << "],\"summary\":{\"findings\":" << findings.size() << ",\"error\":" << count_of(findings, Severity::error)
+        << ",\"warning\":" << count_of(findings, Severity::warning)
+        << ",\"notice\":" << count_of(findings, Severity::notice) << ",\"domains\":" << counts.domains
+        << ",\"mail_names\":" << counts.mail_names << ",\"rows\":" << counts.rows << "}";
+    if (options.repair_plan) {
+        const RepairPlan plan = plan_repairs(findings);
+        out << ",\"repair_plan\":{\"commands\":[";
+        separator = "";
+        for (const PlannedCommand& command : plan.commands) {
+            out << separator << "{\"command\":" << json_string(command.command_line) << ",\"fixes\":[";
+            const char* inner = "";
+            for (const std::string& fix : command.fixes) {
+                out << inner << json_string(fix);
+                inner = ",";
+            }
+            out << "]}";
+            separator = ",";
+        }
+        out << "],\"needs_a_person\":[";
+        separator = "";
+        for (const Finding* finding : plan.for_a_person) {
+            out << separator << json_string(finding->code + " " + finding->object);
+            separator = ",";
+        }
+        out << "]}";
+    }
+    out << "}\n";
+}
+
+}  // namespace
+
+std::string summary_line(const std::vector<Finding>& findings, const ReadCounts& counts) {
+    return counted(findings.size(), "finding", "findings") + " (" +
+           counted(count_of(findings, Severity::error), "error", "errors") + ", " +
+           counted(count_of(findings, Severity::warning), "warning", "warnings") + ", " +
+           counted(count_of(findings, Severity::notice), "notice", "notices") + ") in " +
+           counted(counts.domains, "domain", "domains") + ", " +
+           counted(counts.mail_names, "mail name", "mail names") + " and " +
+           counted(counts.rows, "store row", "store rows");
+}
+
+void print_report(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
+                  const ReportOptions& options) {
+    if (options.json)
+        print_json(out, findings, counts, options);
+    else
+        print_text(out, findings, counts, options);
+}
+
+}  // namespace crelm::audit

@@ -1,0 +1,38 @@
+// The server of the end-to-end tests, audited: seeded as sorvane leaves it
+// (with the compiled assignment table newer than assign, as after the
+// commands' rebuild), then broken by a test one thing at a time.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "e2e/server_state.h"
+#include "support/sandbox.h"
+
+namespace sorvane::test {
+
+// seed_server_state() plus what a real rebuild leaves: users/cdb newer than
+// assign.
+void seed_audited_server();
+
+// Marks the compiled table as rebuilt after a hand edit of assign, so that
+// a test sees only the finding it is about.
+void mark_assign_compiled();
+
+// The finding lines of a text report (the summary line and any repair plan
+// left out).
+std::vector<std::string> finding_lines(const std::string& report);
+
+// The repair plan's command lines of a text report ("sorvane ..." lines).
+std::vector<std::string> repair_lines(const std::string& report);
+
+// Runs each of the plan's command lines through sorvane (split as the shell
+// would, for the quoting the plan uses), failing the test when one fails.
+void run_repair_plan(const std::string& report);
+
+class AuditTest : public SandboxTest {
+protected:
+    void SetUp() override;
+};
+
+}  // namespace sorvane::test
