@@ -12,14 +12,16 @@ panel also looks up, the moment a command returns, every mail name and alias
 that command added or moved: the table must already send it home, whether
 the command ran its own rebuild or shared another panel's. Each round
 prints how many commands asked for a rebuild and how many qmail-newu runs
-there were (counted by a script in qmail-newu's place)."""
+there were (counted by a script in qmail-newu's place). After the
+concurrent run and after the sequential run, sorvane-audit finds nothing."""
 import os
 import random
 import stat
 import threading
 
 from checks_deliveries import PASSWORD, need
-from mailserver import (MAILNAMES, QMAIL, RUNTIME_DIR, WITHOUT_PICTURE, Domain, option, read, SuiteError, assigned_home,
+from mailserver import (MAILNAMES, QMAIL, RUNTIME_DIR, WITHOUT_PICTURE, Domain, NotAvailable, option, read, SuiteError,
+                        assigned_home,
                         count_qmail_newu_runs, describe_difference, qmail_newu_runs, rebuilds_asked, server_state,
                         temporary_files)
 
@@ -290,7 +292,24 @@ def lock_directory_problems():
     return problems
 
 
-def one_round(server, round_number):
+class AuditRuns:
+    """What sorvane-audit said after each round's runs."""
+
+    def __init__(self, server):
+        self.missing = None if os.path.exists(server.audit_path) else "sorvane-audit in the build tree"
+        self.runs = 0
+        self.problems = []
+
+    def judge(self, server, where):
+        if self.missing:
+            return
+        self.runs += 1
+        status, findings, output = server.audit()
+        if status != 0 or findings:
+            self.problems.append("%s: the audit is not clean:\n  %s" % (where, output))
+
+
+def one_round(server, round_number, audits):
     workers = plan(round_number)
     asked_before = prepare(server)
     statuses = [[] for _ in workers]
@@ -306,6 +325,7 @@ def one_round(server, round_number):
     left = temporary_files()
     locks = lock_directory_problems()
     lookups = unanswered(workers, "concurrent")
+    audits.judge(server, "round %d, after the concurrent run" % (round_number + 1))
     asked_before = prepare(server)
     sequential_statuses = []
     sequential_late = []
@@ -314,6 +334,7 @@ def one_round(server, round_number):
     sequential_rebuilds = rebuilds(asked_before)
     sequential = server_state()
     lookups += unanswered(workers, "sequential")
+    audits.judge(server, "round %d, after the sequential run" % (round_number + 1))
     problems = []
     if late:
         problems.append("users/cdb did not answer when the command returned (concurrent run): %s" % late[:10])
@@ -342,11 +363,11 @@ def one_round(server, round_number):
     return problems, concurrent_rebuilds, checked
 
 
-def concurrent_panels(server, results, rounds):
+def concurrent_panels(server, results, rounds, audits):
     need(server, *COMMANDS_USED)
     differences = 0
     for round_number in range(rounds):
-        problems, (asked, runs), checked = one_round(server, round_number)
+        problems, (asked, runs), checked = one_round(server, round_number, audits)
         results.figure("concurrency round %d: %s commands asked for a rebuild, qmail-newu ran %d times; "
                        "%d addresses looked up as their commands returned"
                        % (round_number + 1, "?" if asked is None else asked, runs, checked))
@@ -358,7 +379,20 @@ def concurrent_panels(server, results, rounds):
     return "%d rounds of %d commands, state equal to the sequential run" % (rounds, COMMANDS)
 
 
+def audit_verdict(audits):
+    if audits.problems:
+        raise SuiteError("\n".join(audits.problems[:4]))
+    if audits.missing:
+        raise NotAvailable(audits.missing)
+    if not audits.runs:
+        raise NotAvailable("the rounds to have run")
+    return "%d audits, each clean" % audits.runs
+
+
 def run(server, results, options):
     rounds = 20 if options.full else (2 if options.light else 8)
+    audits = AuditRuns(server)
     results.check(GROUP, "8 panels at once agree with the sequential run", concurrent_panels, server, results,
-                  rounds)
+                  rounds, audits)
+    results.check(GROUP, "sorvane-audit finds nothing after each round's concurrent and sequential runs",
+                  audit_verdict, audits)

@@ -2,7 +2,10 @@
 stepped across the whole run. After every kill each control file and assign
 holds its old or its new content (or a state the next run repairs), assign
 still ends with ".", every store passes its integrity check, and running
-the same command again ends in exactly the state of an uninterrupted run."""
+the same command again ends in exactly the state of an uninterrupted run.
+sorvane-audit, given the panel's picture after the command, reports every
+killed state that differs from the state after the second run, and nothing
+once the second run has ended (without the picture too)."""
 import os
 import re
 import shutil
@@ -12,8 +15,8 @@ import time
 
 import strace_log
 from checks_deliveries import PASSWORD, NotAvailable
-from mailserver import (CONTROL_FILES, MUTABLE_TREES, QMAIL, STATE, STORES, Domain, SuiteError,
-                        describe_difference, integrity, read, server_state, wait_until)
+from mailserver import (CONTROL_FILES, MUTABLE_TREES, QMAIL, STATE, STORES, Domain, NotAvailable as NotBuilt,
+                        SuiteError, describe_difference, integrity, quota_rows, read, server_state, wait_until)
 
 GROUP = "crashes"
 SNAPSHOT = STATE + "/crash-snapshot"
@@ -163,7 +166,71 @@ def reference_syscalls(server, command, picture):
     return calls
 
 
-def sweep_command(server, command, setup, full, tally):
+class AuditTally:
+    """What sorvane-audit said across the sweep: how many killed states
+    differed from the state after the second run and how many of those it
+    flagged, how many clean states it judged, and what it got wrong. missing
+    names why the audit could not run (its binary not built)."""
+
+    def __init__(self, server):
+        self.missing = None
+        self.ran = False
+        self.differing = 0
+        self.flagged = 0
+        # differing killed states that the audit flags without the picture
+        # (a figure only: some differences only the picture shows)
+        self.flagged_without = 0
+        self.clean_checked = 0
+        self.runs = 0
+        self.seconds = 0.0
+        self.problems = []
+        if not os.path.exists(server.audit_path):
+            self.missing = "sorvane-audit in the build tree"
+
+    def audit(self, server, pictures=None, quotas=None):
+        started = time.monotonic()
+        try:
+            return server.audit(pictures, quotas)
+        finally:
+            self.runs += 1
+            self.seconds += time.monotonic() - started
+
+
+def judge_killed_state(tally, where, said, said_without, killed, again):
+    """A killed state that differs from the one the second run ends in must
+    have been flagged by the audit with the panel's picture after the
+    command (said: what it said on the killed state): status 1 and at
+    least one finding."""
+    status, findings, output = said
+    if status not in (0, 1):
+        tally.problems.append("%s: the audit of the killed state could not run: %s" % (where, output))
+        return
+    if killed == again:
+        return
+    tally.differing += 1
+    tally.flagged_without += 1 if said_without[0] == 1 and said_without[1] else 0
+    if status == 1 and findings:
+        tally.flagged += 1
+        return
+    tally.problems.append("%s: the killed state differs from the repaired one but the audit with the picture "
+                          "flags nothing:\n%s\n  audit: %s" % (where, describe_difference(again, killed, 6), output))
+
+
+def audit_repaired_state(tally, server, where, expected, quotas, with_picture_only):
+    """The audit of the state the second run ended in: nothing with the
+    picture, and (unless with_picture_only) nothing without it."""
+    if tally.missing:
+        return
+    runs = [("with the picture", [expected])] + ([] if with_picture_only else [("without a picture", None)])
+    for how, pictures in runs:
+        status, findings, output = tally.audit(server, pictures, quotas)
+        tally.clean_checked += 1
+        if status != 0 or findings:
+            tally.problems.append("%s: after the second run the audit %s is not clean:\n  %s"
+                                  % (where, how, output))
+
+
+def sweep_command(server, command, setup, full, tally, audits):
     picture = prepare(server, setup)
     snapshot()
     before = server_state()
@@ -171,6 +238,11 @@ def sweep_command(server, command, setup, full, tally):
     calls = reference_syscalls(server, command, picture)
     after_files = control_contents()
     final = server_state()
+    # What the panel holds once the command has succeeded; the quotas are
+    # those an uninterrupted run stored.
+    expected = picture.copy()
+    expected.apply(command)
+    quotas = quota_rows()
     restore()
     # the state must come back exactly, or the comparisons below mean nothing
     if server_state() != before:
@@ -187,6 +259,7 @@ def sweep_command(server, command, setup, full, tally):
     torn = 0
     intermediate = 0
     leftovers = 0
+    audits_without_picture_done = False
     for index in points:
         restore()
         name, occurrence = calls[index]
@@ -209,6 +282,11 @@ def sweep_command(server, command, setup, full, tally):
             not_killed.append("%s #%d (status %d)" % (name, occurrence, killed.returncode))
         wait_until("the killed run's children to end", children_gone, 30)
         problems = []
+        # the audit judges the killed state before the second run changes
+        # it; whether it had to flag it is known once that run has ended
+        killed_state = None if audits.missing else server_state()
+        said = None if audits.missing else audits.audit(server, [expected], quotas)
+        said_without = None if audits.missing else audits.audit(server)
         files = control_contents()
         for file_name, content in files.items():
             if content in (before_files[file_name], after_files[file_name]):
@@ -228,8 +306,16 @@ def sweep_command(server, command, setup, full, tally):
                 verdict = integrity(store)
                 if verdict != "ok":
                     problems.append("%s: integrity check says %s" % (store, verdict))
-        stray, difference, _ = run_again(server, picture, command, final)
+        stray, difference, again = run_again(server, picture, command, final)
         leftovers += stray
+        if not audits.missing:
+            where = "%s, kill at system call %d (%s #%d)" % (command[0], index + 1, name, occurrence)
+            judge_killed_state(audits, where, said, said_without, killed_state, again)
+            if not difference:
+                # without the picture once per command: the repaired state
+                # is the same at every kill point
+                audit_repaired_state(audits, server, where, expected, quotas, audits_without_picture_done)
+                audits_without_picture_done = True
         if difference:
             problems.append("running it again does not repair it:\n" + difference)
         if problems:
@@ -260,7 +346,7 @@ def run_again(server, picture, command, final):
     return len(stray), ("" if again == final else describe_difference(final, again, 6)), again
 
 
-def crash_sweep(server, results, full):
+def crash_sweep(server, results, full, audits):
     cases = [(c, setup) for c, setup in CASES if all(server.available(x[0]) for x in [c] + setup)]
     if not cases:
         raise NotAvailable("the domain and mail name commands")
@@ -272,12 +358,18 @@ def crash_sweep(server, results, full):
     started = time.monotonic()
     for command, setup in cases:
         # each command's figures as soon as its sweep ends: the full sweep runs for hours
-        failures += ["%s: %s" % (command[0], f) for f in sweep_command(server, command, setup, full, tally)]
+        failures += ["%s: %s" % (command[0], f) for f in sweep_command(server, command, setup, full, tally, audits)]
         name, calls, tried, children, torn, intermediate, unrepaired, leftovers = tally[-1]
         results.figure("crashes: %-26s %5d system calls, %4d runs killed, %3d children killed, %2d torn files, "
                        "%3d files between steps, %2d states not repaired, %2d maildirsize temporaries left after "
                        "the second run" % (name, calls, tried, children, torn, intermediate, unrepaired, leftovers))
     results.figure("crashes: %d runs killed in %.0f s" % (sum(t[2] for t in tally), time.monotonic() - started))
+    audits.ran = True
+    if not audits.missing:
+        results.figure("crashes: sorvane-audit ran %d times in %.1f s: flagged %d of %d killed states that differed "
+                       "from the repaired state with the picture (%d without it), judged %d repaired states" % (
+                           audits.runs, audits.seconds, audits.flagged, audits.differing, audits.flagged_without,
+                           audits.clean_checked))
     if failures:
         # every kill point in one line, the first ones in full
         headlines = [f.split(":\n", 1)[0][:300] for f in failures]
@@ -286,6 +378,23 @@ def crash_sweep(server, results, full):
     return "%d commands, %d runs killed, every state repaired" % (len(tally), sum(t[2] for t in tally))
 
 
+def audit_verdict(audits):
+    """The audit's outcome over the sweep: every differing killed state
+    flagged, every repaired state clean."""
+    if audits.missing:
+        raise NotBuilt(audits.missing)
+    if audits.problems:
+        raise SuiteError("%d audits went wrong:\n  %s" % (len(audits.problems), "\n  ".join(audits.problems[:6])))
+    if not audits.ran:
+        raise NotBuilt("the crash sweep to have run to its end")
+    return "%d of %d differing killed states flagged, %d repaired states clean" % (
+        audits.flagged, audits.differing, audits.clean_checked)
+
+
 def run(server, results, options):
+    audits = AuditTally(server)
     results.check(GROUP, "SIGKILL at each system call: old or new state, repaired by the next run",
-                  crash_sweep, server, results, True if options.full else ("light" if options.light else False))
+                  crash_sweep, server, results, True if options.full else ("light" if options.light else False),
+                  audits)
+    results.check(GROUP, "sorvane-audit with the panel's picture flags each killed state the next run changes, "
+                  "and finds nothing once it has run", audit_verdict, audits)

@@ -18,6 +18,8 @@ import subprocess
 import time
 
 STATE = "/run/mailserver"
+# Where the suite writes the panel's picture that sorvane-audit compares with.
+AUDIT_PICTURE = STATE + "/audit-picture.json"
 # sorvane's own directory under /run (a tmpfs here, as after a boot).
 RUNTIME_DIR = "/run/sorvane"
 QMAIL = "/var/qmail"
@@ -88,12 +90,17 @@ class Domain:
         self.aliases = []
         self.mails = {}
         self.mailboxes = set()
+        # whether mail for the domain is taken (None until a command says)
+        self.enabled = None
+        self.exists = True
 
     def copy(self):
         other = Domain(self.name)
         other.aliases = list(self.aliases)
         other.mails = {k: list(v) for k, v in self.mails.items()}
         other.mailboxes = set(self.mailboxes)
+        other.enabled = self.enabled
+        other.exists = self.exists
         return other
 
     def document(self):
@@ -105,6 +112,25 @@ class Domain:
             "dom_aliases": list(self.aliases),
             "mails": [{"name": n, "aliases": list(a)} for n, a in self.mails.items() if n in self.mailboxes],
         }})
+
+    def expected(self, quotas):
+        """What the panel holds of the domain, as sorvane-audit --expect
+        reads it: the standard-input document's domain with every mail name
+        (each saying whether it has a mailbox), "enabled" where known, and
+        each mail name's quota as quotas ({name: bytes}) gives it. None once
+        the domain is removed."""
+        if not self.exists:
+            return None
+        mails = []
+        for name, aliases in self.mails.items():
+            mail = {"name": name, "aliases": list(aliases), "mailbox": name in self.mailboxes}
+            if name in quotas:
+                mail["mbox_quota"] = quotas[name]
+            mails.append(mail)
+        domain = {"name": self.name, "dom_aliases": list(self.aliases), "mails": mails}
+        if self.enabled is not None:
+            domain["enabled"] = self.enabled
+        return {"domain": domain}
 
     def apply(self, args):
         """Takes in what a successful command changed."""
@@ -142,6 +168,13 @@ class Domain:
             self.name = option(args, "new-domain-name")
         elif command == "--remove-domain":
             self.aliases, self.mails, self.mailboxes = [], {}, set()
+            self.exists = False
+        elif command == "--add-domain":
+            self.exists, self.enabled = True, False
+        elif command == "--turn-on-domain":
+            self.enabled = True
+        elif command == "--turn-off-domain":
+            self.enabled = False
 
 
 def run(argv, check=True, **kwargs):
@@ -274,6 +307,7 @@ class MailServer:
         self.cache = cache
         self.root = root
         self.sorvane_path = os.path.join(build, "src", "sorvane")
+        self.audit_path = os.path.join(build, "src", "sorvane-audit")
         self.tags = 0
         self.log = QmailLog()
         self.lda = "deliverquota"
@@ -467,6 +501,36 @@ class MailServer:
                              % (" ".join(args), result.returncode, expect, result.stdout, result.stderr))
         return result
 
+    def audit(self, pictures=None, quotas=None):
+        """Runs sorvane-audit on the whole server (its JSON report), with the
+        panel's picture of the given domains (Domain objects; quotas gives
+        {(domain, mail name): bytes}) when pictures is not None: (status,
+        the findings as "<severity> <code> <object>: <detail>" lines, the
+        output in full)."""
+        if not os.path.exists(self.audit_path):
+            raise NotAvailable("sorvane-audit in the build tree")
+        argv = [self.audit_path, "--json"]
+        if pictures is not None:
+            documents = []
+            for picture in pictures:
+                mine = {name: q for (domain, name), q in (quotas or {}).items() if domain == picture.name}
+                document = picture.expected(mine)
+                if document is not None:
+                    documents.append(document)
+            write(AUDIT_PICTURE, json.dumps(documents, indent=1) + "\n", 0o600)
+            argv.append("--expect=" + AUDIT_PICTURE)
+        result = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        output = "status %d\nstdout: %s\nstderr: %s" % (result.returncode, result.stdout, result.stderr)
+        if result.returncode not in (0, 1):
+            return result.returncode, [], output
+        try:
+            report = json.loads(result.stdout)
+            findings = ["%s %s %s: %s" % (f["severity"], f["code"], f["object"], f["detail"])
+                        for f in report["findings"]]
+        except (ValueError, KeyError, TypeError) as error:
+            raise SuiteError("sorvane-audit printed no report it can be read by (%s):\n%s" % (error, output))
+        return result.returncode, findings, output
+
     def available(self, command):
         """Whether this build carries out command (instead of answering that
         it is not available): asked once per command, with valid options, on
@@ -562,6 +626,30 @@ def store_dump(path):
                     kept.append((column, value))
                 rows.append((table,) + tuple(kept))
         return sorted(rows, key=repr)
+    finally:
+        connection.close()
+
+
+QUOTA_UNITS = {"": 1, "B": 1, "KB": 1 << 10, "MB": 1 << 20, "GB": 1 << 30, "TB": 1 << 40}
+
+
+def quota_bytes(text):
+    """A quota as the quota store writes it ("<digits><unit>"), in bytes."""
+    match = re.match(r"^(\d+)([A-Z]*)$", text)
+    if not match or match.group(2) not in QUOTA_UNITS:
+        raise SuiteError("a quota the store should not hold: %r" % text)
+    return int(match.group(1)) * QUOTA_UNITS[match.group(2)]
+
+
+def quota_rows():
+    """The quota store's rows: {(domain, mail name): quota in bytes}."""
+    store = STORES[0]
+    if not os.path.exists(store):
+        return {}
+    connection = sqlite3.connect("file:%s?mode=ro" % store, uri=True)
+    try:
+        return {(d, m): quota_bytes(q) for d, m, q in
+                connection.execute("SELECT domain_name, mailbox_name, quota FROM mailbox_quota")}
     finally:
         connection.close()
 
