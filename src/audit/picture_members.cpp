@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "qmail/catchall.h"
+
 namespace crelm::audit {
 
 namespace {
@@ -77,7 +79,7 @@ bool action_of(JsonReader& reader, const ActionMembers& members, PictureAction& 
         return mail::json_fail(reader, JsonError::ConstraintFailed, "Domain action kind is not valid");
     if (!members.email)
         return mail::json_fail(reader, JsonError::RequiredFieldsMissing);
-    if (members.email->empty())
+    if (!has_local_part_and_domain(*members.email))
         return mail::json_fail(reader, JsonError::ConstraintFailed, "Catch-all address is not valid");
     action = {PictureAction::Kind::catchall, *members.email};
     return true;
