@@ -60,11 +60,10 @@ std::string quota_text_of(std::int64_t quota) {
 }
 
 // A domain as the server has it, or as a domain the server does not host
-// would be once added: on, bouncing, with no aliases and no mail names.
+// would be once added: on, with no aliases and no mail names.
 struct ServerDomain {
     bool hosted = false;
     bool enabled = true;
-    std::vector<std::string> action{"--set-bounce"};
 };
 
 class PictureComparison {
@@ -100,8 +99,22 @@ private:
             return domain;
         domain.hosted = true;
         domain.enabled = facts->second.enabled();
-        domain.action = domain_action_options(context_.server, model(), name);
         return domain;
+    }
+
+    // The server's action for unknown names, read only when a comparison or
+    // a repair needs it (it takes a read of the domain's ".qmail-default");
+    // a domain being added bounces.
+    std::vector<std::string> server_action(const std::string& domain, const ServerDomain& server) const {
+        if (!server.hosted)
+            return {"--set-bounce"};
+        return domain_action_options(context_.server, model(), domain);
+    }
+
+    // The action a repair sets: the panel's, or the server's when the panel
+    // gives none.
+    std::vector<std::string> wanted_action(const PictureDomain& domain, const ServerDomain& server) const {
+        return domain.action ? picture_action_options(*domain.action) : server_action(domain.name, server);
     }
 
     void compare_domain(const PictureDomain& domain) {
@@ -142,17 +155,18 @@ private:
         const bool wanted = domain.enabled.value_or(server.enabled);
         if (wanted && !server.enabled) {
             add(Severity::error, "expect-domain-off", domain.name, "the panel has mail service on, the server has it off",
-                {turn_on_to_picture(domain, domain.action ? picture_action_options(*domain.action) : server.action)},
+                {turn_on_to_picture(domain, wanted_action(domain, server))},
                 RepairPhase::quotas);
         } else if (!wanted && server.enabled) {
             add(Severity::warning, "expect-domain-on", domain.name, "the panel has mail service off, the server has it on",
                 {turn_off_to_picture(domain)}, RepairPhase::quotas);
         } else if (wanted && domain.action) {
             const std::vector<std::string> options = picture_action_options(*domain.action);
-            if (options != server.action)
+            const std::vector<std::string> held = server_action(domain.name, server);
+            if (options != held)
                 add(Severity::warning, "expect-action-differs", domain.name,
                     "the panel's action for unknown names is " + action_text(options) + ", the server's is " +
-                        action_text(server.action),
+                        action_text(held),
                     {turn_on_to_picture(domain, options)}, RepairPhase::quotas);
         }
     }
@@ -171,7 +185,7 @@ private:
                 add(Severity::error, "expect-domain-alias-missing", alias,
                     "the panel has it as an alias of " + domain.name + ", the server does not",
                     {add_domain_alias(domain.name, alias,
-                                      domain.action ? picture_action_options(*domain.action) : server_domain.action,
+                                      wanted_action(domain, server_domain),
                                       lists_for(domain))},
                     RepairPhase::domain_aliases);
         }

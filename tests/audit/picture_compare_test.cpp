@@ -88,9 +88,11 @@ TEST_F(PictureCompareTest, MailNamesDifferingBothWays) {
     std::vector<DomainPicture> picture = seeded_picture();
     DomainPicture& example = domain_of(picture, kDomain);
     example.mails.erase(example.mails.begin() + 2);  // box
-    example.mails.push_back({"sam", 2048, {}, ""});
+    example.mails.push_back({"sam", 2048, {"samuel"}, ""});
     const std::string text = picture_json(picture);
     expect_findings(text, {
+        "error expect-mail-alias-missing samuel@example.test: the panel has it as an alias of sam@example.test, the "
+        "server does not",
         "error expect-mail-name-missing sam@example.test: the panel has this mail name, the server does not",
         "warning expect-mail-name-extra box@example.test: the server has this mail name, the panel does not",
     });
@@ -106,6 +108,33 @@ TEST_F(PictureCompareTest, MailAliasesDifferingBothWays) {
         "server does not",
         "warning expect-mail-alias-extra office@example.test: the server has it as an alias of info@example.test, "
         "the panel does not",
+    });
+    expect_repaired_to(text);
+}
+
+TEST_F(PictureCompareTest, AnAliasMovedToAnotherMailNameIsMoved) {
+    std::vector<DomainPicture> picture = seeded_picture();
+    mail_of(picture, kDomain, "info").aliases = {"sales"};
+    mail_of(picture, kDomain, "john").aliases = {"j.doe", "office"};
+    const std::string text = picture_json(picture);
+    expect_findings(text, {
+        "error expect-mail-alias-missing office@example.test: the panel has it as an alias of john@example.test, "
+        "the server does not",
+        "warning expect-mail-alias-extra office@example.test: the server has it as an alias of info@example.test, "
+        "the panel does not",
+    });
+    expect_repaired_to(text);
+}
+
+TEST_F(PictureCompareTest, AnAliasMadeAMailNameBecomesOne) {
+    std::vector<DomainPicture> picture = seeded_picture();
+    mail_of(picture, kDomain, "box").aliases = {};
+    domain_of(picture, kDomain).mails.push_back({"abuse", 0, {}, ""});
+    const std::string text = picture_json(picture);
+    expect_findings(text, {
+        "error expect-mail-name-missing abuse@example.test: the panel has this mail name, the server does not",
+        "warning expect-mail-alias-extra abuse@example.test: the server has it as an alias of box@example.test, the "
+        "panel does not",
     });
     expect_repaired_to(text);
 }
