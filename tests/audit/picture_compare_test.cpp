@@ -71,6 +71,38 @@ TEST_F(PictureCompareTest, OnlyTheDomainsInScopeAreCompared) {
                     {"--domain=neighbour.test"});
 }
 
+TEST_F(PictureCompareTest, ADomainTheServerHasAsAnAliasNeedsAPerson) {
+    std::vector<DomainPicture> picture = seeded_picture();
+    domain_of(picture, kDomain).aliases = {kAliasOne};
+    picture.push_back({kAliasTwo, {}, {}, ""});
+    const std::string text = picture_json(picture);
+    expect_findings(text, {
+        "error expect-domain-missing alias-two.test: the panel hosts it, the server has it as an alias of "
+        "example.test",
+        "warning expect-domain-alias-extra alias-two.test: the server has it as an alias of example.test, the "
+        "panel does not",
+    });
+    const ProcessResult planned = audit_against(text, {"--repair-plan"});
+    EXPECT_EQ(repair_lines(planned.out),
+              Lines{"sorvane --del-domain-alias --domain-name=example.test --domain-alias-name=alias-two.test "
+                    "--domain-aliases=alias-one.test,alias-two.test '--mail-addresses=box,abuse;info,office,sales;"
+                    "john,j.doe'"});
+    EXPECT_NE(planned.out.find("needs a person: expect-domain-missing alias-two.test\n"), std::string::npos)
+        << planned.out;
+}
+
+TEST_F(PictureCompareTest, ADomainAliasMovedToAnotherDomainNeedsAPerson) {
+    std::vector<DomainPicture> picture = seeded_picture();
+    domain_of(picture, kDomain).aliases = {kAliasOne};
+    domain_of(picture, kNeighbour).aliases = {kAliasTwo};
+    expect_findings(picture_json(picture), {
+        "error expect-domain-alias-missing alias-two.test: the panel has it as an alias of neighbour.test, the "
+        "server as an alias of example.test",
+        "warning expect-domain-alias-extra alias-two.test: the server has it as an alias of example.test, the "
+        "panel does not",
+    });
+}
+
 TEST_F(PictureCompareTest, DomainAliasesDifferingBothWays) {
     std::vector<DomainPicture> picture = seeded_picture();
     domain_of(picture, kDomain).aliases = {kAliasOne, "alias-three.test"};

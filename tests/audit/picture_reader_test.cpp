@@ -117,6 +117,9 @@ TEST(PictureReader, TheAuditsMembersAreChecked) {
               refusal("Some required fields are missing from the JSON object. Check that input JSON document conforms "
                       "to schema.",
                       62, '}'));
+    const Parsed email = parse(R"([{"domain": {"name": "a.test", "action": {"kind": "catch-all", "email": "info"}}}])");
+    EXPECT_EQ(email.message,
+              refusal("Custom JSON value constraint failed: Catch-all address is not valid.", 79, '}'));
     const Parsed action = parse(R"([{"domain": {"name": "a.test", "action": "reject"}}])");
     EXPECT_EQ(action.message, refusal("JSON object is expected.", 41, '"'));
 }
