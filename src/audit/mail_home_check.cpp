@@ -154,8 +154,14 @@ void check_maildirsize(const AuditContext& context, const MailNameSubject& subje
     switch (file.state) {
     case FileState::missing:
     case FileState::link:
+        return;  // no quota file (or a link, which the walk reports)
     case FileState::not_regular:
-        return;  // no quota file (or one the walk reports)
+        // A FIFO or device the walk reports; a directory no command
+        // replaces.
+        if (S_ISDIR(file.info.st_mode))
+            context.findings.add(Severity::error, "mailbox-maildirsize-unreadable", subject.address,
+                                 path + ": " + file_state_text(file));
+        return;
     case FileState::too_large:
     case FileState::unreadable:
         context.findings.add(Severity::warning, "mailbox-maildirsize-unreadable", subject.address,
