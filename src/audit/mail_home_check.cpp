@@ -80,6 +80,9 @@ void check_tree(const AuditContext& context, const MailNameSubject& subject, con
     const ServerSnapshot& server = context.server;
     std::vector<std::string> missing;
     std::vector<std::string> owners;
+    // --add-mailname makes a missing entry but does not replace another
+    // kind of file at its name.
+    bool replaced = false;
     if (!popusers(server, home_info) || (home_info.st_mode & 07777) != qmail::kMailnameDirMode)
         owners.push_back(". (" + owner_text(home_info) + ")");
     const std::vector<std::string>& paths = tree_paths();
@@ -87,6 +90,7 @@ void check_tree(const AuditContext& context, const MailNameSubject& subject, con
         const bool directory = i < qmail::kMailnameTree.size();
         const std::optional<struct stat>& found = walk.watched[i];
         if (!found || (directory ? !S_ISDIR(found->st_mode) : !S_ISREG(found->st_mode))) {
+            replaced = replaced || found;
             missing.push_back(paths[i]);
             continue;
         }
@@ -96,7 +100,8 @@ void check_tree(const AuditContext& context, const MailNameSubject& subject, con
     }
     if (!missing.empty())
         context.findings.add(Severity::error, "mailname-tree-incomplete", subject.address,
-                             "the Maildir++ tree lacks " + entry_list(missing), repair, RepairPhase::mail_names);
+                             "the Maildir++ tree lacks " + entry_list(missing), replaced ? Repairs{} : repair,
+                             RepairPhase::mail_names);
     if (!owners.empty())
         context.findings.add(Severity::error, "mailname-tree-owner", subject.address,
                              "not popuser's with mode 0700 (0600 for folder markers): " + entry_list(owners), repair,
