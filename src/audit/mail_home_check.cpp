@@ -155,7 +155,10 @@ void check_maildirsize(const AuditContext& context, const MailNameSubject& subje
         return;  // the tree check reports it
     const TextFile file = read_text_file_at(maildir.get(), "maildirsize", kMaildirsizeLimit);
     const std::string path = subject.home + "/Maildir/maildirsize";
-    const Repairs repair{set_mailbox_disk_quota(subject.domain, subject.name, subject.stored_quota.value_or(-1))};
+    // A row of 0 bytes is written back as no limit, never as a quota that
+    // refuses all mail.
+    const std::int64_t quota = subject.stored_quota.value_or(-1) > 0 ? *subject.stored_quota : -1;
+    const Repairs repair{set_mailbox_disk_quota(subject.domain, subject.name, quota)};
     switch (file.state) {
     case FileState::missing:
     case FileState::link:
