@@ -42,6 +42,8 @@ std::optional<long long> maildirsize_storage_quota(std::string_view header) {
         if (comma == std::string_view::npos)
             break;
         header.remove_prefix(comma + 1);
+        if (header.empty())
+            return std::nullopt;  // a comma with nothing after it
     }
     return any ? std::optional<long long>(storage) : std::nullopt;
 }
