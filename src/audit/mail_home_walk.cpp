@@ -18,6 +18,10 @@ namespace crelm::audit {
 namespace {
 
 constexpr const char* kAttachments = "@attachments";
+// The directories of the first levels stay open while the walk is below
+// them, so that a Maildir++ tree (home, Maildir, folder, cur) is walked
+// without climbing back through ".."; deeper ones are closed.
+constexpr std::size_t kHeldLevels = 4;
 
 struct Frame {
     dev_t dev = 0;
@@ -27,6 +31,7 @@ struct Frame {
     std::size_t next = 0;
     bool in_attachments = false;
     bool holds_watched = false;
+    util::UniqueFd held;  // the directory itself while the walk is below it
 };
 
 std::string joined(const std::string& dir, const std::string& name) {
@@ -125,8 +130,9 @@ void Walker::run(int home_fd) {
         if (top.next == top.subdirs.size()) {
             if (stack.size() == 1)
                 return;
-            const Frame& parent = stack[stack.size() - 2];
-            current = util::open_checked_parent(current.get(), parent.dev, parent.ino);
+            Frame& parent = stack[stack.size() - 2];
+            current = parent.held.valid() ? std::move(parent.held)
+                                          : util::open_checked_parent(current.get(), parent.dev, parent.ino);
             if (!current.valid()) {
                 fail(top.path, errno);
                 return;
@@ -149,6 +155,8 @@ void Walker::run(int home_fd) {
         frame.path = joined(top.path, name);
         frame.in_attachments = top.in_attachments || (top.path.empty() && name == kAttachments);
         frame.holds_watched = parents_.count(frame.path) != 0;
+        if (stack.size() < kHeldLevels)
+            top.held = std::move(current);
         current = std::move(child);
         list(current.get(), frame);
         stack.push_back(std::move(frame));

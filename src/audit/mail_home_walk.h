@@ -38,10 +38,11 @@ struct HomeWalk {
 
 inline constexpr std::size_t kUnsafeKept = 16;
 
-// Walks the home open on home_fd (not closed). Only one directory is open at
-// a time besides home_fd: a directory's entries are listed, it is closed and
-// its subdirectories are entered one by one, the walk climbing back through
-// "..", checked to be the directory it came from. watched_paths are paths
+// Walks the home open on home_fd (not closed). However deep the home goes,
+// a few directories are open at a time: a directory's entries are listed,
+// then its subdirectories are entered one by one; below the first levels
+// the walk climbs back through "..", checked to be the directory it came
+// from. watched_paths are paths
 // relative to the home ("Maildir/.Spam/cur") of entries of at most a few
 // levels down.
 HomeWalk walk_home(int home_fd, const std::vector<std::string>& watched_paths);

@@ -125,6 +125,21 @@ TEST_F(TreeAuditTest, ManyPlantedEntriesAreCounted) {
             << found[i];
 }
 
+TEST_F(TreeAuditTest, AuditLeavesTheTreesAsTheyWere) {
+    ASSERT_EQ(mkfifo((home_of("info") + "/Maildir/new/fifo").c_str(), 0600), 0);
+    fs::create_symlink("/etc/passwd", home_of("john") + "/Maildir/cur/link");
+    ASSERT_EQ(chmod((home_of("box") + "/.qmail").c_str(), 0666), 0);
+    const std::string before = mail_tree_listing();
+    struct stat fifo_before {};
+    ASSERT_EQ(lstat((home_of("info") + "/Maildir/new/fifo").c_str(), &fifo_before), 0);
+    EXPECT_EQ(run_sorvane_audit({}).status, 1);
+    EXPECT_EQ(mail_tree_listing(), before);
+    struct stat fifo_after {};
+    ASSERT_EQ(lstat((home_of("info") + "/Maildir/new/fifo").c_str(), &fifo_after), 0);
+    EXPECT_EQ(fifo_after.st_atim.tv_sec, fifo_before.st_atim.tv_sec);
+    EXPECT_EQ(fifo_after.st_atim.tv_nsec, fifo_before.st_atim.tv_nsec);
+}
+
 TEST_F(TreeAuditTest, DeepTreesAreWalkedWhole) {
     std::string dir = home_of("info") + "/Maildir/.Deep";
     fs::create_directories(dir);
