@@ -123,3 +123,14 @@ CommandLine remove_domain_alias(const ServerModel& model, const std::string& dom
 }
 
 }  // namespace crelm::audit
+
+namespace crelm::audit {
+
+CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, const std::string& mail_name) {
+    CommandLine line{"--remove-mailbox", "--domain-name=" + domain, "--mailname=" + mail_name};
+    for (std::string& list : session_lists(model, domain))
+        line.push_back(std::move(list));
+    return line;
+}
+
+}  // namespace crelm::audit

@@ -36,3 +36,11 @@ CommandLine add_alias(const ServerModel& model, const std::string& domain, const
 CommandLine remove_domain_alias(const ServerModel& model, const std::string& domain, const std::string& alias);
 
 }  // namespace crelm::audit
+
+namespace crelm::audit {
+
+// Takes the mailbox of a mail name away (its delivery line and the
+// authentication rows of all its addresses).
+CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, const std::string& mail_name);
+
+}  // namespace crelm::audit
