@@ -48,7 +48,7 @@ void check_key_entry(const AuditContext& context, int base_fd, const std::string
         return;
     context.findings.add(Severity::notice, "domain-key-unknown-domain", path,
                          "the key directory of " + name + ", which is neither hosted nor a domain alias",
-                         {remove_domain(context.model, name)}, RepairPhase::domains);
+                         {with_session(remove_domain(context.model, name))}, RepairPhase::domains);
 }
 
 }  // namespace

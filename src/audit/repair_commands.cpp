@@ -134,3 +134,15 @@ CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, 
 }
 
 }  // namespace crelm::audit
+
+namespace crelm::audit {
+
+CommandLine with_session(CommandLine line) {
+    for (const std::string& argument : line)
+        if (argument.rfind("--domain-aliases=", 0) == 0 || argument.rfind("--mail-addresses=", 0) == 0)
+            return line;
+    line.push_back("--mail-addresses=;");
+    return line;
+}
+
+}  // namespace crelm::audit

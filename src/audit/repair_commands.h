@@ -44,3 +44,12 @@ namespace crelm::audit {
 CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, const std::string& mail_name);
 
 }  // namespace crelm::audit
+
+namespace crelm::audit {
+
+// The line with "--mail-addresses=;" (a list of no mail names) when it has
+// neither session list: without one, sorvane waits for the session
+// document on standard input, and an empty value is refused.
+CommandLine with_session(CommandLine line);
+
+}  // namespace crelm::audit

@@ -26,7 +26,7 @@ void check_domain_rows(const AuditContext& context) {
         context.findings.add(Severity::notice, "auth-domain-unknown", row.name,
                              "the authentication store has a domain row, but the domain is neither hosted nor a "
                              "domain alias",
-                             {remove_domain(context.model, row.name)}, RepairPhase::domains);
+                             {with_session(remove_domain(context.model, row.name))}, RepairPhase::domains);
     }
 }
 
@@ -61,14 +61,15 @@ void check_user_row(const AuditContext& context, const AddressIndex& index,
         context.findings.add(Severity::warning, "auth-row-unknown-address", address,
                              "an authentication row, but assign has no mail name or mail alias " + row.name + " at " +
                                  domain,
-                             {remove_mailname(context.model, row.domain, row.name)}, RepairPhase::mail_names);
+                             {with_session(remove_mailname(context.model, domain, row.name))},
+                             RepairPhase::mail_names);
         return;
     }
     if (rows.count(*mail_name + "@" + domain) == 0)
         context.findings.add(Severity::warning, "auth-row-without-mailbox", address,
                              "an authentication row, but the mail name " + *mail_name + "@" + domain +
                                  " has no mailbox row",
-                             {remove_mailbox(context.model, domain, *mail_name)}, RepairPhase::mailboxes);
+                             {with_session(remove_mailbox(context.model, domain, *mail_name))}, RepairPhase::mailboxes);
 }
 
 // Every address of a mail name with a mailbox: each of its local parts at

@@ -7,11 +7,13 @@ namespace crelm::audit {
 namespace {
 
 // The removal that takes a leftover row of local@domain away: the mail
-// name's when the domain is hosted, else the domain's.
+// name's at the hosted domain (its session lists reach the domain's aliases
+// too), else the domain's.
 CommandLine leftover_removal(const ServerModel& model, const std::string& domain, const std::string& local) {
-    if (model.domains.count(domain) != 0 || model.domain_aliases.count(domain) != 0)
-        return remove_mailname(model, domain, local);
-    return remove_domain(model, domain);
+    const std::string hosted = domain_of(model, domain);
+    if (!hosted.empty())
+        return with_session(remove_mailname(model, hosted, local));
+    return with_session(remove_domain(model, domain));
 }
 
 }  // namespace
