@@ -21,25 +21,28 @@ std::string text_of(sqlite3_stmt* statement, int column) {
 
 void open_store(StoreRead& store, const std::string& path) {
     store.path = path;
-    struct stat info {};
-    store.exists = ::lstat(path.c_str(), &info) == 0;
+    store.exists = ::lstat(path.c_str(), &store.info) == 0;
     if (!store.exists) {
         store.failure = "the store is missing";
         return;
     }
-    if (!S_ISREG(info.st_mode)) {
+    if (!S_ISREG(store.info.st_mode)) {
         store.failure = "the store is not a regular file";
         return;
     }
-    if (open_store_read_only(path, store.db, store.failure) != SQLITE_OK)
+    if (open_store_read_only(path, store.db, store.failure) != SQLITE_OK) {
+        store.code = store.db ? sqlite3_extended_errcode(store.db.get()) : SQLITE_CANTOPEN;
         store.db.reset(nullptr);
+    }
 }
 
 void read_rows(StoreRead& store, const char* sql, const std::function<void(sqlite3_stmt*)>& on_row) {
     if (!store.db || !store.failure.empty())
         return;
-    if (for_each_row(store.db.get(), sql, on_row, store.failure) != SQLITE_DONE)
+    if (for_each_row(store.db.get(), sql, on_row, store.failure) != SQLITE_DONE) {
+        store.code = sqlite3_extended_errcode(store.db.get());
         store.db.reset(nullptr);
+    }
 }
 
 }  // namespace
