@@ -13,7 +13,9 @@ that command added or moved: the table must already send it home, whether
 the command ran its own rebuild or shared another panel's. Each round
 prints how many commands asked for a rebuild and how many qmail-newu runs
 there were (counted by a script in qmail-newu's place). After the
-concurrent run and after the sequential run, sorvane-audit finds nothing."""
+concurrent run and after the sequential run, sorvane-audit reports exactly
+the logins that the panels' partial pictures of the shared domain leave out
+(nothing else, and nothing at all where there are none)."""
 import os
 import random
 import stat
@@ -62,7 +64,7 @@ class Worker:
 
     def add_next(self):
         args, picture = self.next_command()
-        document = None if args[0] in WITHOUT_PICTURE else picture.document()
+        document = None if args[0] in WITHOUT_PICTURE else picture.document_for(args)
         picture.apply(args)
         if args[0] == "--rename-domain":
             self.own[picture.name] = self.own.pop(option(args, "old-domain-name"))
@@ -292,21 +294,46 @@ def lock_directory_problems():
     return problems
 
 
+def logins_left_out(workers):
+    """The audit's findings for the logins that no command made: each panel
+    hands its commands a picture of the shared domain with only its own
+    mail names and domain aliases, so a mailbox of one panel gets no
+    authentication row at the domain aliases of another (whichever came
+    first), and the audit must say so for each such address."""
+    lines = []
+    for owner in workers:
+        for name in sorted(owner.mailboxes):
+            for local in [name] + owner.names[name]:
+                for other in workers:
+                    if other is owner:
+                        continue
+                    for alias in sorted(other.domain_aliases):
+                        lines.append("error auth-row-missing %s@%s: the mailbox %s@%s has no authentication row for "
+                                     "this address: logging in with it fails" % (local, alias, name, DOMAIN))
+    return sorted(lines)
+
+
 class AuditRuns:
     """What sorvane-audit said after each round's runs."""
 
     def __init__(self, server):
         self.missing = None if os.path.exists(server.audit_path) else "sorvane-audit in the build tree"
         self.runs = 0
+        self.reported = 0
         self.problems = []
 
-    def judge(self, server, where):
+    def judge(self, server, where, workers):
         if self.missing:
             return
         self.runs += 1
+        expected = logins_left_out(workers)
         status, findings, output = server.audit()
-        if status != 0 or findings:
-            self.problems.append("%s: the audit is not clean:\n  %s" % (where, output))
+        self.reported += len(findings)
+        if status != (1 if expected else 0) or sorted(findings) != expected:
+            unexpected = sorted(set(findings) - set(expected))
+            left_out = sorted(set(expected) - set(findings))
+            self.problems.append("%s: status %d; findings not expected: %s; expected but not reported: %s\n  %s"
+                                 % (where, status, unexpected[:10], left_out[:10], output[:3000]))
 
 
 def one_round(server, round_number, audits):
@@ -325,7 +352,7 @@ def one_round(server, round_number, audits):
     left = temporary_files()
     locks = lock_directory_problems()
     lookups = unanswered(workers, "concurrent")
-    audits.judge(server, "round %d, after the concurrent run" % (round_number + 1))
+    audits.judge(server, "round %d, after the concurrent run" % (round_number + 1), workers)
     asked_before = prepare(server)
     sequential_statuses = []
     sequential_late = []
@@ -334,7 +361,7 @@ def one_round(server, round_number, audits):
     sequential_rebuilds = rebuilds(asked_before)
     sequential = server_state()
     lookups += unanswered(workers, "sequential")
-    audits.judge(server, "round %d, after the sequential run" % (round_number + 1))
+    audits.judge(server, "round %d, after the sequential run" % (round_number + 1), workers)
     problems = []
     if late:
         problems.append("users/cdb did not answer when the command returned (concurrent run): %s" % late[:10])
@@ -386,7 +413,8 @@ def audit_verdict(audits):
         raise NotAvailable(audits.missing)
     if not audits.runs:
         raise NotAvailable("the rounds to have run")
-    return "%d audits, each clean" % audits.runs
+    return "%d audits, each clean but for the %d logins the partial pictures leave out" % (audits.runs,
+                                                                                          audits.reported)
 
 
 def run(server, results, options):
@@ -394,5 +422,5 @@ def run(server, results, options):
     audits = AuditRuns(server)
     results.check(GROUP, "8 panels at once agree with the sequential run", concurrent_panels, server, results,
                   rounds, audits)
-    results.check(GROUP, "sorvane-audit finds nothing after each round's concurrent and sequential runs",
+    results.check(GROUP, "sorvane-audit after each round's runs: only the logins the partial pictures leave out",
                   audit_verdict, audits)

@@ -90,8 +90,13 @@ class Domain:
         self.aliases = []
         self.mails = {}
         self.mailboxes = set()
+        # each mail name's own quota in bytes, as the panel set it
+        self.quotas = {}
         # whether mail for the domain is taken (None until a command says)
         self.enabled = None
+        # what happens to mail for names that do not exist ({"kind": ...}),
+        # None until a command says
+        self.action = None
         self.exists = True
 
     def copy(self):
@@ -99,26 +104,32 @@ class Domain:
         other.aliases = list(self.aliases)
         other.mails = {k: list(v) for k, v in self.mails.items()}
         other.mailboxes = set(self.mailboxes)
+        other.quotas = dict(self.quotas)
         other.enabled = self.enabled
+        other.action = dict(self.action) if self.action else None
         other.exists = self.exists
         return other
 
     def document(self):
         # The picture's mail names are those with a mailbox: the addresses
         # the authentication store knows, which the commands copy to and
-        # remove from the domain's aliases.
-        return json.dumps({"domain": {
-            "name": self.name,
-            "dom_aliases": list(self.aliases),
-            "mails": [{"name": n, "aliases": list(a)} for n, a in self.mails.items() if n in self.mailboxes],
-        }})
+        # remove from the domain's aliases; each with the quota the panel
+        # set for it (a mailbox made without it is given no limit).
+        mails = []
+        for name, aliases in self.mails.items():
+            if name in self.mailboxes:
+                mail = {"name": name, "aliases": list(aliases)}
+                if name in self.quotas:
+                    mail["mbox_quota"] = self.quotas[name]
+                mails.append(mail)
+        return json.dumps({"domain": {"name": self.name, "dom_aliases": list(self.aliases), "mails": mails}})
 
     def expected(self, quotas):
         """What the panel holds of the domain, as sorvane-audit --expect
         reads it: the standard-input document's domain with every mail name
-        (each saying whether it has a mailbox), "enabled" where known, and
-        each mail name's quota as quotas ({name: bytes}) gives it. None once
-        the domain is removed."""
+        (each saying whether it has a mailbox), "enabled" and "action"
+        where known, and each mail name's quota as quotas ({name: bytes})
+        gives it. None once the domain is removed."""
         if not self.exists:
             return None
         mails = []
@@ -130,17 +141,44 @@ class Domain:
         domain = {"name": self.name, "dom_aliases": list(self.aliases), "mails": mails}
         if self.enabled is not None:
             domain["enabled"] = self.enabled
+        if self.action is not None:
+            domain["action"] = dict(self.action)
         return {"domain": domain}
+
+    def document_for(self, args):
+        """The document the panel hands a command: its picture, in which a
+        mail name that is being given a mailbox already has it (with its
+        quota, which the command writes to the quota store)."""
+        if args[0] != "--add-mailbox":
+            return self.document()
+        picture = self.copy()
+        picture.mailboxes.add(option(args, "mailname"))
+        return picture.document()
 
     def apply(self, args):
         """Takes in what a successful command changed."""
         command = args[0]
         mailname, alias = option(args, "mailname"), option(args, "alias")
+        quota = option(args, "disk-quota")
+        quota = int(quota) if quota is not None and re.match(r"^-?\d+$", quota) else None
         if command == "--add-mailname":
             self.mails.setdefault(mailname, [])
+            if quota is not None and quota >= 0:
+                self.quotas[mailname] = quota
+        elif command == "--set-mailbox-disk-quota":
+            if quota is not None and quota >= 0:
+                self.quotas[mailname] = quota
+            else:
+                self.quotas.pop(mailname, None)
+        elif command == "--set-domain-disk-quota":
+            # for the mail names without a quota of their own
+            for name in self.mails:
+                if quota is not None and quota >= 0:
+                    self.quotas.setdefault(name, quota)
         elif command == "--remove-mailname":
             self.mails.pop(mailname, None)
             self.mailboxes.discard(mailname)
+            self.quotas.pop(mailname, None)
         elif command == "--add-mailbox":
             self.mailboxes.add(mailname)
         elif command == "--remove-mailbox":
@@ -148,6 +186,8 @@ class Domain:
         elif command == "--rename-mailname":
             old, new = option(args, "old-mailname"), option(args, "new-mailname")
             self.mails[new] = self.mails.pop(old, [])
+            if old in self.quotas:
+                self.quotas[new] = self.quotas.pop(old)
             if old in self.mailboxes:
                 self.mailboxes.discard(old)
                 self.mailboxes.add(new)
@@ -167,14 +207,27 @@ class Domain:
         elif command == "--rename-domain":
             self.name = option(args, "new-domain-name")
         elif command == "--remove-domain":
-            self.aliases, self.mails, self.mailboxes = [], {}, set()
+            self.aliases, self.mails, self.mailboxes, self.quotas = [], {}, set(), {}
             self.exists = False
         elif command == "--add-domain":
-            self.exists, self.enabled = True, False
+            # a new domain takes mail at once, and bounces mail for unknown
+            # names with the default phrase
+            self.exists, self.enabled, self.action = True, True, {"kind": "bounce"}
         elif command == "--turn-on-domain":
             self.enabled = True
+            self.action = action_of(args)
         elif command == "--turn-off-domain":
             self.enabled = False
+
+
+def action_of(args):
+    """The action for mail to unknown names that a command's options set."""
+    if "--set-reject" in args:
+        return {"kind": "reject"}
+    if "--set-catchall" in args:
+        return {"kind": "catch-all", "email": option(args, "email")}
+    phrase = option(args, "phrase")
+    return {"kind": "bounce", "phrase": phrase} if phrase is not None else {"kind": "bounce"}
 
 
 def run(argv, check=True, **kwargs):
@@ -477,7 +530,7 @@ class MailServer:
         stdin = None
         if args[0] not in WITHOUT_PICTURE:
             args = tuple(args) + ("--wait-stdin",)
-            stdin = domain.document()
+            stdin = domain.document_for(args)
         result = self.sorvane(*args, expect=expect, stdin=stdin, env=env, prefix=prefix)
         if result.returncode == 0:
             domain.apply(args)
