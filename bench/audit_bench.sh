@@ -119,6 +119,7 @@ AUTH_DB = "/var/lib/crelm/mail/auth/passwd.db"
 POPUSER = 2110
 # The template: the first domain and its first mail name, made by sorvane.
 TD, TN = "d00000.bench.test", "u0000000"
+QUOTA = 104857600
 MESSAGE = "From: someone@mail.bench.test\nSubject: hello\n\n" + "hello\n" * 40
 
 
@@ -149,12 +150,16 @@ def run(argv, stdin="", env=None, cwd=None, user=None):
 def make_template():
     """One domain and one mail name with a mailbox, as the panel makes
     them, and two messages delivered into it."""
-    empty = json.dumps({"domain": {"name": TD, "dom_aliases": [], "mails": []}})
+    def document(mails):
+        return json.dumps({"domain": {"name": TD, "dom_aliases": [], "mails": mails}})
+    # the mailbox's command gets the panel's picture with the mailbox and
+    # its quota, which it writes to the quota store
+    mailbox = [{"name": TN, "mbox_quota": QUOTA, "aliases": []}]
     d = "--domain-name=" + TD
-    for args in (["--add-domain", d], ["--turn-on-domain", d, "--set-bounce"],
-                 ["--add-mailname", d, "--mailname=" + TN, "--disk-quota=104857600"],
-                 ["--add-mailbox", d, "--mailname=" + TN]):
-        run([sorvane] + args + ["--wait-stdin"], stdin=empty, env={"QVT_PASSWORD": "Bench-pass 1"})
+    for args, mails in ((["--add-domain", d], []), (["--turn-on-domain", d, "--set-bounce"], []),
+                        (["--add-mailname", d, "--mailname=" + TN, "--disk-quota=%d" % QUOTA], []),
+                        (["--add-mailbox", d, "--mailname=" + TN], mailbox)):
+        run([sorvane] + args + ["--wait-stdin"], stdin=document(mails), env={"QVT_PASSWORD": "Bench-pass 1"})
     home = "%s/%s/%s" % (MAILNAMES, TD, TN)
     for _ in range(2):
         run(["/usr/sbin/deliverquota", "./Maildir"], stdin=MESSAGE, cwd=home, user=True)
