@@ -43,6 +43,17 @@ std::string line_problem(const LineFile& file, const std::string& line) {
     return {};
 }
 
+// The command that takes a domain's or domain alias's lines out and writes
+// them once again; none for a line sorvane does not write.
+std::vector<CommandLine> rewrite_of(const AuditContext& context, const std::string& name) {
+    const std::string domain = domain_of(context.model, name);
+    if (domain.empty())
+        return {};
+    const DomainFacts& facts = context.model.domains.at(domain);
+    return {facts.enabled() ? turn_on_domain(context.server, context.model, domain)
+                            : turn_off_domain(context.model, domain)};
+}
+
 void check_lines(const AuditContext& context, const LineFile& file) {
     check_file_read(context, file);
     std::map<std::string, int> seen;
@@ -51,7 +62,8 @@ void check_lines(const AuditContext& context, const LineFile& file) {
             continue;
         if (++seen[line] == 2)
             context.findings.add(Severity::warning, "control-line-duplicated", file.path,
-                                 "the line \"" + line + "\" is there more than once");
+                                 "the line \"" + line + "\" is there more than once",
+                                 rewrite_of(context, line_domain(line)), RepairPhase::domains);
         if (seen[line] == 1) {
             const std::string problem = line_problem(file, line);
             if (!problem.empty())
@@ -109,11 +121,10 @@ void check_domain(const AuditContext& context, const std::string& domain, const 
         context.findings.add(Severity::error, "domain-missing-directory", domain,
                              "no directory " + context.server.mailnames_dir + "/" + domain, complete,
                              RepairPhase::domains);
+    // Adding the domain again is what takes it out of locals.
     if (facts.in_locals)
         context.findings.add(Severity::error, "locals-lists-virtual-domain", domain,
-                             "locals lists the domain, so qmail delivers it to system users",
-                             {facts.enabled() ? turn_on_domain(context.server, context.model, domain)
-                                              : turn_off_domain(context.model, domain)},
+                             "locals lists the domain, so qmail delivers it to system users", complete,
                              RepairPhase::domains);
     if (facts.enabled())
         check_enabled_domain(context, domain, facts);
@@ -141,7 +152,8 @@ void check_domain_alias(const AuditContext& context, const std::string& alias, c
     if (in(context.server.locals))
         context.findings.add(Severity::error, "locals-lists-virtual-domain", alias,
                              "locals lists the domain alias, so qmail delivers it to system users",
-                             {turn_on_domain(context.server, context.model, domain)}, RepairPhase::domain_aliases);
+                             {add_domain_alias(context.server, context.model, domain, alias)},
+                             RepairPhase::domain_aliases);
 }
 
 void check_rcpthosts_names(const AuditContext& context) {

@@ -55,8 +55,14 @@ std::vector<std::string> session_lists(const ServerModel& model, const std::stri
         for (const std::string& alias : found->second.aliases)
             addresses += "," + alias;
     }
+    // A command that takes the lists reads standard input when it is given
+    // neither; an empty list says there is nothing to read.
+    // (Given apart from its name, as "--mail-addresses=" with nothing
+    // after the sign is refused.)
     if (!addresses.empty())
         lists.push_back("--mail-addresses=" + addresses);
+    else if (lists.empty())
+        lists.insert(lists.end(), {"--mail-addresses", ""});
     return lists;
 }
 
@@ -115,6 +121,14 @@ CommandLine add_alias(const ServerModel& model, const std::string& domain, const
                       const std::string& alias) {
     return with_lists({"--add-alias", "--domain-name=" + domain, "--mailname=" + mail_name, "--alias=" + alias},
                       model, domain);
+}
+
+CommandLine add_domain_alias(const ServerSnapshot& server, const ServerModel& model, const std::string& domain,
+                             const std::string& alias) {
+    CommandLine line{"--add-domain-alias", "--domain-name=" + domain, "--domain-alias-name=" + alias};
+    for (std::string& option : domain_action_options(server, model, domain))
+        line.push_back(std::move(option));
+    return with_lists(std::move(line), model, domain);
 }
 
 CommandLine remove_domain_alias(const ServerModel& model, const std::string& domain, const std::string& alias) {

@@ -11,7 +11,7 @@ std::string shell_command_line(const std::vector<std::string>& arguments) {
     std::string line = "sorvane";
     for (const std::string& argument : arguments) {
         line += ' ';
-        line += shell_is_plain(argument) ? argument : shell_quote(argument);
+        line += !argument.empty() && shell_is_plain(argument) ? argument : shell_quote(argument);
     }
     return line;
 }

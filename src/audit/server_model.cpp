@@ -7,7 +7,10 @@ namespace crelm::audit {
 bool DomainFacts::enabled() const {
     if (auth != nullptr)
         return auth->status == 0;
-    return in_rcpthosts || in_virtualdomains;
+    // Switching a domain off takes it out of rcpthosts and virtualdomains
+    // and rejects its mail; anything short of that is an enabled domain
+    // that lacks something.
+    return in_rcpthosts || in_virtualdomains || !in_rejectnonexist;
 }
 
 namespace {

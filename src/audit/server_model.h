@@ -21,8 +21,8 @@ struct DomainFacts {
     bool has_dir = false;  // <mailnames>/<domain> is a directory
     const AssignRecord* plus_record = nullptr;
     const AuthDomainRow* auth = nullptr;
-    // Mail service on: the store says so, or, without a store row, qmail
-    // still accepts mail for it.
+    // Mail service on: the store says so, or, without a store row, it is
+    // not switched off the way sorvane switches a domain off.
     bool enabled() const;
 };
 
