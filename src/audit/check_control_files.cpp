@@ -235,6 +235,11 @@ void check_control_files(const AuditContext& context) {
         if (context.scope.covers(domain) || context.scope.covers(alias))
             check_domain_alias(context, alias, domain);
     check_rcpthosts_names(context);
+    for (const std::string& alias : context.model.aliases_hosted_too)
+        if (context.scope.covers(alias) || context.scope.covers(domain_of(context.model, alias)))
+            context.findings.add(Severity::error, "domain-alias-hosted-too", alias,
+                                 "a domain alias of " + domain_of(context.model, alias) +
+                                     " that has a record or directory of a domain of its own");
 }
 
 }  // namespace crelm::audit

@@ -52,6 +52,9 @@ struct ServerModel {
     // "=" or "+" records whose home is not where sorvane puts a mail name's
     // or a domain's, or whose key does not match their home.
     std::vector<const AssignRecord*> odd_records;
+    // Domain aliases that also have a "+" record or a directory of their
+    // own: qmail sends their mail one way, the stores another.
+    std::vector<std::string> aliases_hosted_too;
 };
 
 // The model of the snapshot; pointers point into server, which must outlive

@@ -165,6 +165,14 @@ TEST_F(ControlFilesAuditTest, ADomainAliasOfADomainNotHostedHere) {
     expect_for_a_person("domain-alias-unknown-domain stray.test");
 }
 
+TEST_F(ControlFilesAuditTest, ADomainAliasThatIsADomainOfItsOwn) {
+    insert_assign_line(plus_record(kAliasOne));
+    EXPECT_EQ(findings(), std::vector<std::string>{"error domain-alias-hosted-too alias-one.test: a domain alias of "
+                                                   "example.test that has a record or directory of a domain of its "
+                                                   "own"});
+    expect_for_a_person("domain-alias-hosted-too alias-one.test");
+}
+
 TEST_F(ControlFilesAuditTest, ADomainAliasMissingFromRcpthosts) {
     drop_line(kRcptHosts, kAliasTwo);
     EXPECT_EQ(findings(), std::vector<std::string>{"error domain-alias-missing-rcpthosts alias-two.test: qmail does "
