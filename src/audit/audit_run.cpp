@@ -9,6 +9,7 @@
 #include "audit/picture.h"
 #include "audit/report_output.h"
 #include "runtime/idn.h"
+#include "runtime/name_rules.h"
 #include "qmail/control_names.h"
 
 namespace crelm::audit {
@@ -81,11 +82,11 @@ int run_audit(int argc, char** argv) {
 
     AuditScope scope;
     for (const std::string& domain : options.domains) {
-        try {
-            scope.domains.insert(qmail::lower_ascii(idn_toascii_safe(domain)));
-        } catch (const std::exception& error) {
-            return fail("invalid domain name '" + domain + "': " + error.what());
-        }
+        // Names are taken as sorvane takes them: the ASCII form, lower case.
+        const std::optional<std::string> ascii = idn_toascii(domain);
+        if (!ascii || !is_valid_domain_name(*ascii))
+            return fail("invalid domain name '" + domain + "'");
+        scope.domains.insert(qmail::lower_ascii(*ascii));
     }
     Picture picture;
     std::string message;

@@ -281,6 +281,23 @@ TEST_F(ControlFilesAuditTest, TheScopeIsTheDomainsAskedFor) {
     EXPECT_EQ(findings({"--domain=" + kDomain, "--domain=" + kNeighbour}), expected);
 }
 
+TEST_F(ControlFilesAuditTest, AnInternationalisedDomainIsTakenInItsAsciiForm) {
+    ASSERT_EQ(run_sorvane({"--add-domain", "--domain-name=bücher.test"}).status, 0);
+    drop_line(kRcptHosts, "xn--bcher-kva.test");
+    const std::vector<std::string> expected{"error domain-missing-rcpthosts xn--bcher-kva.test: the domain is enabled "
+                                            "but qmail does not accept its mail (not in rcpthosts)"};
+    EXPECT_EQ(findings({"--domain=BÜCHER.test"}), expected);
+}
+
+TEST_F(ControlFilesAuditTest, AnInvalidDomainEndsTheAuditBeforeItReads) {
+    for (const std::string& name : {std::string(""), std::string("a..b"), std::string("-a.test")}) {
+        const ProcessResult result = run_sorvane_audit({"--domain", name});
+        EXPECT_EQ(result.status, 2) << name;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "sorvane-audit: invalid domain name '" + name + "'\n");
+    }
+}
+
 TEST_F(ControlFilesAuditTest, TheJsonReportHoldsTheSameFindingsAndTheRepair) {
     drop_line(kRcptHosts, kNeighbour);
     const ProcessResult result = run_sorvane_audit({"--json", "--repair-plan", "--domain=" + kNeighbour});
