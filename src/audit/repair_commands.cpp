@@ -136,4 +136,17 @@ CommandLine remove_domain_alias(const ServerModel& model, const std::string& dom
                       domain);
 }
 
+CommandLine add_mailname_keeping_quota(const std::string& domain, const std::string& mail_name,
+                                       std::int64_t stored_quota) {
+    CommandLine line = add_mailname(domain, mail_name);
+    if (stored_quota > 0)
+        line.push_back("--disk-quota=" + std::to_string(stored_quota));
+    return line;
+}
+
+CommandLine set_mailbox_disk_quota(const std::string& domain, const std::string& mail_name, std::int64_t quota) {
+    return {"--set-mailbox-disk-quota", "--domain-name=" + domain, "--mailname=" + mail_name,
+            "--disk-quota=" + std::to_string(quota < 0 ? -1 : quota)};
+}
+
 }  // namespace crelm::audit

@@ -4,6 +4,7 @@
 // that do not exist.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -37,5 +38,13 @@ CommandLine add_alias(const ServerModel& model, const std::string& domain, const
 CommandLine add_domain_alias(const ServerSnapshot& server, const ServerModel& model, const std::string& domain,
                              const std::string& alias);
 CommandLine remove_domain_alias(const ServerModel& model, const std::string& domain, const std::string& alias);
+
+// --add-mailname again, keeping the quota the store holds: a quota above 0
+// is passed on (the store row and "maildirsize" keep it); without one the
+// command stores its own "0B", which is what no limit is stored as.
+CommandLine add_mailname_keeping_quota(const std::string& domain, const std::string& mail_name,
+                                       std::int64_t stored_quota);
+// --set-mailbox-disk-quota with quota bytes (negative: no limit).
+CommandLine set_mailbox_disk_quota(const std::string& domain, const std::string& mail_name, std::int64_t quota);
 
 }  // namespace crelm::audit
