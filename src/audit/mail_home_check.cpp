@@ -161,8 +161,16 @@ void check_maildirsize(const AuditContext& context, const MailNameSubject& subje
     const Repairs repair{set_mailbox_disk_quota(subject.domain, subject.name, quota)};
     switch (file.state) {
     case FileState::missing:
+        // sorvane writes the file with every quota above 0; without it the
+        // delivery agent enforces none.
+        if (subject.stored_quota.value_or(0) > 0)
+            context.findings.add(Severity::error, "mailbox-maildirsize-missing", subject.address,
+                                 path + " is missing: the quota of " + std::to_string(*subject.stored_quota) +
+                                     " bytes is not enforced",
+                                 repair, RepairPhase::quotas);
+        return;
     case FileState::link:
-        return;  // no quota file (or a link, which the walk reports)
+        return;  // a link, which the walk reports
     case FileState::not_regular:
         // A FIFO or device the walk reports; a directory no command
         // replaces.
