@@ -49,8 +49,8 @@ bool read_object(JsonReader& reader, EmptyObject empty, ReadMember&& read_member
 // One document being read into one session data object.
 class DocumentReader {
 public:
-    DocumentReader(JsonReader& reader, SessionMailData& data, NameCase name_case)
-        : reader_(reader), data_(data), name_case_(name_case) {}
+    DocumentReader(JsonReader& reader, SessionMailData& data, NameCase name_case, DocumentExtension* extension)
+        : reader_(reader), data_(data), name_case_(name_case), extension_(extension) {}
 
     bool read_top_member(std::string_view name) {
         if (is_member(name, "domain")) {
@@ -67,6 +67,28 @@ private:
     // Names that the session compares are lower-cased as stored; mailing
     // lists and certificate files are kept as written.
     enum class Stored { AsWritten, AsName };
+
+    // A member the session does not keep: the extension's, or skipped.
+    bool read_other_member(DocumentExtension::Read read) {
+        if (read == DocumentExtension::Read::Skipped) {
+            return json_skip_value(reader_);
+        }
+        return read == DocumentExtension::Read::Taken;
+    }
+
+    bool read_other_domain_member(std::string_view name) {
+        if (extension_ == nullptr) {
+            return json_skip_value(reader_);
+        }
+        return read_other_member(extension_->read_domain_member(reader_, name));
+    }
+
+    bool read_other_mail_member(std::size_t mail, std::string_view name) {
+        if (extension_ == nullptr) {
+            return json_skip_value(reader_);
+        }
+        return read_other_member(extension_->read_mail_member(reader_, mail, name));
+    }
 
     bool read_checked_name(char*& target, NameRule rule, const char* failure, Stored stored) {
         std::size_t length = 0;
@@ -126,7 +148,7 @@ private:
         return json_fail(reader_, JsonError::ConstraintFailed, "Mailbox quota unit value is invalid");
     }
 
-    bool read_mail_member(SessionMail& mail, std::string_view name) {
+    bool read_mail_member(SessionMail& mail, std::size_t index, std::string_view name) {
         if (is_member(name, "name")) {
             return read_checked_name(mail.name, is_valid_mail_name, "Mailname is not valid", Stored::AsName);
         }
@@ -139,15 +161,16 @@ private:
         if (is_member(name, "aliases")) {
             return read_name_list(mail.aliases, is_valid_mail_name, "Mail alias is not valid", Stored::AsName);
         }
-        return json_skip_value(reader_);
+        return read_other_mail_member(index, name);
     }
 
     bool read_mails() {
         data_.mails.clear();
         return json_read_array(reader_, [this] {
+            const std::size_t index = data_.mails.size();
             SessionMail& mail = data_.mails.emplace_back();
             return read_object(reader_, EmptyObject::Refused,
-                               [&](std::string_view name) { return read_mail_member(mail, name); });
+                               [&](std::string_view name) { return read_mail_member(mail, index, name); });
         });
     }
 
@@ -168,7 +191,7 @@ private:
         }
         // The domain's own "mbox_quota" and "mbox_quota_unit" are documented
         // but not kept; they are skipped with everything else.
-        return json_skip_value(reader_);
+        return read_other_domain_member(name);
     }
 
     bool read_certificate_text(char*& target, Stored stored) {
@@ -203,14 +226,16 @@ private:
     JsonReader& reader_;
     SessionMailData& data_;
     NameCase name_case_;
+    DocumentExtension* extension_;
     std::vector<char*> scratch_;
 };
 
 }  // namespace
 
-JsonError read_stdin_document(JsonReader& reader, SessionMailData& data, NameCase name_case) {
+JsonError read_stdin_document(JsonReader& reader, SessionMailData& data, NameCase name_case,
+                              DocumentExtension* extension) {
     try {
-        DocumentReader document(reader, data, name_case);
+        DocumentReader document(reader, data, name_case, extension);
         read_object(reader, EmptyObject::Refused,
                     [&](std::string_view name) { return document.read_top_member(name); });
     } catch (const std::bad_alloc&) {
