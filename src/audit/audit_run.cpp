@@ -65,8 +65,13 @@ int run_audit(int argc, char** argv) {
     const po::options_description described = option_descriptions(options);
     try {
         po::variables_map values;
-        po::store(po::command_line_parser(argc, argv).options(described).style(
-                      po::command_line_style::unix_style & ~po::command_line_style::allow_guessing).run(),
+        // No positional argument is taken: a stray word is an error, not
+        // something silently ignored.
+        po::store(po::command_line_parser(argc, argv)
+                      .options(described)
+                      .positional(po::positional_options_description())
+                      .style(po::command_line_style::unix_style & ~po::command_line_style::allow_guessing)
+                      .run(),
                   values);
         po::notify(values);
     } catch (const po::error& error) {

@@ -60,5 +60,10 @@ TEST_F(RefusalTest, ASwitchWithAValueIsRefused) {
                    "sorvane-audit: option '--json' does not take any arguments\n" + kUsage);
 }
 
+TEST_F(RefusalTest, AStrayWordIsRefused) {
+    expect_refused(run_sorvane_audit({"example.test"}),
+                   "sorvane-audit: too many positional options have been specified on the command line\n" + kUsage);
+}
+
 }  // namespace
 }  // namespace sorvane::test
