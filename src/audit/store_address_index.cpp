@@ -26,6 +26,16 @@ AddressIndex build_address_index(const ServerModel& model) {
     return index;
 }
 
+bool known_only_to_store(const ServerModel& model, const std::string& name) {
+    if (model.domain_aliases.count(name) != 0)
+        return false;
+    const auto found = model.domains.find(name);
+    if (found == model.domains.end())
+        return true;
+    const DomainFacts& facts = found->second;
+    return facts.plus_record == nullptr && !facts.has_dir && !facts.in_rcpthosts && !facts.in_virtualdomains;
+}
+
 bool split_address(const std::string& address, std::string& local, std::string& domain) {
     const std::size_t at = address.rfind('@');
     if (at == std::string::npos)

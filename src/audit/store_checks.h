@@ -27,6 +27,11 @@ struct AddressIndex {
 
 AddressIndex build_address_index(const ServerModel& model);
 
+// A name that only a store row makes a domain: no "+" record, no
+// directory, no control line, and no domain alias either (true as well for
+// a name the server does not know at all).
+bool known_only_to_store(const ServerModel& model, const std::string& name);
+
 // Splits an address at its last "@"; false when there is none.
 bool split_address(const std::string& address, std::string& local, std::string& domain);
 
