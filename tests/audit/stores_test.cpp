@@ -82,6 +82,19 @@ TEST_F(StoreFileTest, AHotJournalIsReportedAndNeverRolledBack) {
     EXPECT_EQ(read_file(kAuditQuotaDb), store);
 }
 
+TEST_F(StoreFileTest, AWritersJournalIsNoFinding) {
+    // The audit runs while a writer holds the store in the middle of its
+    // transaction: the journal is the writer's, and the store reads as it
+    // was before the transaction.
+    const std::string report = scratch_dir() + "/report";
+    run_sqlite(kAuditQuotaDb, "PRAGMA synchronous=OFF;\nBEGIN;\nDELETE FROM mailbox_quota;\n.system " +
+                                  sorvane_audit_path() + " > " + report + "; echo status $? >> " + report +
+                                  "\nROLLBACK;\n");
+    const std::string text = read_file(report);
+    EXPECT_EQ(finding_lines(text.substr(0, text.rfind("status "))), std::vector<std::string>{}) << text;
+    EXPECT_EQ(text.substr(text.rfind("status ")), "status 0\n") << text;
+}
+
 TEST_F(StoreFileTest, AJournalWithoutAHeaderIsNoFindingAndStaysAsItIs) {
     // What a writer leaves when it is killed before its journal's header
     // is written: SQLite takes no notice of it.
