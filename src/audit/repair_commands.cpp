@@ -150,3 +150,26 @@ CommandLine set_mailbox_disk_quota(const std::string& domain, const std::string&
 }
 
 }  // namespace crelm::audit
+
+namespace crelm::audit {
+
+CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, const std::string& mail_name) {
+    CommandLine line{"--remove-mailbox", "--domain-name=" + domain, "--mailname=" + mail_name};
+    for (std::string& list : session_lists(model, domain))
+        line.push_back(std::move(list));
+    return line;
+}
+
+}  // namespace crelm::audit
+
+namespace crelm::audit {
+
+CommandLine with_session(CommandLine line) {
+    for (const std::string& argument : line)
+        if (argument.rfind("--domain-aliases=", 0) == 0 || argument.rfind("--mail-addresses=", 0) == 0)
+            return line;
+    line.push_back("--mail-addresses=;");
+    return line;
+}
+
+}  // namespace crelm::audit

@@ -48,3 +48,20 @@ CommandLine add_mailname_keeping_quota(const std::string& domain, const std::str
 CommandLine set_mailbox_disk_quota(const std::string& domain, const std::string& mail_name, std::int64_t quota);
 
 }  // namespace crelm::audit
+
+namespace crelm::audit {
+
+// Takes the mailbox of a mail name away (its delivery line and the
+// authentication rows of all its addresses).
+CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, const std::string& mail_name);
+
+}  // namespace crelm::audit
+
+namespace crelm::audit {
+
+// The line with "--mail-addresses=;" (a list of no mail names) when it has
+// neither session list: without one, sorvane waits for the session
+// document on standard input, and an empty value is refused.
+CommandLine with_session(CommandLine line);
+
+}  // namespace crelm::audit

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <functional>
 #include <string>
@@ -18,6 +19,11 @@ struct StoreRead {
     bool exists = false;
     std::string failure;  // empty when the store was opened and its rows read
     crelm::SqliteDb db;   // kept open for the store checks; empty on failure
+    // SQLite's extended code of the failure (SQLITE_READONLY_ROLLBACK: a hot
+    // journal that a read-only handle must not roll back); SQLITE_OK when
+    // the failure was not SQLite's or there was none.
+    int code = SQLITE_OK;
+    struct stat info {};  // the store file itself (lstat), valid when exists
 };
 
 struct AuthDomainRow {

@@ -9,6 +9,7 @@
 
 #include "runtime/log.h"
 #include "stores/mailbox_quota_db.h"
+#include "stores/mailbox_quota_sql.h"
 #include "stores/sqlite_retry.h"
 #include "stores/store_access.h"
 #include "util/unique_fd.h"
@@ -16,11 +17,7 @@
 namespace crelm::mail {
 namespace {
 
-constexpr const char* kQuotaSchema =
-    "BEGIN TRANSACTION;"
-    "CREATE TABLE IF NOT EXISTS mailbox_quota (domain_name TEXT NOT NULL,mailbox_name TEXT NOT NULL,"
-    "quota TEXT NOT NULL,PRIMARY KEY (domain_name, mailbox_name));"
-    "COMMIT;";
+constexpr const char* kQuotaSchema = mailbox_quota_sql::kSchema;
 constexpr const char* kMailOwnerName = "popuser";
 
 bool create_schema(const std::string& path) {
