@@ -6,6 +6,7 @@
 #include <set>
 
 #include "audit/repair_commands.h"
+#include "audit/store_checks.h"
 
 namespace crelm::audit {
 
@@ -103,6 +104,9 @@ void check_disabled_domain(const AuditContext& context, const std::string& domai
 }
 
 void check_domain(const AuditContext& context, const std::string& domain, const DomainFacts& facts) {
+    // A domain that only the stores name is the store check's leftover.
+    if (known_only_to_store(context.model, domain))
+        return;
     const bool hosted = facts.plus_record != nullptr || facts.has_dir || facts.auth != nullptr;
     if (!hosted) {
         // Only control lines are left: a removal that did not finish.

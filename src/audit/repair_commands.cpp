@@ -166,7 +166,7 @@ namespace crelm::audit {
 
 CommandLine with_session(CommandLine line) {
     for (const std::string& argument : line)
-        if (argument.rfind("--domain-aliases=", 0) == 0 || argument.rfind("--mail-addresses=", 0) == 0)
+        if (argument.rfind("--domain-aliases=", 0) == 0 || argument.rfind("--mail-addresses", 0) == 0)
             return line;
     line.push_back("--mail-addresses=;");
     return line;

@@ -29,6 +29,21 @@ TEST(RepairPlanTest, CommandsRunOnceInPhaseOrder) {
     EXPECT_EQ(plan.for_a_person[0]->code, "d-person");
 }
 
+TEST(RepairPlanTest, RemovalsRunBeforeAdditions) {
+    Findings findings;
+    findings.add(Severity::error, "a-missing", "office@a.test", "d",
+                 {{"--add-alias", "--domain-name=a.test", "--mailname=john", "--alias=office"}},
+                 RepairPhase::mail_aliases);
+    findings.add(Severity::warning, "b-extra", "office@a.test", "d",
+                 {{"--remove-alias", "--domain-name=a.test", "--mailname=info", "--alias=office"}},
+                 RepairPhase::mail_aliases);
+    const std::vector<Finding> sorted = findings.sorted();
+    const RepairPlan plan = plan_repairs(sorted);
+    ASSERT_EQ(plan.commands.size(), 2u);
+    EXPECT_EQ(plan.commands[0].command_line, "sorvane --remove-alias --domain-name=a.test --mailname=info --alias=office");
+    EXPECT_EQ(plan.commands[1].command_line, "sorvane --add-alias --domain-name=a.test --mailname=john --alias=office");
+}
+
 TEST(RepairPlanTest, ArgumentsAreQuotedForTheShell) {
     EXPECT_EQ(shell_command_line({"--set-bounce", "--phrase=Gone away; don't write", "--mail-addresses", ""}),
               "sorvane --set-bounce '--phrase=Gone away; don'\\''t write' --mail-addresses ''");
