@@ -9,6 +9,7 @@
 #include "audit/picture.h"
 #include "audit/report_output.h"
 #include "runtime/idn.h"
+#include "runtime/name_rules.h"
 #include "qmail/control_names.h"
 
 namespace crelm::audit {
@@ -64,8 +65,13 @@ int run_audit(int argc, char** argv) {
     const po::options_description described = option_descriptions(options);
     try {
         po::variables_map values;
-        po::store(po::command_line_parser(argc, argv).options(described).style(
-                      po::command_line_style::unix_style & ~po::command_line_style::allow_guessing).run(),
+        // No positional argument is taken: a stray word is an error, not
+        // something silently ignored.
+        po::store(po::command_line_parser(argc, argv)
+                      .options(described)
+                      .positional(po::positional_options_description())
+                      .style(po::command_line_style::unix_style & ~po::command_line_style::allow_guessing)
+                      .run(),
                   values);
         po::notify(values);
     } catch (const po::error& error) {
@@ -81,11 +87,11 @@ int run_audit(int argc, char** argv) {
 
     AuditScope scope;
     for (const std::string& domain : options.domains) {
-        try {
-            scope.domains.insert(qmail::lower_ascii(idn_toascii_safe(domain)));
-        } catch (const std::exception& error) {
-            return fail("invalid domain name '" + domain + "': " + error.what());
-        }
+        // Names are taken as sorvane takes them: the ASCII form, lower case.
+        const std::optional<std::string> ascii = idn_toascii(domain);
+        if (!ascii || !is_valid_domain_name(*ascii))
+            return fail("invalid domain name '" + domain + "'");
+        scope.domains.insert(qmail::lower_ascii(*ascii));
     }
     Picture picture;
     std::string message;

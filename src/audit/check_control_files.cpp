@@ -3,8 +3,10 @@
 #include <sys/stat.h>
 
 #include <map>
+#include <set>
 
 #include "audit/repair_commands.h"
+#include "audit/store_checks.h"
 
 namespace crelm::audit {
 
@@ -43,6 +45,17 @@ std::string line_problem(const LineFile& file, const std::string& line) {
     return {};
 }
 
+// The command that takes a domain's or domain alias's lines out and writes
+// them once again; none for a line sorvane does not write.
+std::vector<CommandLine> rewrite_of(const AuditContext& context, const std::string& name) {
+    const std::string domain = domain_of(context.model, name);
+    if (domain.empty())
+        return {};
+    const DomainFacts& facts = context.model.domains.at(domain);
+    return {facts.enabled() ? turn_on_domain(context.server, context.model, domain)
+                            : turn_off_domain(context.model, domain)};
+}
+
 void check_lines(const AuditContext& context, const LineFile& file) {
     check_file_read(context, file);
     std::map<std::string, int> seen;
@@ -51,7 +64,8 @@ void check_lines(const AuditContext& context, const LineFile& file) {
             continue;
         if (++seen[line] == 2)
             context.findings.add(Severity::warning, "control-line-duplicated", file.path,
-                                 "the line \"" + line + "\" is there more than once");
+                                 "the line \"" + line + "\" is there more than once",
+                                 rewrite_of(context, line_domain(line)), RepairPhase::domains);
         if (seen[line] == 1) {
             const std::string problem = line_problem(file, line);
             if (!problem.empty())
@@ -62,34 +76,37 @@ void check_lines(const AuditContext& context, const LineFile& file) {
 }
 
 void check_enabled_domain(const AuditContext& context, const std::string& domain, const DomainFacts& facts) {
-    const ServerSnapshot& server = context.server;
-    const CommandLine turn_on = turn_on_domain(server, context.model, domain);
+    // Repairs are built only for a finding: they read the domain's files.
+    const auto turn_on = [&] { return std::vector<CommandLine>{turn_on_domain(context.server, context.model, domain)}; };
     if (!facts.in_rcpthosts)
         context.findings.add(Severity::error, "domain-missing-rcpthosts", domain,
-                             "the domain is enabled but qmail does not accept its mail (not in rcpthosts)", {turn_on},
+                             "the domain is enabled but qmail does not accept its mail (not in rcpthosts)", turn_on(),
                              RepairPhase::domains);
     if (!facts.in_virtualdomains)
         context.findings.add(Severity::error, "domain-missing-virtualdomains", domain,
                              "the domain is enabled but has no line " + domain + ":" + domain + " in virtualdomains",
-                             {turn_on}, RepairPhase::domains);
+                             turn_on(), RepairPhase::domains);
 }
 
 void check_disabled_domain(const AuditContext& context, const std::string& domain, const DomainFacts& facts) {
-    const CommandLine turn_off = turn_off_domain(context.model, domain);
+    const auto turn_off = [&] { return std::vector<CommandLine>{turn_off_domain(context.model, domain)}; };
     if (facts.in_rcpthosts)
         context.findings.add(Severity::warning, "domain-disabled-in-rcpthosts", domain,
-                             "the domain is disabled but qmail still accepts its mail (rcpthosts)", {turn_off},
+                             "the domain is disabled but qmail still accepts its mail (rcpthosts)", turn_off(),
                              RepairPhase::domains);
     if (facts.in_virtualdomains)
         context.findings.add(Severity::warning, "domain-disabled-in-virtualdomains", domain,
-                             "the domain is disabled but still delivered (virtualdomains)", {turn_off},
+                             "the domain is disabled but still delivered (virtualdomains)", turn_off(),
                              RepairPhase::domains);
     if (!facts.in_rejectnonexist)
         context.findings.add(Severity::warning, "domain-disabled-not-rejecting", domain,
-                             "the domain is disabled but not in rejectnonexist", {turn_off}, RepairPhase::domains);
+                             "the domain is disabled but not in rejectnonexist", turn_off(), RepairPhase::domains);
 }
 
 void check_domain(const AuditContext& context, const std::string& domain, const DomainFacts& facts) {
+    // A domain that only the stores name is the store check's leftover.
+    if (known_only_to_store(context.model, domain))
+        return;
     const bool hosted = facts.plus_record != nullptr || facts.has_dir || facts.auth != nullptr;
     if (!hosted) {
         // Only control lines are left: a removal that did not finish.
@@ -98,22 +115,24 @@ void check_domain(const AuditContext& context, const std::string& domain, const 
                              {remove_domain(context.model, domain)}, RepairPhase::domains);
         return;
     }
-    const CommandLine repair_add = add_domain(domain);
-    std::vector<CommandLine> complete{repair_add};
-    complete.push_back(facts.enabled() ? turn_on_domain(context.server, context.model, domain)
-                                       : turn_off_domain(context.model, domain));
+    // Adding the domain again makes its record, directory and default, and
+    // takes it out of locals; switching it on or off again restores its
+    // state and action.
+    const auto complete = [&] {
+        return std::vector<CommandLine>{add_domain(domain), facts.enabled()
+                                                                ? turn_on_domain(context.server, context.model, domain)
+                                                                : turn_off_domain(context.model, domain)};
+    };
     if (facts.plus_record == nullptr)
         context.findings.add(Severity::error, "domain-missing-assign-record", domain,
-                             "no \"+" + domain + ":\" record in assign", complete, RepairPhase::domains);
+                             "no \"+" + domain + ":\" record in assign", complete(), RepairPhase::domains);
     if (!facts.has_dir)
         context.findings.add(Severity::error, "domain-missing-directory", domain,
-                             "no directory " + context.server.mailnames_dir + "/" + domain, complete,
+                             "no directory " + context.server.mailnames_dir + "/" + domain, complete(),
                              RepairPhase::domains);
     if (facts.in_locals)
         context.findings.add(Severity::error, "locals-lists-virtual-domain", domain,
-                             "locals lists the domain, so qmail delivers it to system users",
-                             {facts.enabled() ? turn_on_domain(context.server, context.model, domain)
-                                              : turn_off_domain(context.model, domain)},
+                             "locals lists the domain, so qmail delivers it to system users", complete(),
                              RepairPhase::domains);
     if (facts.enabled())
         check_enabled_domain(context, domain, facts);
@@ -121,38 +140,36 @@ void check_domain(const AuditContext& context, const std::string& domain, const 
         check_disabled_domain(context, domain, facts);
 }
 
-void check_domain_alias(const AuditContext& context, const std::string& alias, const std::string& domain) {
+struct LineSets {
+    std::set<std::string> rcpthosts;
+    std::set<std::string> locals;
+};
+
+void check_domain_alias(const AuditContext& context, const LineSets& lines, const std::string& alias,
+                        const std::string& domain) {
     const auto target = context.model.domains.find(domain);
     if (target == context.model.domains.end()) {
         context.findings.add(Severity::error, "domain-alias-unknown-domain", alias,
                              "virtualdomains maps it to " + domain + ", which is not hosted here");
         return;
     }
-    const auto in = [&](const LineFile& file) {
-        for (const std::string& line : file.lines)
-            if (line == alias)
-                return true;
-        return false;
-    };
-    if (target->second.enabled() && !in(context.server.rcpthosts))
+    if (target->second.enabled() && lines.rcpthosts.count(alias) == 0)
         context.findings.add(Severity::error, "domain-alias-missing-rcpthosts", alias,
                              "qmail does not accept mail for the alias of " + domain + " (not in rcpthosts)",
                              {turn_on_domain(context.server, context.model, domain)}, RepairPhase::domain_aliases);
-    if (in(context.server.locals))
+    if (lines.locals.count(alias) != 0)
         context.findings.add(Severity::error, "locals-lists-virtual-domain", alias,
                              "locals lists the domain alias, so qmail delivers it to system users",
-                             {turn_on_domain(context.server, context.model, domain)}, RepairPhase::domain_aliases);
+                             {add_domain_alias(context.server, context.model, domain, alias)},
+                             RepairPhase::domain_aliases);
 }
 
-void check_rcpthosts_names(const AuditContext& context) {
+void check_rcpthosts_names(const AuditContext& context, const LineSets& lines) {
     for (const std::string& line : context.server.rcpthosts.lines) {
         if (line.empty() || !context.scope.covers(line) || context.model.domains.count(line) != 0 ||
             context.model.domain_aliases.count(line) != 0)
             continue;
-        bool local = false;
-        for (const std::string& name : context.server.locals.lines)
-            local = local || name == line;
-        if (!local)
+        if (lines.locals.count(line) == 0)
             context.findings.add(Severity::notice, "rcpthosts-unknown-domain", line,
                                  "rcpthosts accepts mail for it, but it is neither hosted, a domain alias nor local");
     }
@@ -186,12 +203,13 @@ void check_assign(const AuditContext& context) {
 void check_records(const AuditContext& context) {
     const ServerSnapshot& server = context.server;
     std::map<std::string, std::size_t> keys;
+    const std::string uid = std::to_string(server.popuser_uid);
+    const std::string gid = std::to_string(server.popuser_gid);
     for (const AssignRecord& record : server.assign.records) {
         if (++keys[std::string(1, record.kind) + record.key] == 2 && context.scope.whole_server())
             context.findings.add(Severity::error, "assign-record-duplicated", "/var/qmail/users/assign",
                                  "the key " + std::string(1, record.kind) + record.key + " is there more than once");
-        if (record.user != "popuser" || record.uid != std::to_string(server.popuser_uid) ||
-            record.gid != std::to_string(server.popuser_gid)) {
+        if (record.user != "popuser" || record.uid != uid || record.gid != gid) {
             if (context.scope.whole_server())
                 context.findings.add(Severity::error, "assign-record-owner", "/var/qmail/users/assign",
                                      "line " + std::to_string(record.line) + " (" + std::string(1, record.kind) +
@@ -219,10 +237,17 @@ void check_control_files(const AuditContext& context) {
     for (const auto& [domain, facts] : context.model.domains)
         if (context.scope.covers(domain))
             check_domain(context, domain, facts);
+    const LineSets lines{{server.rcpthosts.lines.begin(), server.rcpthosts.lines.end()},
+                         {server.locals.lines.begin(), server.locals.lines.end()}};
     for (const auto& [alias, domain] : context.model.domain_aliases)
         if (context.scope.covers(domain) || context.scope.covers(alias))
-            check_domain_alias(context, alias, domain);
-    check_rcpthosts_names(context);
+            check_domain_alias(context, lines, alias, domain);
+    check_rcpthosts_names(context, lines);
+    for (const std::string& alias : context.model.aliases_hosted_too)
+        if (context.scope.covers(alias) || context.scope.covers(domain_of(context.model, alias)))
+            context.findings.add(Severity::error, "domain-alias-hosted-too", alias,
+                                 "a domain alias of " + domain_of(context.model, alias) +
+                                     " that has a record or directory of a domain of its own");
 }
 
 }  // namespace crelm::audit

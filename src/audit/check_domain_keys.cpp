@@ -7,6 +7,7 @@
 
 #include "audit/checks.h"
 #include "audit/repair_commands.h"
+#include "audit/store_checks.h"
 #include "mailbox/domain_keys.h"
 #include "util/unique_fd.h"
 #include "util/walk_steps.h"
@@ -44,7 +45,7 @@ void check_key_entry(const AuditContext& context, int base_fd, const std::string
                                                    : "not a directory where a domain's key directory belongs");
         return;
     }
-    if (!domain_of(context.model, name).empty())
+    if (!known_only_to_store(context.model, name))
         return;
     context.findings.add(Severity::notice, "domain-key-unknown-domain", path,
                          "the key directory of " + name + ", which is neither hosted nor a domain alias",

@@ -17,9 +17,9 @@ void check_stores(const AuditContext& context) {
         check_store_health(context, stores.handlers, mail_handlers_sql::kSchema);
         check_store_files(context);
     }
-    const AddressIndex index = build_address_index(context.model);
+    const AddressIndex index = build_address_index(context.model, context.server.mailnames_dir);
     check_auth_rows(context, index);
-    check_quota_rows(context);
+    check_quota_rows(context, index);
     check_handler_rows(context, index);
 }
 

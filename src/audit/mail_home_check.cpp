@@ -138,6 +138,8 @@ void check_dot_qmail(const AuditContext& context, const MailNameSubject& subject
                                  ": qmail defers all its mail while group or others may write it",
                              repair, RepairPhase::mail_names);
     const bool delivers = has_delivery_line(dot_qmail.text);
+    if (!subject.auth_rows_read)
+        return;
     if (delivers && !subject.auth_row)
         context.findings.add(Severity::error, "mailbox-login-missing", subject.address,
                              ".qmail delivers to the mailbox but the authentication store has no row for it: "
@@ -153,6 +155,8 @@ void check_maildirsize(const AuditContext& context, const MailNameSubject& subje
     const util::UniqueFd maildir = mailbox::open_directory_at(home_fd, "Maildir");
     if (!maildir.valid())
         return;  // the tree check reports it
+    if (!subject.quota_rows_read)
+        return;
     const TextFile file = read_text_file_at(maildir.get(), "maildirsize", kMaildirsizeLimit);
     const std::string path = subject.home + "/Maildir/maildirsize";
     // A row of 0 bytes is written back as no limit, never as a quota that
@@ -161,8 +165,16 @@ void check_maildirsize(const AuditContext& context, const MailNameSubject& subje
     const Repairs repair{set_mailbox_disk_quota(subject.domain, subject.name, quota)};
     switch (file.state) {
     case FileState::missing:
+        // sorvane writes the file with every quota above 0; without it the
+        // delivery agent enforces none.
+        if (subject.stored_quota.value_or(0) > 0)
+            context.findings.add(Severity::error, "mailbox-maildirsize-missing", subject.address,
+                                 path + " is missing: the quota of " + std::to_string(*subject.stored_quota) +
+                                     " bytes is not enforced",
+                                 repair, RepairPhase::quotas);
+        return;
     case FileState::link:
-        return;  // no quota file (or a link, which the walk reports)
+        return;  // a link, which the walk reports
     case FileState::not_regular:
         // A FIFO or device the walk reports; a directory no command
         // replaces.
@@ -250,6 +262,8 @@ MailNameSubject mail_name_subject(const ServerSnapshot& server, const MailStoreI
     subject.address = name + "@" + domain;
     subject.home = server.mailnames_dir + "/" + domain + "/" + name;
     subject.auth_row = index.auth.count(subject.address) != 0;
+    subject.auth_rows_read = server.stores.auth.failure.empty();
+    subject.quota_rows_read = server.stores.quota.failure.empty();
     const auto quota = index.quotas.find(subject.address);
     if (quota != index.quotas.end())
         subject.stored_quota = stored_quota_bytes(quota->second->quota);

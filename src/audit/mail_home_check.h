@@ -24,6 +24,11 @@ MailStoreIndex index_mail_stores(const StoreRows& stores);
 
 // What the checks know of one mail name before they look into its home.
 struct MailNameSubject {
+    // Whether the authentication and quota stores could be read: a store
+    // that could not is reported once by the store check, and nothing is
+    // compared with its rows.
+    bool auth_rows_read = true;
+    bool quota_rows_read = true;
     std::string domain;
     std::string name;
     std::string address;  // "<name>@<domain>"

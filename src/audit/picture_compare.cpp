@@ -119,8 +119,8 @@ private:
 
     void compare_domain(const PictureDomain& domain) {
         const ServerDomain server = server_domain(domain.name);
-        if (!server.hosted)
-            report_missing_domain(domain);
+        if (!server.hosted && !report_missing_domain(domain))
+            return;
         compare_state(domain, server);
         // A domain that is off has no domain aliases on the server: turning
         // it off takes them out, turning it on puts the session's back.
@@ -137,15 +137,18 @@ private:
         return lists.empty() ? picture_session_lists(domain) : lists;
     }
 
-    void report_missing_domain(const PictureDomain& domain) {
+    // False when the server has the name as another domain's alias: a
+    // person has to choose, and nothing of the domain is compared further.
+    bool report_missing_domain(const PictureDomain& domain) {
         const std::string target = domain_of(model(), domain.name);
         if (!target.empty()) {
             add(Severity::error, "expect-domain-missing", domain.name,
                 "the panel hosts it, the server has it as an alias of " + target, {}, RepairPhase::domains);
-            return;
+            return false;
         }
         add(Severity::error, "expect-domain-missing", domain.name, "the panel hosts it, the server does not",
             {add_domain(domain.name)}, RepairPhase::domains);
+        return true;
     }
 
     // Mail service on or off, and the action for unknown names while on.
@@ -154,11 +157,13 @@ private:
     void compare_state(const PictureDomain& domain, const ServerDomain& server) {
         const bool wanted = domain.enabled.value_or(server.enabled);
         if (wanted && !server.enabled) {
-            add(Severity::error, "expect-domain-off", domain.name, "the panel has mail service on, the server has it off",
-                {turn_on_to_picture(domain, wanted_action(domain, server))},
-                RepairPhase::quotas);
+            add(Severity::error, "expect-domain-off", domain.name,
+                "the panel has mail service on, the server has it off",
+                {turn_on_to_picture(domain, wanted_action(domain, server))}, RepairPhase::quotas);
         } else if (!wanted && server.enabled) {
-            add(Severity::warning, "expect-domain-on", domain.name, "the panel has mail service off, the server has it on",
+            add(Severity::warning, "expect-domain-on", domain.name,
+                server.hosted ? "the panel has mail service off, the server has it on"
+                              : "the panel has mail service off, a domain added has it on",
                 {turn_off_to_picture(domain)}, RepairPhase::quotas);
         } else if (wanted && domain.action) {
             const std::vector<std::string> options = picture_action_options(*domain.action);

@@ -72,11 +72,6 @@ CommandLine add_alias(const std::string& domain, const std::string& mail_name, c
                 std::move(lists));
 }
 
-CommandLine remove_mailbox(const ServerModel& model, const std::string& domain, const std::string& mail_name) {
-    return with({"--remove-mailbox", "--domain-name=" + domain, "--mailname=" + mail_name},
-                session_lists(model, domain));
-}
-
 CommandLine set_mailbox_quota(const std::string& domain, const std::string& mail_name, std::int64_t quota) {
     return {"--set-mailbox-disk-quota", "--domain-name=" + domain, "--mailname=" + mail_name,
             "--disk-quota=" + std::to_string(quota)};

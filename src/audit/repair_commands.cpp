@@ -55,8 +55,14 @@ std::vector<std::string> session_lists(const ServerModel& model, const std::stri
         for (const std::string& alias : found->second.aliases)
             addresses += "," + alias;
     }
+    // A command that takes the lists reads standard input when it is given
+    // neither; an empty list says there is nothing to read.
+    // (Given apart from its name, as "--mail-addresses=" with nothing
+    // after the sign is refused.)
     if (!addresses.empty())
         lists.push_back("--mail-addresses=" + addresses);
+    else if (lists.empty())
+        lists.insert(lists.end(), {"--mail-addresses", ""});
     return lists;
 }
 
@@ -117,6 +123,14 @@ CommandLine add_alias(const ServerModel& model, const std::string& domain, const
                       model, domain);
 }
 
+CommandLine add_domain_alias(const ServerSnapshot& server, const ServerModel& model, const std::string& domain,
+                             const std::string& alias) {
+    CommandLine line{"--add-domain-alias", "--domain-name=" + domain, "--domain-alias-name=" + alias};
+    for (std::string& option : domain_action_options(server, model, domain))
+        line.push_back(std::move(option));
+    return with_lists(std::move(line), model, domain);
+}
+
 CommandLine remove_domain_alias(const ServerModel& model, const std::string& domain, const std::string& alias) {
     return with_lists({"--del-domain-alias", "--domain-name=" + domain, "--domain-alias-name=" + alias}, model,
                       domain);
@@ -152,7 +166,7 @@ namespace crelm::audit {
 
 CommandLine with_session(CommandLine line) {
     for (const std::string& argument : line)
-        if (argument.rfind("--domain-aliases=", 0) == 0 || argument.rfind("--mail-addresses=", 0) == 0)
+        if (argument.rfind("--domain-aliases=", 0) == 0 || argument.rfind("--mail-addresses", 0) == 0)
             return line;
     line.push_back("--mail-addresses=;");
     return line;

@@ -15,7 +15,8 @@ namespace crelm::audit {
 using CommandLine = std::vector<std::string>;
 
 // "--domain-aliases=a,b" and "--mail-addresses=m1,a1;m2" of the domain, as
-// the server holds them (either left out when empty).
+// the server holds them (the aliases left out when there are none; the mail
+// addresses given, empty, when both are empty).
 std::vector<std::string> session_lists(const ServerModel& model, const std::string& domain);
 
 // The options of the domain's current action for mail to unknown names:
@@ -34,6 +35,8 @@ CommandLine remove_alias(const ServerModel& model, const std::string& domain, co
                          const std::string& alias);
 CommandLine add_alias(const ServerModel& model, const std::string& domain, const std::string& mail_name,
                       const std::string& alias);
+CommandLine add_domain_alias(const ServerSnapshot& server, const ServerModel& model, const std::string& domain,
+                             const std::string& alias);
 CommandLine remove_domain_alias(const ServerModel& model, const std::string& domain, const std::string& alias);
 
 // --add-mailname again, keeping the quota the store holds: a quota above 0

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "runtime/shell_quote.h"
 
@@ -11,19 +12,34 @@ std::string shell_command_line(const std::vector<std::string>& arguments) {
     std::string line = "sorvane";
     for (const std::string& argument : arguments) {
         line += ' ';
-        line += shell_is_plain(argument) ? argument : shell_quote(argument);
+        line += !argument.empty() && shell_is_plain(argument) ? argument : shell_quote(argument);
     }
     return line;
 }
 
+namespace {
+
+// A removal takes away what nothing should have; run first, it cannot
+// take away what an addition of the same plan has just made (an alias
+// moved from one mail name to another keeps its login rows only so).
+bool removes(const Finding& finding) {
+    if (finding.repairs.empty() || finding.repairs.front().empty())
+        return false;
+    const std::string& command = finding.repairs.front().front();
+    return command.rfind("--remove-", 0) == 0 || command.rfind("--del-", 0) == 0;
+}
+
+}  // namespace
+
 RepairPlan plan_repairs(const std::vector<Finding>& findings) {
-    // Findings come sorted by severity; the plan orders by phase, keeping
-    // the findings' order within a phase.
+    // Findings come sorted by severity; the plan runs removals first, then
+    // the rest, each by phase, keeping the findings' order within a phase.
     std::vector<const Finding*> ordered;
     for (const Finding& finding : findings)
         ordered.push_back(&finding);
-    std::stable_sort(ordered.begin(), ordered.end(),
-                     [](const Finding* a, const Finding* b) { return a->phase < b->phase; });
+    std::stable_sort(ordered.begin(), ordered.end(), [](const Finding* a, const Finding* b) {
+        return std::make_pair(!removes(*a), a->phase) < std::make_pair(!removes(*b), b->phase);
+    });
     RepairPlan plan;
     std::map<std::string, std::size_t> planned;
     for (const Finding* finding : ordered) {

@@ -1,6 +1,7 @@
 // The repairs of a run's findings as one plan: each distinct sorvane command
-// once, in a safe order (domains before their mail names, mail names before
-// their mailboxes and aliases), and the findings no command repairs.
+// once, in a safe order (removals first; then domains before their mail
+// names, mail names before their mailboxes and aliases), and the findings no
+// command repairs.
 #pragma once
 
 #include <string>

@@ -7,7 +7,10 @@ namespace crelm::audit {
 bool DomainFacts::enabled() const {
     if (auth != nullptr)
         return auth->status == 0;
-    return in_rcpthosts || in_virtualdomains;
+    // Switching a domain off takes it out of rcpthosts and virtualdomains
+    // and rejects its mail; anything short of that is an enabled domain
+    // that lacks something.
+    return in_rcpthosts || in_virtualdomains || !in_rejectnonexist;
 }
 
 namespace {
@@ -107,8 +110,14 @@ ServerModel build_model(const ServerSnapshot& server) {
         if (model.domain_aliases.count(row.name) == 0)
             model.domains[row.name].auth = &row;
     }
-    for (auto& [alias, domain] : model.domain_aliases)
-        model.domains.erase(alias);
+    for (auto& [alias, domain] : model.domain_aliases) {
+        auto found = model.domains.find(alias);
+        if (found == model.domains.end())
+            continue;
+        if (found->second.plus_record != nullptr || found->second.has_dir)
+            model.aliases_hosted_too.push_back(alias);
+        model.domains.erase(found);
+    }
     mark_lines(server.rcpthosts, model, &DomainFacts::in_rcpthosts);
     mark_lines(server.rejectnonexist, model, &DomainFacts::in_rejectnonexist);
     mark_lines(server.locals, model, &DomainFacts::in_locals);

@@ -21,8 +21,8 @@ struct DomainFacts {
     bool has_dir = false;  // <mailnames>/<domain> is a directory
     const AssignRecord* plus_record = nullptr;
     const AuthDomainRow* auth = nullptr;
-    // Mail service on: the store says so, or, without a store row, qmail
-    // still accepts mail for it.
+    // Mail service on: the store says so, or, without a store row, it is
+    // not switched off the way sorvane switches a domain off.
     bool enabled() const;
 };
 
@@ -52,6 +52,9 @@ struct ServerModel {
     // "=" or "+" records whose home is not where sorvane puts a mail name's
     // or a domain's, or whose key does not match their home.
     std::vector<const AssignRecord*> odd_records;
+    // Domain aliases that also have a "+" record or a directory of their
+    // own: qmail sends their mail one way, the stores another.
+    std::vector<std::string> aliases_hosted_too;
 };
 
 // The model of the snapshot; pointers point into server, which must outlive

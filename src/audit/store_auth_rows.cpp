@@ -7,21 +7,9 @@ namespace crelm::audit {
 
 namespace {
 
-// A domain that only a store row names: no "+" record, no directory and no
-// control line, nor a domain alias.
-bool only_in_store(const ServerModel& model, const std::string& name) {
-    if (model.domain_aliases.count(name) != 0)
-        return false;
-    const auto found = model.domains.find(name);
-    if (found == model.domains.end())
-        return true;
-    const DomainFacts& facts = found->second;
-    return facts.plus_record == nullptr && !facts.has_dir && !facts.in_rcpthosts && !facts.in_virtualdomains;
-}
-
 void check_domain_rows(const AuditContext& context) {
     for (const AuthDomainRow& row : context.server.stores.auth_domains) {
-        if (!context.scope.covers(row.name) || !only_in_store(context.model, row.name))
+        if (!context.scope.covers(row.name) || !known_only_to_store(context.model, row.name))
             continue;
         context.findings.add(Severity::notice, "auth-domain-unknown", row.name,
                              "the authentication store has a domain row, but the domain is neither hosted nor a "
@@ -52,7 +40,7 @@ void check_user_row(const AuditContext& context, const AddressIndex& index,
     }
     const std::string domain = domain_of(context.model, row.domain);
     // Rows of a domain known only to the store are its domain row's finding.
-    if (domain.empty() || only_in_store(context.model, row.domain) ||
+    if (domain.empty() || known_only_to_store(context.model, row.domain) ||
         !(context.scope.covers(domain) || context.scope.covers(row.domain)))
         return;
     const std::string address = row.name + "@" + row.domain;

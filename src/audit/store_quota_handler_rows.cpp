@@ -18,15 +18,17 @@ CommandLine leftover_removal(const ServerModel& model, const std::string& domain
 
 }  // namespace
 
-void check_quota_rows(const AuditContext& context) {
+void check_quota_rows(const AuditContext& context, const AddressIndex& index) {
     const StoreRead& quota = context.server.stores.quota;
     if (!quota.failure.empty() || !quota.db)
         return;
     for (const QuotaRow& row : context.server.stores.quotas) {
         if (!context.scope.covers(row.domain))
             continue;
-        const auto found = context.model.mail_names.find({row.domain, row.mailbox});
-        if (found != context.model.mail_names.end() && found->second.record != nullptr)
+        // A home without its record keeps its quota row: the mail name
+        // check reports the record.
+        const std::string* mail_name = index.mail_name(row.mailbox, row.domain);
+        if (mail_name != nullptr && *mail_name == row.mailbox)
             continue;
         context.findings.add(Severity::notice, "quota-row-unknown", row.mailbox + "@" + row.domain,
                              "a quota row, but assign has no mail name " + row.mailbox + " at " + row.domain,

@@ -20,6 +20,19 @@ void mark_assign_compiled() {
 
 void seed_audited_server() {
     seed_server_state();
+    // Mailboxes with a quota above 0 get their quota file, as sorvane
+    // writes it when it sets the quota.
+    std::vector<std::pair<std::string, SeededMail>> mails{{kNeighbour, neighbour_mail()}};
+    for (const SeededMail& mail : seeded_mails())
+        mails.emplace_back(kDomain, mail);
+    for (const auto& [domain, mail] : mails) {
+        if (mail.quota > 0) {
+            ASSERT_EQ(run_sorvane({"--set-mailbox-disk-quota", "--domain-name=" + domain, "--mailname=" + mail.name,
+                                   "--disk-quota=" + std::to_string(mail.quota)})
+                          .status,
+                      0);
+        }
+    }
     mark_assign_compiled();
 }
 

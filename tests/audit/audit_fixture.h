@@ -11,8 +11,8 @@
 
 namespace sorvane::test {
 
-// seed_server_state() plus what a real rebuild leaves: users/cdb newer than
-// assign.
+// seed_server_state() plus what sorvane and a real rebuild leave: the
+// quota files of mailboxes with a quota, and users/cdb newer than assign.
 void seed_audited_server();
 
 // Marks the compiled table as rebuilt after a hand edit of assign, so that

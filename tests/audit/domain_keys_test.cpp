@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 
 #include "audit/audit_fixture.h"
 #include "audit/store_audit_steps.h"
@@ -21,6 +20,30 @@ TEST_F(DomainKeysTest, AKeyDirectoryOfNoDomainIsALeftover) {
     expect_findings({"notice domain-key-unknown-domain /etc/domainkeys/gone.test: the key directory of gone.test, "
                      "which is neither hosted nor a domain alias"});
     expect_repaired();
+    EXPECT_FALSE(path_exists("/etc/domainkeys/gone.test"));
+}
+
+TEST_F(DomainKeysTest, AKeyDirectoryOfADomainThatOnlyTheStoreNamesIsALeftover) {
+    seed_key_dir("gone.test");
+    run_sqlite(kAuditAuthDb, "INSERT INTO domains (name, status) VALUES ('gone.test', 1);\n");
+    const ProcessResult result = run_sorvane_audit({});
+    // The store and key checks call both leftovers, which the domain's
+    // removal takes away.
+    EXPECT_EQ(finding_lines(result.out),
+              (std::vector<std::string>{
+                  "notice auth-domain-unknown gone.test: the authentication store has a domain row, but the domain "
+                  "is neither hosted nor a domain alias",
+                  "notice domain-key-unknown-domain /etc/domainkeys/gone.test: the key directory of gone.test, "
+                  "which is neither hosted nor a domain alias"}))
+        << result.out;
+    EXPECT_EQ(result.status, 1);
+    const ProcessResult planned = run_sorvane_audit({"--repair-plan"});
+    EXPECT_EQ(repair_lines(planned.out),
+              std::vector<std::string>{"sorvane --remove-domain --domain-name=gone.test --mail-addresses ''"});
+    run_repair_plan(planned.out);
+    const ProcessResult after = run_sorvane_audit({});
+    EXPECT_EQ(finding_lines(after.out), std::vector<std::string>{}) << after.out;
+    EXPECT_EQ(after.status, 0) << after.out;
     EXPECT_FALSE(path_exists("/etc/domainkeys/gone.test"));
 }
 

@@ -38,6 +38,17 @@ protected:
     }
 };
 
+TEST_F(QuotaAuditTest, AQuotaWithoutItsFileIsNotEnforced) {
+    ASSERT_EQ(unlink(maildirsize_of("box").c_str()), 0);
+    expect_findings({"error mailbox-maildirsize-missing box@example.test: "
+                     "/var/qmail/mailnames/example.test/box/Maildir/maildirsize is missing: the quota of 5242880 "
+                     "bytes is not enforced"});
+    const ProcessResult planned = run_sorvane_audit({"--repair-plan"});
+    EXPECT_EQ(repair_lines(planned.out), std::vector<std::string>{set_quota_line("box", "5242880")});
+    run_repair_plan(planned.out);
+    expect_findings({});
+}
+
 TEST_F(QuotaAuditTest, QuotaThatSorvaneWritesIsInStep) {
     ASSERT_TRUE(path_exists(maildirsize_of("info")));
     expect_findings({});

@@ -53,6 +53,24 @@ TEST_F(PictureCompareTest, ADomainOnlyThePanelHasIsAddedWithItsMailNames) {
     expect_repaired_to(text);
 }
 
+TEST_F(PictureCompareTest, ADomainOnlyThePanelHasAndHasOffIsAddedOffWithItsAction) {
+    std::vector<DomainPicture> picture = seeded_picture();
+    picture.push_back({"new.test", {}, {{"post", 0, {}, ""}},
+                       R"("enabled": false, "action": {"kind": "bounce", "phrase": "Closed."})"});
+    const std::string text = picture_json(picture);
+    expect_findings(text, {
+        "error expect-domain-missing new.test: the panel hosts it, the server does not",
+        "error expect-mail-name-missing post@new.test: the panel has this mail name, the server does not",
+        "warning expect-domain-on new.test: the panel has mail service off, a domain added has it on",
+    });
+    const ProcessResult planned = audit_against(text, {"--repair-plan"});
+    EXPECT_EQ(repair_lines(planned.out),
+              (Lines{"sorvane --add-domain --domain-name=new.test",
+                     "sorvane --add-mailname --domain-name=new.test --mailname=post --disk-quota=0",
+                     "sorvane --turn-off-domain --domain-name=new.test --mail-addresses=post"}));
+    expect_repaired_to(text);
+}
+
 TEST_F(PictureCompareTest, ADomainThePanelDoesNotHaveIsRemoved) {
     std::vector<DomainPicture> picture = seeded_picture();
     picture.pop_back();
@@ -74,7 +92,7 @@ TEST_F(PictureCompareTest, OnlyTheDomainsInScopeAreCompared) {
 TEST_F(PictureCompareTest, ADomainTheServerHasAsAnAliasNeedsAPerson) {
     std::vector<DomainPicture> picture = seeded_picture();
     domain_of(picture, kDomain).aliases = {kAliasOne};
-    picture.push_back({kAliasTwo, {}, {}, ""});
+    picture.push_back({kAliasTwo, {"alias-three.test"}, {{"post", 0, {}, ""}}, R"("enabled": false)"});
     const std::string text = picture_json(picture);
     expect_findings(text, {
         "error expect-domain-missing alias-two.test: the panel hosts it, the server has it as an alias of "
@@ -233,6 +251,23 @@ TEST_F(PictureCompareTest, ADomainThePanelHasOnIsTurnedOnWithThePanelsAction) {
     const std::string text = picture_json(picture);
     expect_findings(text, {
         "error expect-domain-off neighbour.test: the panel has mail service on, the server has it off",
+    });
+    expect_repaired_to(text);
+}
+
+TEST_F(PictureCompareTest, TurningADomainOnPutsItsDomainAliasesBack) {
+    ASSERT_EQ(run_sorvane({"--turn-off-domain", "--domain-name=example.test",
+                           "--domain-aliases=alias-one.test,alias-two.test",
+                           "--mail-addresses=" + seeded_mail_addresses()})
+                  .status,
+              0);
+    std::vector<DomainPicture> picture = seeded_picture();
+    const std::string off = picture_json(picture);
+    expect_findings(off, {});
+    domain_of(picture, kDomain).extra = R"("enabled": true)";
+    const std::string text = picture_json(picture);
+    expect_findings(text, {
+        "error expect-domain-off example.test: the panel has mail service on, the server has it off",
     });
     expect_repaired_to(text);
 }

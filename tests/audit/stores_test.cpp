@@ -74,8 +74,36 @@ TEST_F(StoreFileTest, AHotJournalIsReportedAndNeverRolledBack) {
     expect_findings({"error store-hot-journal " + kAuditQuotaDb + ": a killed writer left its journal (" +
                      kAuditQuotaDb + "-journal): the store cannot be read until a writer rolls it back"});
     expect_only_for_a_person({"needs a person: store-hot-journal " + kAuditQuotaDb});
+    // Read as root, never opened by SQLite: a journal that SQLite opens
+    // is handed to the store's owner.
     EXPECT_EQ(read_file(kAuditQuotaDb + "-journal"), journal);
+    EXPECT_EQ(file_info(kAuditQuotaDb + "-journal").uid, 0u);
+    EXPECT_EQ(file_info(kAuditQuotaDb + "-journal").mode, 0644u);
     EXPECT_EQ(read_file(kAuditQuotaDb), store);
+}
+
+TEST_F(StoreFileTest, AWritersJournalIsNoFinding) {
+    // The audit runs while a writer holds the store in the middle of its
+    // transaction: the journal is the writer's, and the store reads as it
+    // was before the transaction.
+    const std::string report = scratch_dir() + "/report";
+    run_sqlite(kAuditQuotaDb, "PRAGMA synchronous=OFF;\nBEGIN;\nDELETE FROM mailbox_quota;\n.system " +
+                                  sorvane_audit_path() + " > " + report + "; echo status $? >> " + report +
+                                  "\nROLLBACK;\n");
+    const std::string text = read_file(report);
+    EXPECT_EQ(finding_lines(text.substr(0, text.rfind("status "))), std::vector<std::string>{}) << text;
+    EXPECT_EQ(text.substr(text.rfind("status ")), "status 0\n") << text;
+}
+
+TEST_F(StoreFileTest, AJournalWithoutAHeaderIsNoFindingAndStaysAsItIs) {
+    // What a writer leaves when it is killed before its journal's header
+    // is written: SQLite takes no notice of it.
+    write_file(kAuditQuotaDb + "-journal", std::string(512, '\0'), 0644);
+    const ProcessResult result = run_sorvane_audit({});
+    EXPECT_EQ(finding_lines(result.out), std::vector<std::string>{}) << result.out;
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(read_file(kAuditQuotaDb + "-journal"), std::string(512, '\0'));
+    EXPECT_EQ(file_info(kAuditQuotaDb + "-journal").uid, 0u);
 }
 
 TEST_F(StoreFileTest, AnotherSchemaIsReported) {
