@@ -6,7 +6,8 @@ the same command again ends in exactly the state of an uninterrupted run.
 sorvane-audit, given the panel's picture after the command, reports every
 killed state that differs from the state after the second run (unless only
 by leftovers no reader sees: a journal whose header was never written, a
-half-made maildirsize in a Maildir's tmp folder), and nothing once the
+half-made maildirsize in a Maildir's tmp folder, a replacement's temporary
+file), and nothing once the
 second run has ended (without the picture too)."""
 import os
 import re
@@ -17,7 +18,7 @@ import time
 
 import strace_log
 from checks_deliveries import PASSWORD, NotAvailable
-from mailserver import (CONTROL_FILES, MAILNAMES, MUTABLE_TREES, QMAIL, STATE, STORES, Domain, NotAvailable as NotBuilt,
+from mailserver import (CONTROL_FILES, MUTABLE_TREES, QMAIL, STATE, STORES, Domain, NotAvailable as NotBuilt,
                         SuiteError, describe_difference, integrity, quota_rows, read, server_state, wait_until)
 
 GROUP = "crashes"
@@ -205,9 +206,12 @@ class AuditTally:
 def leftovers_read_past():
     """What a kill can leave that changes nothing a reader sees, and that
     the audit therefore reads past: a store's rollback journal whose header
-    was never written (SQLite ignores it and the next writer replaces it)
-    and a writer's half-made maildirsize in a Maildir's tmp folder (the
-    delivery agents' scratch space, which the next writer clears)."""
+    was never written (SQLite ignores it and the next writer replaces it),
+    a writer's half-made maildirsize in a Maildir's tmp folder (the
+    delivery agents' scratch space, which the next writer clears) and a
+    replacement's temporary file beside the file it was to replace
+    ("<name>.tmp.XXXXXX", which qmail never reads and the next run
+    removes)."""
     found = set()
     for store in STORES:
         journal = store + "-journal"
@@ -218,9 +222,12 @@ def leftovers_read_past():
             continue
         if first in (b"", b"\0"):
             found.add(journal)
-    for directory, _, files in os.walk(MAILNAMES):
-        if directory.endswith("/Maildir/tmp"):
-            found.update(os.path.join(directory, name) for name in files if name.endswith("-maildirsize"))
+    for tree in MUTABLE_TREES:
+        for directory, _, files in os.walk(tree):
+            for name in files:
+                if (directory.endswith("/Maildir/tmp") and name.endswith("-maildirsize")
+                        or re.search(r"\.tmp\.[A-Za-z0-9]{6}$", name)):
+                    found.add(os.path.join(directory, name))
     return found
 
 
@@ -313,12 +320,14 @@ def sweep_command(server, command, setup, full, tally, audits):
             not_killed.append("%s #%d (status %d)" % (name, occurrence, killed.returncode))
         wait_until("the killed run's children to end", children_gone, 30)
         problems = []
-        # the audit judges the killed state before the second run changes
-        # it; whether it had to flag it is known once that run has ended
-        killed_state = None if audits.missing else server_state()
+        # the audit judges the killed state first: reading the stores'
+        # rows below rolls a hot journal back, and the second run changes
+        # the rest; whether it had to flag the state is known once that run
+        # has ended
         read_past = None if audits.missing else leftovers_read_past()
         said = None if audits.missing else audits.audit(server, [expected], quotas)
         said_without = None if audits.missing else audits.audit(server)
+        killed_state = None if audits.missing else server_state()
         files = control_contents()
         for file_name, content in files.items():
             if content in (before_files[file_name], after_files[file_name]):
