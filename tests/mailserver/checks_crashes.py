@@ -246,7 +246,10 @@ def judge_killed_state(tally, where, said, said_without, killed, again, read_pas
         tally.leftovers_only += 1
         return
     tally.differing += 1
-    tally.flagged_without += 1 if said_without[0] == 1 and said_without[1] else 0
+    if said_without is not None:
+        tally.flagged_without += 1 if said_without[0] == 1 and said_without[1] else 0
+    else:
+        tally.flagged_without = None
     if status == 1 and findings:
         tally.flagged += 1
         return
@@ -326,7 +329,9 @@ def sweep_command(server, command, setup, full, tally, audits):
         # has ended
         read_past = None if audits.missing else leftovers_read_past()
         said = None if audits.missing else audits.audit(server, [expected], quotas)
-        said_without = None if audits.missing else audits.audit(server)
+        # without the picture too, for the figure only; the full sweep,
+        # hours long already, leaves that out
+        said_without = None if audits.missing or full is True else audits.audit(server)
         killed_state = None if audits.missing else server_state()
         files = control_contents()
         for file_name, content in files.items():
@@ -408,9 +413,10 @@ def crash_sweep(server, results, full, audits):
     audits.ran = True
     if not audits.missing:
         results.figure("crashes: sorvane-audit ran %d times in %.1f s: flagged %d of %d killed states that differed "
-                       "from the repaired state with the picture (%d without it), %d differed only by leftovers it "
+                       "from the repaired state with the picture (%s without it), %d differed only by leftovers it "
                        "reads past, judged %d repaired states" % (
-                           audits.runs, audits.seconds, audits.flagged, audits.differing, audits.flagged_without,
+                           audits.runs, audits.seconds, audits.flagged, audits.differing,
+                           "not asked" if audits.flagged_without is None else audits.flagged_without,
                            audits.leftovers_only, audits.clean_checked))
     if failures:
         # every kill point in one line, the first ones in full
