@@ -73,6 +73,24 @@ void run_repair_plan(const std::string& report) {
     }
 }
 
+std::string expect_findings(const std::vector<std::string>& lines, const std::vector<std::string>& args) {
+    const ProcessResult result = run_sorvane_audit(args);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(finding_lines(result.out), lines) << result.out;
+    EXPECT_EQ(result.status, lines.empty() ? 0 : 1) << result.out;
+    return result.out;
+}
+
+std::vector<std::string> person_lines(const std::string& report) {
+    std::vector<std::string> lines;
+    std::istringstream in(report);
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind("needs a person: ", 0) == 0)
+            lines.push_back(line);
+    return lines;
+}
+
 void AuditTest::SetUp() {
     SandboxTest::SetUp();
     seed_audited_server();

@@ -30,6 +30,14 @@ std::vector<std::string> repair_lines(const std::string& report);
 // would, for the quoting the plan uses), failing the test when one fails.
 void run_repair_plan(const std::string& report);
 
+// Runs the audit with args and expects exactly these finding lines, status
+// 1 (0 when there are none) and nothing on standard error; returns the
+// report.
+std::string expect_findings(const std::vector<std::string>& lines, const std::vector<std::string>& args = {});
+
+// The "needs a person: <code> <object>" lines of a repair plan.
+std::vector<std::string> person_lines(const std::string& report);
+
 class AuditTest : public SandboxTest {
 protected:
     void SetUp() override;

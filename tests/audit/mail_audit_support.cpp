@@ -34,24 +34,6 @@ void write_popuser_file(const std::string& path, const std::string& content, mod
     ASSERT_EQ(chmod(path.c_str(), mode), 0) << path;
 }
 
-std::string expect_findings(const std::vector<std::string>& lines, const std::vector<std::string>& args) {
-    const ProcessResult result = run_sorvane_audit(args);
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(finding_lines(result.out), lines) << result.out;
-    EXPECT_EQ(result.status, lines.empty() ? 0 : 1) << result.out;
-    return result.out;
-}
-
-std::vector<std::string> person_lines(const std::string& report) {
-    std::vector<std::string> lines;
-    std::istringstream in(report);
-    std::string line;
-    while (std::getline(in, line))
-        if (line.rfind("needs a person: ", 0) == 0)
-            lines.push_back(line);
-    return lines;
-}
-
 std::vector<std::string> repair_and_expect_clean() {
     const ProcessResult plan = run_sorvane_audit({"--repair-plan"});
     EXPECT_EQ(person_lines(plan.out), std::vector<std::string>{}) << plan.out;

@@ -22,13 +22,6 @@ void remove_assign_line(const std::string& line);
 // Writes content at path, owner popuser, with mode.
 void write_popuser_file(const std::string& path, const std::string& content, mode_t mode = 0600);
 
-// Runs sorvane-audit (args), expects exactly lines as its findings and
-// status 1 (0 when lines is empty), and returns its report.
-std::string expect_findings(const std::vector<std::string>& lines, const std::vector<std::string>& args = {});
-
-// The "needs a person: <code> <object>" lines of a report with a plan.
-std::vector<std::string> person_lines(const std::string& report);
-
 // Runs sorvane-audit --repair-plan: expects no finding to need a person,
 // runs the plan and expects the audit clean. Returns the plan's commands.
 std::vector<std::string> repair_and_expect_clean();

@@ -8,19 +8,6 @@
 
 namespace sorvane::test {
 
-namespace {
-
-std::vector<std::string> person_lines(const std::string& report) {
-    std::vector<std::string> lines;
-    std::istringstream in(report);
-    std::string line;
-    while (std::getline(in, line))
-        if (line.rfind("needs a person: ", 0) == 0)
-            lines.push_back(line);
-    return lines;
-}
-
-}  // namespace
 
 std::string run_sqlite(const std::string& db, const std::string& script) {
     RunOptions options;
@@ -30,13 +17,6 @@ std::string run_sqlite(const std::string& db, const std::string& script) {
     EXPECT_EQ(result.status, 0) << script << "\n" << result.err;
     EXPECT_EQ(result.err, "") << script;
     return result.out;
-}
-
-void expect_findings(const std::vector<std::string>& lines) {
-    const ProcessResult result = run_sorvane_audit({});
-    EXPECT_EQ(result.err, "");
-    EXPECT_EQ(finding_lines(result.out), lines) << result.out;
-    EXPECT_EQ(result.status, 1) << result.out;
 }
 
 void expect_repaired(const std::vector<std::string>& for_a_person) {

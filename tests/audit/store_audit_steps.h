@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/sandbox.h"
+#include "audit/audit_fixture.h"
 
 namespace sorvane::test {
 
@@ -17,9 +17,6 @@ inline const std::string kAuditHandlersDb = "/var/lib/crelm/mail/handlers/handle
 // Runs the SQL script on db with the sqlite3 program, failing the test when
 // it fails; its output.
 std::string run_sqlite(const std::string& db, const std::string& script);
-
-// Audits the server and expects exactly these finding lines and status 1.
-void expect_findings(const std::vector<std::string>& lines);
 
 // Audits with --repair-plan, expects these "needs a person" lines (none
 // when every finding has a command), runs the plan's commands and expects
