@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "audit/leftover_temporaries.h"
 #include "audit/repair_commands.h"
 #include "audit/store_checks.h"
 
@@ -243,6 +244,7 @@ void check_control_files(const AuditContext& context) {
         if (context.scope.covers(domain) || context.scope.covers(alias))
             check_domain_alias(context, lines, alias, domain);
     check_rcpthosts_names(context, lines);
+    check_control_temporaries(context);
     for (const std::string& alias : context.model.aliases_hosted_too)
         if (context.scope.covers(alias) || context.scope.covers(domain_of(context.model, alias)))
             context.findings.add(Severity::error, "domain-alias-hosted-too", alias,

@@ -11,6 +11,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "audit/leftover_temporaries.h"
 #include "audit/mail_home_check.h"
 #include "audit/repair_commands.h"
 #include "mailbox/directory_entries.h"
@@ -37,7 +38,10 @@ std::set<std::string> list_homes(const AuditContext& context, const std::string&
     }
     mailbox::DirectoryEntries entries(dir.get());
     mailbox::DirectoryEntry entry;
+    std::vector<std::string> temporaries;
     while (entries.next(entry)) {
+        if (is_edit_temporary(entry.name, ".qmail-default"))
+            temporaries.push_back(path + "/" + std::string(entry.name));
         if (entry.name.empty() || entry.name.front() == '.')
             continue;
         const std::string name(entry.name);
@@ -55,6 +59,7 @@ std::set<std::string> list_homes(const AuditContext& context, const std::string&
     }
     if (entries.error() != 0)
         context.findings.add(Severity::error, "mailname-tree-unreadable", path, std::strerror(entries.error()));
+    report_edit_temporaries(context, temporaries);
     return homes;
 }
 

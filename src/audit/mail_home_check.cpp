@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "audit/leftover_temporaries.h"
 #include "audit/mail_home_walk.h"
 #include "audit/mail_quota.h"
 #include "audit/repair_commands.h"
@@ -292,6 +293,10 @@ void check_mail_home(const AuditContext& context, const MailNameSubject& subject
     const HomeWalk walk = walk_home(home_fd, tree_paths());
     check_tree(context, subject, home_info, walk, repair);
     check_dot_qmail(context, subject, dot_qmail, repair);
+    std::vector<std::string> temporaries;
+    for (const std::string& name : walk.temporaries)
+        temporaries.push_back(subject.home + "/" + name);
+    report_edit_temporaries(context, temporaries);
     check_maildirsize(context, subject, home_fd, walk);
     check_unsafe(context, subject, walk);
 }

@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "audit/leftover_temporaries.h"
 #include "mailbox/directory_entries.h"
 #include "mailbox/open_directory.h"
 #include "util/unique_fd.h"
@@ -103,6 +104,8 @@ bool Walker::list(int fd, Frame& frame) {
         if (attachments)
             walk_.attachments_bytes += info.st_size;
         note(frame, name.c_str(), info);
+        if (frame.path.empty() && S_ISREG(info.st_mode) && is_edit_temporary(name, ".qmail"))
+            walk_.temporaries.push_back(name);
         if (S_ISDIR(info.st_mode))
             frame.subdirs.push_back(name);
     }

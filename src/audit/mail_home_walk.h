@@ -31,6 +31,9 @@ struct HomeWalk {
     // The space "@attachments" takes, counted as the quota command counts
     // it: the directory itself and every entry below it.
     long long attachments_bytes = 0;
+    // Copies that a killed edit of ".qmail" left in the home
+    // (".qmail.tmp.XXXXXX", or the ".qmail.tmp" of older runs).
+    std::vector<std::string> temporaries;
     // Empty when every directory was read; else "<path>: <reason>" of the
     // first one that could not be.
     std::string failure;

@@ -206,12 +206,11 @@ class AuditTally:
 def leftovers_read_past():
     """What a kill can leave that changes nothing a reader sees, and that
     the audit therefore reads past: a store's rollback journal whose header
-    was never written (SQLite ignores it and the next writer replaces it),
-    a writer's half-made maildirsize in a Maildir's tmp folder (the
-    delivery agents' scratch space, which the next writer clears) and a
+    was never written (SQLite ignores it and the next writer replaces it)
+    and a writer's half-made maildirsize in a Maildir's tmp folder (the
+    delivery agents' scratch space, which the next writer clears). A
     replacement's temporary file beside the file it was to replace
-    ("<name>.tmp.XXXXXX", which qmail never reads and the next run
-    removes)."""
+    ("<name>.tmp.XXXXXX") is not among them: the audit reports it."""
     found = set()
     for store in STORES:
         journal = store + "-journal"
@@ -225,8 +224,7 @@ def leftovers_read_past():
     for tree in MUTABLE_TREES:
         for directory, _, files in os.walk(tree):
             for name in files:
-                if (directory.endswith("/Maildir/tmp") and name.endswith("-maildirsize")
-                        or re.search(r"\.tmp\.[A-Za-z0-9]{6}$", name)):
+                if directory.endswith("/Maildir/tmp") and name.endswith("-maildirsize"):
                     found.add(os.path.join(directory, name))
     return found
 
