@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "mailbox/maildirsize_format.h"
+#include "stores/mailbox_quota_text.h"
 
 namespace crelm::audit {
 
@@ -49,20 +50,8 @@ std::optional<long long> maildirsize_storage_quota(std::string_view header) {
 }
 
 std::optional<std::int64_t> stored_quota_bytes(std::string_view text) {
-    static constexpr std::array<std::pair<std::string_view, std::int64_t>, 6> kUnits{{
-        {"", 1}, {"B", 1}, {"KB", 1024}, {"MB", 1048576}, {"GB", 1073741824}, {"TB", 1099511627776},
-    }};
-    const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    const std::optional<long long> number = whole_number(text.substr(0, digits));
-    if (!number)
-        return std::nullopt;
-    for (const auto& [unit, multiplier] : kUnits) {
-        std::int64_t bytes = 0;
-        if (unit == text.substr(digits))
-            return __builtin_mul_overflow(*number, multiplier, &bytes) ? std::nullopt
-                                                                        : std::optional<std::int64_t>(bytes);
-    }
-    return std::nullopt;
+    // Read as sorvane reads it back, without its log record.
+    return quota_text_bytes(text);
 }
 
 bool quota_in_step(long long storage, std::optional<std::int64_t> stored, long long attachments_bytes) {

@@ -283,7 +283,7 @@ private:
         }
         add(Severity::warning, "expect-quota-differs", address(mail.name, domain),
             "the panel's quota is " + quota_text_of(mail.quota) + ", the quota store has " + held,
-            {set_mailbox_quota(domain, mail.name, mail.quota)}, RepairPhase::quotas);
+            {set_mailbox_disk_quota(domain, mail.name, mail.quota)}, RepairPhase::quotas);
     }
 
     const AuditContext& context_;

@@ -72,9 +72,4 @@ CommandLine add_alias(const std::string& domain, const std::string& mail_name, c
                 std::move(lists));
 }
 
-CommandLine set_mailbox_quota(const std::string& domain, const std::string& mail_name, std::int64_t quota) {
-    return {"--set-mailbox-disk-quota", "--domain-name=" + domain, "--mailname=" + mail_name,
-            "--disk-quota=" + std::to_string(quota)};
-}
-
 }  // namespace crelm::audit

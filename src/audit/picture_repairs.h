@@ -30,6 +30,5 @@ CommandLine add_domain_alias(const std::string& domain, const std::string& alias
                              std::vector<std::string> action_options, std::vector<std::string> lists);
 CommandLine add_alias(const std::string& domain, const std::string& mail_name, const std::string& alias,
                       std::vector<std::string> lists);
-CommandLine set_mailbox_quota(const std::string& domain, const std::string& mail_name, std::int64_t quota);
 
 }  // namespace crelm::audit

@@ -38,16 +38,27 @@ std::string quota_text(std::int64_t bytes) {
     return std::to_string(static_cast<std::uint64_t>(std::max<std::int64_t>(bytes, 0))) + "B";
 }
 
-std::int64_t parse_quota_text(std::string_view text) {
+std::optional<std::int64_t> quota_text_bytes(std::string_view text, std::string* failure) {
     const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
     std::int64_t number = 0;
     try {
         number = std::stoll(std::string(text.substr(0, digits)), nullptr, 10);
     } catch (const std::logic_error& error) {
-        return parse_failure(error.what());
+        if (failure != nullptr)
+            *failure = error.what();
+        return std::nullopt;
     }
     std::int64_t bytes = 0;
-    if (__builtin_mul_overflow(number, unit_multiplier(text.substr(digits)), &bytes))
-        return parse_failure(std::strerror(ERANGE));
+    if (__builtin_mul_overflow(number, unit_multiplier(text.substr(digits)), &bytes)) {
+        if (failure != nullptr)
+            *failure = std::strerror(ERANGE);
+        return std::nullopt;
+    }
     return bytes;
+}
+
+std::int64_t parse_quota_text(std::string_view text) {
+    std::string failure;
+    const std::optional<std::int64_t> bytes = quota_text_bytes(text, &failure);
+    return bytes ? *bytes : parse_failure(failure.c_str());
 }

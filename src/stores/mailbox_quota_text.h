@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,3 +16,7 @@ std::string quota_text(std::int64_t bytes);
 // "Failed to parse quota value: <reason>" when there are no digits or the
 // value is out of range.
 std::int64_t parse_quota_text(std::string_view text);
+
+// The same reading without the log record, for readers that must not write
+// one: the bytes, or nullopt with the reason in failure.
+std::optional<std::int64_t> quota_text_bytes(std::string_view text, std::string* failure = nullptr);
