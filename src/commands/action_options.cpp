@@ -3,11 +3,13 @@
 #include <boost/program_options/value_semantic.hpp>
 #include <syslog.h>
 
+#include <optional>
 #include <string>
 
 #include "commands/missing_mandatory_option.h"
 #include "qmail/catchall.h"
 #include "qmail/mailname_files.h"
+#include "runtime/control_bytes.h"
 #include "runtime/errors.h"
 #include "runtime/idn.h"
 #include "runtime/log.h"
@@ -19,6 +21,18 @@ namespace {
 
 std::string text_option(const CommandOptions& options, const char* name) {
     return options.has(name) ? options.values()[name].as<std::string>() : std::string();
+}
+
+// A bounce phrase goes into a shell command line of ".qmail-default" and a
+// catch-all address into its forward line; a control byte in either (a
+// carriage return, an escape sequence) has no meaning for mail and only
+// hides what the line does from whoever reads it. what is "Bounce phrase"
+// or "Catch-all address"; the text itself is not repeated, so that the
+// message carries no control byte either.
+void refuse_control_bytes(const char* what, const std::string& text) {
+    if (const std::optional<unsigned char> byte = first_control_byte(text))
+        throw crelm::CrelmUtilException(std::string(what) + " refused: it holds the control character " +
+                                        control_byte_name(*byte));
 }
 
 }  // namespace
@@ -37,12 +51,16 @@ void add_reject_option(CommandOptions& options) {
 }
 
 NotexistingAction notexisting_action_from_options(const CommandOptions& options) {
-    if (options.has("set-bounce"))
-        return {kNotexistingBounce, text_option(options, "phrase")};
+    if (options.has("set-bounce")) {
+        const std::string phrase = text_option(options, "phrase");
+        refuse_control_bytes("Bounce phrase", phrase);
+        return {kNotexistingBounce, phrase};
+    }
     if (options.has("set-catchall")) {
         const std::string email = text_option(options, "email");
         if (email.empty())
             throw MissingMandatoryOption("email");
+        refuse_control_bytes("Catch-all address", email);
         if (!has_local_part_and_domain(email))
             throw crelm::CrelmUtilException("Catch-all address " + email +
                                             " refused: it needs a local part and a domain");

@@ -27,9 +27,12 @@ struct NotexistingAction {
 // The action the parsed options ask for; the first present of --set-bounce
 // (with --phrase, or an empty phrase), --set-catchall and --set-reject wins.
 // Throws MissingMandatoryOption for "email" when --set-catchall comes without
-// a non-empty --email, and CrelmUtilException ("Catch-all address <email>
-// refused: it needs a local part and a domain") when the address lacks
-// either part, so that nothing is changed; with none of the three, logs why
+// a non-empty --email, CrelmUtilException ("Bounce phrase refused: it holds
+// the control character \r", the same with "Catch-all address") when the
+// phrase or the address holds a byte below blank or DEL, and
+// CrelmUtilException ("Catch-all address <email> refused: it needs a local
+// part and a domain") when the address lacks either part, so that nothing is
+// changed; with none of the three, logs why
 // and throws
 // MissingMandatoryOption naming all three. A catch-all address that does not
 // convert to ASCII ends the process (idn_email_toascii_safe).

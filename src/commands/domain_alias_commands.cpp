@@ -12,6 +12,7 @@
 #include "commands/domain_auth_callers.h"
 #include "commands/domain_key_steps.h"
 #include "commands/handlers.h"
+#include "commands/host_name_checks.h"
 #include "commands/name_options.h"
 #include "commands/session_options.h"
 #include "qmail/control_files.h"
@@ -72,7 +73,7 @@ int add_domain_alias_command(int argc, char** argv) {
     acquire_alias_session(options, domain);
     const NotexistingAction action = notexisting_action_from_options(options);
     const std::string alias = options.domain_name("domain-alias-name");
-    if (refuse_domain_alias(alias))
+    if (refuse_host_domain_alias(alias) || refuse_domain_alias(alias))
         return 1;
     return add_domain_alias_steps(domain, alias, action, Reload::Yes);
 }
@@ -107,7 +108,7 @@ int rename_domain_alias_command(int argc, char** argv) {
     acquire_alias_session(options, domain);
     const NotexistingAction action = notexisting_action_from_options(options);
     const std::string new_alias = options.domain_name("new-domain-alias-name");
-    if (refuse_domain_alias(new_alias))
+    if (refuse_host_domain_alias(new_alias) || refuse_domain_alias(new_alias))
         return 1;
     return rename_domain_alias(domain, options.domain_name("old-domain-alias-name"), new_alias, action);
 }

@@ -17,6 +17,7 @@
 #include "commands/domain_key_steps.h"
 #include "commands/domain_quota_steps.h"
 #include "commands/handlers.h"
+#include "commands/host_name_checks.h"
 #include "commands/name_options.h"
 #include "commands/session_options.h"
 #include "qmail/control_files.h"
@@ -68,7 +69,7 @@ bool store_domain_quotas(const std::string& domain, const std::vector<MailboxQuo
 }
 
 int add_domain(const std::string& domain, std::int64_t quota) {
-    if (refuse_domain_key(domain))
+    if (refuse_host_domain(domain) || refuse_domain_key(domain))
         return 1;
     if (!store_domain_quotas(domain, session_mailbox_quotas(domain), quota))
         return -1;
@@ -97,7 +98,7 @@ int remove_domain(const std::string& domain) {
 }
 
 int rename_domain(const std::string& old_domain, const std::string& new_domain) {
-    if (refuse_domain_key(new_domain, old_domain))
+    if (refuse_host_domain(new_domain) || refuse_domain_key(new_domain, old_domain))
         return 1;
     if (!MailboxQuotaDb().renameDomain(old_domain, new_domain)) {
         log_message(LOG_ERR, "Unable to rename domain from '%s' to '%s' in userdb", old_domain.c_str(),

@@ -100,17 +100,14 @@ bool belongs_to(const AssignRecord& record, const std::string& domain) {
                                   record.home[dir.size()] == '/');
 }
 
-// Whether the addresses of the domains "<one>" and "<other>" overlap.
-bool domains_share(std::string_view one, std::string_view other) {
-    return dash_extends(one, other) || dash_extends(other, one);
-}
-
-// The first record above the closing "." line, as qmail-newu reads them,
-// for which collides is true. worth_parsing looks at a raw line first: a
-// table of a million records is mostly lines that cannot collide, and they
-// are passed over without being taken apart.
+// Calls visit for each record above the closing "." line, as qmail-newu
+// reads them, until it returns true; that record's whole line is the
+// result. worth_parsing looks at a raw line first: a table of a million
+// records is mostly lines that cannot matter, and they are passed over
+// without being taken apart. nullopt when no record was taken or assign
+// cannot be read.
 std::optional<std::string> first_record(const std::function<bool(std::string_view line)>& worth_parsing,
-                                        const std::function<bool(const AssignRecord&)>& collides) {
+                                        const std::function<bool(const AssignRecord&)>& visit) {
     const std::optional<std::string> text = read_assign();
     if (!text)
         return std::nullopt;
@@ -121,13 +118,32 @@ std::optional<std::string> first_record(const std::function<bool(std::string_vie
         if (!line.empty() && line[0] == '.')
             break;
         if (worth_parsing(line))
-            if (const std::optional<AssignRecord> record = parse_record(line); record && collides(*record))
+            if (const std::optional<AssignRecord> record = parse_record(line); record && visit(*record))
                 return std::string(record->line);
         if (end == std::string_view::npos)
             break;
         rest.remove_prefix(end + 1);
     }
     return std::nullopt;
+}
+
+// The domain whose mail names directory holds the record's home
+// ("<mailnames>/<domain>/<name>"), or nullopt for a home elsewhere.
+std::optional<std::string_view> owner_of(const AssignRecord& record) {
+    const std::string root = mailbox::mailnames_root() + "/";
+    if (record.home.size() <= root.size() || record.home.substr(0, root.size()) != root)
+        return std::nullopt;
+    const std::string_view below = record.home.substr(root.size());
+    return below.substr(0, below.find('/'));
+}
+
+// Whether the "=" record of another domain, whose key lies in domain's
+// addresses, is that domain's own by qmail's longest-prefix rule: its owner
+// extends domain ("a.test-x.com" beside "a.test"), so the owner's "+"
+// record, not domain's, answers for the whole of "<owner>-...".
+bool owned_by_longer_domain(const AssignRecord& record, std::string_view domain) {
+    const std::optional<std::string_view> owner = owner_of(record);
+    return owner && dash_extends(*owner, domain) && (begins_with(record.key, std::string(*owner) + "-"));
 }
 
 // Raw lines that may hold the "=" record of key, and every "+" record.
@@ -140,6 +156,50 @@ bool may_be_key_or_domain(std::string_view line, std::string_view key) {
            begins_with(line.substr(1), key);
 }
 
+// A "+" record: its key (the domain) and its whole line.
+struct DomainRecord {
+    std::string key;
+    std::string line;
+};
+
+// The "+" records of the domains that extend domain ("<domain>-..."),
+// other than domain's and renamed_from's own.
+std::vector<DomainRecord> longer_neighbours(const std::string& domain, const std::string& renamed_from) {
+    std::vector<DomainRecord> neighbours;
+    first_record([](std::string_view line) { return line.starts_with('+'); },
+                 [&](const AssignRecord& record) {
+                     if (!belongs_to(record, domain) && !belongs_to(record, renamed_from) &&
+                         dash_extends(record.key, domain))
+                         neighbours.push_back({std::string(record.key), std::string(record.line)});
+                     return false;
+                 });
+    return neighbours;
+}
+
+// Renaming renamed_from to domain gives each of its "=" records the key
+// "<domain>-<name>"; the first "+" record of a longer domain whose addresses
+// such a key would then lie in, or nullopt.
+std::optional<std::string> renamed_keys_collision(const std::string& domain, const std::string& renamed_from) {
+    const std::vector<DomainRecord> neighbours = longer_neighbours(domain, renamed_from);
+    if (neighbours.empty())
+        return std::nullopt;
+    const std::string old_prefix = renamed_from + "-";
+    std::optional<std::string> found;
+    first_record([](std::string_view line) { return line.starts_with('='); },
+                 [&](const AssignRecord& record) {
+                     if (!belongs_to(record, renamed_from) || !begins_with(record.key, old_prefix))
+                         return false;
+                     const std::string renamed_key = domain + std::string(record.key.substr(renamed_from.size()));
+                     for (const DomainRecord& neighbour : neighbours)
+                         if (dash_extends(renamed_key, neighbour.key)) {
+                             found = neighbour.line;
+                             return true;
+                         }
+                     return false;
+                 });
+    return found;
+}
+
 }  // namespace
 
 std::optional<std::string> mail_key_collision(const std::string& domain, const std::string& name) {
@@ -150,7 +210,9 @@ std::optional<std::string> mail_key_collision(const std::string& domain, const s
                                 return false;
                             if (record.kind == '=')
                                 return same_key(record.key, key);
-                            return dash_extends(key, record.key);
+                            // A shorter domain's addresses that domain's own
+                            // "+" record already answers for are not taken.
+                            return dash_extends(key, record.key) && !dash_extends(domain, record.key);
                         });
 }
 
@@ -163,15 +225,20 @@ bool mail_key_in_assign(const std::string& domain, const std::string& name) {
 
 std::optional<std::string> domain_key_collision(const std::string& domain, const std::string& renamed_from) {
     const std::string prefix = domain + "-";
-    return first_record(
+    std::optional<std::string> record_line = first_record(
         [&](std::string_view line) {
             return line.starts_with('+') || (line.starts_with('=') && begins_with(line.substr(1), prefix));
         },
         [&](const AssignRecord& record) {
             if (belongs_to(record, domain) || belongs_to(record, renamed_from))
                 return false;
-            return record.kind == '=' ? begins_with(record.key, prefix) : domains_share(domain, record.key);
+            if (record.kind == '+')
+                return same_key(record.key, domain);
+            return begins_with(record.key, prefix) && !owned_by_longer_domain(record, domain);
         });
+    if (record_line || renamed_from.empty())
+        return record_line;
+    return renamed_keys_collision(domain, renamed_from);
 }
 
 std::optional<std::string> domain_alias_collision(const std::string& alias) {

@@ -24,11 +24,13 @@ constexpr const char* kFqdnAdvice =
     "address.\n"
     "Depending on your OS, you might need to set the host name in /etc/HOSTNAME or /etc/hostname.";
 
-// The canonical name of this host, or an empty text after logging why not.
-std::string canonical_host_name() {
+// The canonical name of this host, or an empty text after logging why not
+// (when report is set).
+std::string canonical_host_name(bool report) {
     char host[65] = {};
     if (gethostname(host, sizeof host - 1) != 0) {
-        log_message(3, "Unable to get hostname: %s", std::strerror(errno));
+        if (report)
+            log_message(3, "Unable to get hostname: %s", std::strerror(errno));
         return {};
     }
     addrinfo hints{};
@@ -38,15 +40,18 @@ std::string canonical_host_name() {
     const int status = getaddrinfo(host, nullptr, &hints, &raw);
     const AddrInfo result(raw);
     if (status != 0) {
-        log_message(3, "Unable to resolve fqdn: %s", gai_strerror(status));
+        if (report)
+            log_message(3, "Unable to resolve fqdn: %s", gai_strerror(status));
         return {};
     }
     if (!result || result->ai_canonname == nullptr) {
-        log_message(3, "Unable to resolve fqdn");
+        if (report)
+            log_message(3, "Unable to resolve fqdn");
         return {};
     }
     if (std::strchr(result->ai_canonname, '.') == nullptr) {
-        log_message(3, "Canonname is not correct fqdn");
+        if (report)
+            log_message(3, "Canonname is not correct fqdn");
         return {};
     }
     return result->ai_canonname;
@@ -55,7 +60,7 @@ std::string canonical_host_name() {
 }  // namespace
 
 int detect_host_fqdn(char* buffer, std::size_t size) {
-    const std::string fqdn = canonical_host_name();
+    const std::string fqdn = canonical_host_name(true);
     if (fqdn.empty()) {
         log_message(3, "%s", kFqdnAdvice);
         return -1;
@@ -66,4 +71,8 @@ int detect_host_fqdn(char* buffer, std::size_t size) {
     }
     std::memcpy(buffer, fqdn.c_str(), fqdn.size() + 1);
     return 0;
+}
+
+std::string known_host_fqdn() {
+    return canonical_host_name(false);
 }

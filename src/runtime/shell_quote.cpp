@@ -6,14 +6,27 @@
 
 namespace {
 
-constexpr std::string_view kEscapedBytes = "\t \"#$&'()*;<>?[\\`|~";
+// Bytes that dash or bash would read as syntax, an expansion or a word
+// break: the classic set, then the braces of bash's brace lists ({a,b}),
+// "!" (a pipeline's negation and bash's history mark) and "^" (a pipe in
+// older shells). A backslash makes each of them a plain character in both.
+constexpr std::string_view kEscapedBytes = "\t \"#$&'()*;<>?[\\`|~{}!^";
+
+// Control bytes other than tab, and DEL: no shell gives them a meaning, but
+// a backslash before a newline joins lines, so they are kept inside single
+// quotes, where every byte stands for itself.
+constexpr bool is_quoted_control(unsigned byte) {
+    return (byte < 0x20 && byte != '\t') || byte == 0x7f;
+}
 
 constexpr std::array<char, 256> build_class_table() {
     std::array<char, 256> table{};
     table.fill('-');
+    for (unsigned byte = 0; byte < 256; ++byte)
+        if (is_quoted_control(byte))
+            table[byte] = 'n';
     for (const char c : kEscapedBytes)
         table[static_cast<unsigned char>(c)] = '*';
-    table['\n'] = 'n';
     return table;
 }
 

@@ -2,7 +2,10 @@
 // files), driven by one 256-entry table of byte classes:
 //   '-' ordinary, copied as is;
 //   '*' escaped with a backslash: tab, blank, " # $ & ' ( ) * ; < > ? [ \ ` | ~
-//   'n' enclosed in single quotes: the newline.
+//       and { } ! ^;
+//   'n' enclosed in single quotes: the newline, every other control byte
+//       below blank except tab, and DEL (127).
+// Bytes above 127 are ordinary: neither dash nor bash gives them a meaning.
 #pragma once
 
 #include <string>

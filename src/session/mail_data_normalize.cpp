@@ -51,25 +51,30 @@ void lower_case_names(SessionMailData& data) {
     }
 }
 
-void convert_quotas_to_bytes(SessionMailData& data) {
+bool quota_in_bytes(std::int64_t quota, const char* unit, std::int64_t& bytes) {
+    return !__builtin_mul_overflow(quota, quota_unit_multiplier(unit), &bytes);
+}
+
+bool convert_quotas_to_bytes(SessionMailData& data) {
     for (SessionMail& mail : data.mails) {
         if (mail.mbox_quota <= 0) {
             continue;
         }
-        // Wrapping, not undefined: a product that overflows is reported below.
-        const auto product = static_cast<std::uint64_t>(mail.mbox_quota) *
-                             static_cast<std::uint64_t>(quota_unit_multiplier(mail.mbox_quota_unit));
-        mail.mbox_quota = static_cast<std::int64_t>(product);
-        if (mail.mbox_quota < -1) {
-            log_message(4, "Resulting quota value in session mail DB info is not valid: got %ld, source size unit was '%s'",
-                        static_cast<long>(mail.mbox_quota), mail.mbox_quota_unit);
+        std::int64_t bytes = 0;
+        if (!quota_in_bytes(mail.mbox_quota, mail.mbox_quota_unit, bytes)) {
+            log_message(3, "Mailbox quota of '%s' is too large: %ld %s is more bytes than a quota can hold",
+                        mail.name != nullptr ? mail.name : "", static_cast<long>(mail.mbox_quota),
+                        mail.mbox_quota_unit != nullptr ? mail.mbox_quota_unit : "B");
+            return false;
         }
+        mail.mbox_quota = bytes;
     }
+    return true;
 }
 
-void normalize_read_mail_data(SessionMailData& data) {
+bool normalize_read_mail_data(SessionMailData& data) {
     lower_case_names(data);
-    convert_quotas_to_bytes(data);
+    return convert_quotas_to_bytes(data);
 }
 
 }  // namespace crelm::mail

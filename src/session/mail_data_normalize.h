@@ -16,11 +16,18 @@ std::int64_t quota_unit_multiplier(const char* unit);
 // aliases, the mail names, the mail aliases and the certificate names.
 void lower_case_names(SessionMailData& data);
 
-// Multiplies every quota above 0 by its unit's multiplier; a result below
-// -1 (a wrapped product) is logged as a warning and kept.
-void convert_quotas_to_bytes(SessionMailData& data);
+// quota times its unit's multiplier into bytes; false (bytes unchanged) when
+// the product does not fit a signed 64-bit number.
+bool quota_in_bytes(std::int64_t quota, const char* unit, std::int64_t& bytes);
 
-// Both of the above, in that order.
-void normalize_read_mail_data(SessionMailData& data);
+// Multiplies every quota above 0 by its unit's multiplier. A product that
+// does not fit a signed 64-bit number is never kept: it is logged at error
+// level ("Mailbox quota of '<name>' is too large: <quota> <unit> is more
+// bytes than a quota can hold") and false is returned, the quotas after it
+// left as they were read.
+bool convert_quotas_to_bytes(SessionMailData& data);
+
+// Both of the above, in that order; convert_quotas_to_bytes's result.
+bool normalize_read_mail_data(SessionMailData& data);
 
 }  // namespace crelm::mail

@@ -71,7 +71,10 @@ int parse_into_session(char* buffer) {
         free_session_object();
         return static_cast<int>(result);
     }
-    crelm::mail::convert_quotas_to_bytes(*state.data);
+    if (!crelm::mail::convert_quotas_to_bytes(*state.data)) {
+        free_session_object();
+        return static_cast<int>(JsonError::ConstraintFailed);
+    }
     return 0;
 }
 

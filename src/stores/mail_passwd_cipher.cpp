@@ -15,6 +15,7 @@
 
 #include "runtime/log.h"
 #include "stores/base64_codec.h"
+#include "stores/store_file_check.h"
 #include "util/unique_fd.h"
 
 namespace {
@@ -83,7 +84,7 @@ std::string cipher_name_of(std::string_view spec) {
 }
 
 bool read_key_file(const std::string& path, std::span<unsigned char> key) {
-    const crelm::util::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const crelm::util::UniqueFd fd = open_regular_store_file(path, "Can't read encryption key");
     if (!fd.valid()) {
         const int error = errno;
         log_message(3, "Can't read encryption key from '%s': %s (%d)", path.c_str(), std::strerror(error), error);

@@ -1,10 +1,12 @@
 #include "stores/store_access.h"
 
 #include "runtime/log.h"
+#include "stores/store_file_check.h"
 
 #include <syslog.h>
 
 int open_store_db(const std::string& path, SqliteOpenMode mode, crelm::SqliteDb& db) {
+    require_regular_store_files(path);
     if (sqlite_open_db(path, mode, db) == SQLITE_OK)
         return 0;
     log_message(LOG_ERR,

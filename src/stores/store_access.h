@@ -9,6 +9,8 @@
 
 // Opens path (read-write, created when missing; or read-only, after rolling
 // back a hot journal that a killed writer left) with the busy timeout set.
+// The database and its journals must each be missing or a regular file
+// (require_regular_store_files), or the program ends with status 1.
 // Returns 0; on failure logs "Unable to open database %s: %s" or "Unable to
 // open database(readonly) %s: %s" at error level, closes whatever handle
 // SQLite returned and returns -1.

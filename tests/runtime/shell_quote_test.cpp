@@ -19,19 +19,28 @@ std::string printed_by_shell(const std::string& quoted) {
     return result.out;
 }
 
-TEST_F(ShellQuoteTest, ClassTableMarksEscapedBytesAndTheNewline) {
+TEST_F(ShellQuoteTest, ClassTableMarksEscapedBytesAndControlBytes) {
     const std::string_view table = shell_char_classes();
     ASSERT_EQ(table.size(), 256u);
-    const std::string escaped = "\t \"#$&'()*;<>?[\\`|~";
+    const std::string escaped = "\t \"#$&'()*;<>?[\\`|~{}!^";
     for (int byte = 0; byte < 256; ++byte) {
         char expected = '-';
-        if (byte == '\n')
-            expected = 'n';
-        else if (byte != 0 && escaped.find(static_cast<char>(byte)) != std::string::npos)
+        if (byte != 0 && escaped.find(static_cast<char>(byte)) != std::string::npos)
             expected = '*';
+        else if (byte < 0x20 || byte == 0x7f)
+            expected = 'n';
         EXPECT_EQ(table[static_cast<std::size_t>(byte)], expected) << byte;
         EXPECT_EQ(shell_char_class(static_cast<unsigned char>(byte)), expected) << byte;
     }
+}
+
+TEST_F(ShellQuoteTest, EscapeFormCoversBashOnlySyntaxAndControlBytes) {
+    EXPECT_EQ(shell_escape("{a,b}"), "\\{a,b\\}");
+    EXPECT_EQ(shell_escape("!x^y"), "\\!x\\^y");
+    EXPECT_EQ(shell_escape("x\r{touch,pwned}"), "x'\r'\\{touch,pwned\\}");
+    EXPECT_EQ(shell_escape("a\x1b[8mb\x7f"), "a'\x1b'\\[8mb'\x7f'");
+    EXPECT_FALSE(shell_is_plain("a\rb"));
+    EXPECT_FALSE(shell_is_plain("{a,b}"));
 }
 
 TEST_F(ShellQuoteTest, EscapeFormBackslashesAndQuotesNewlines) {

@@ -51,11 +51,43 @@ TEST_F(SessionReadTest, DocumentFillsTheSessionWithLowerCaseNamesAndQuotasInByte
     EXPECT_TRUE(logged().empty());
 }
 
-TEST_F(SessionReadTest, WrappedQuotaIsReportedAsAWarningAndKept) {
-    ASSERT_EQ(read_session_text(R"({"domain": {"mails": [{"name": "a", "mbox_quota": 8388608, "mbox_quota_unit": "TB"}]}})"), 0);
-    EXPECT_EQ(existing_session_mail_data()->mails[0].mbox_quota, INT64_MIN);
-    EXPECT_EQ(logged(), (Strings{"Resulting quota value in session mail DB info is not valid: got -9223372036854775808, "
-                                 "source size unit was 'TB'"}));
+TEST_F(SessionReadTest, QuotaThatOverflowsInBytesIsRefusedAndDropsTheObject) {
+    EXPECT_EQ(read_session_text(R"({"domain": {"mails": [{"name": "a", "mbox_quota": 8388608, "mbox_quota_unit": "TB"}]}})"),
+              23);
+    EXPECT_EQ(existing_session_mail_data(), nullptr);
+    EXPECT_EQ(logged(), (Strings{"Mailbox quota of 'a' is too large: 8388608 TB is more bytes than a quota can hold"}));
+}
+
+// 16777217 TB is 2^64 + 2^40 bytes: a wrapping product would read as 1 TB.
+TEST_F(SessionReadTest, QuotaThatWrapsToAPositiveNumberIsRefused) {
+    EXPECT_EQ(read_session_text(R"({"domain": {"mails": [{"name": "ok", "mbox_quota": 1, "mbox_quota_unit": "TB"},)"
+                                R"({"name": "b", "mbox_quota": 16777217, "mbox_quota_unit": "TB"}]}})"),
+              23);
+    EXPECT_EQ(existing_session_mail_data(), nullptr);
+    EXPECT_EQ(logged(), (Strings{"Mailbox quota of 'b' is too large: 16777217 TB is more bytes than a quota can hold"}));
+}
+
+TEST_F(SessionReadTest, LargestQuotaThatFitsIsKept) {
+    ASSERT_EQ(read_session_text(R"({"domain": {"mails": [{"name": "a", "mbox_quota": 8388607, "mbox_quota_unit": "TB"},)"
+                                R"({"name": "b", "mbox_quota": 9223372036854775807}]}})"),
+              0);
+    EXPECT_EQ(existing_session_mail_data()->mails[0].mbox_quota, 8388607 * 1099511627776);
+    EXPECT_EQ(existing_session_mail_data()->mails[1].mbox_quota, INT64_MAX);
+    EXPECT_TRUE(logged().empty());
+}
+
+TEST(QuotaInBytes, RefusesEveryProductBeyondSigned64Bits) {
+    std::int64_t bytes = 7;
+    EXPECT_TRUE(crelm::mail::quota_in_bytes(3, "KB", bytes));
+    EXPECT_EQ(bytes, 3072);
+    EXPECT_TRUE(crelm::mail::quota_in_bytes(INT64_MAX / 1024, "KB", bytes));
+    EXPECT_EQ(bytes, INT64_MAX / 1024 * 1024);
+    bytes = 7;
+    EXPECT_FALSE(crelm::mail::quota_in_bytes(INT64_MAX / 1024 + 1, "KB", bytes));
+    EXPECT_FALSE(crelm::mail::quota_in_bytes(8796093022208, "MB", bytes));
+    EXPECT_FALSE(crelm::mail::quota_in_bytes(8589934592, "GB", bytes));
+    EXPECT_FALSE(crelm::mail::quota_in_bytes(INT64_MAX, "TB", bytes));
+    EXPECT_EQ(bytes, 7);
 }
 
 TEST(QuotaUnits, AreCaseSensitivePowersOf1024) {
@@ -74,7 +106,7 @@ TEST(QuotaUnits, UnknownUnitTurnsAPositiveQuotaIntoZero) {
     data.mails[0].mbox_quota_unit = "kb";
     data.mails.emplace_back().mbox_quota = -1;
     data.mails[1].mbox_quota_unit = "kb";
-    crelm::mail::convert_quotas_to_bytes(data);
+    EXPECT_TRUE(crelm::mail::convert_quotas_to_bytes(data));
     EXPECT_EQ(data.mails[0].mbox_quota, 0);
     EXPECT_EQ(data.mails[1].mbox_quota, -1);
 }
