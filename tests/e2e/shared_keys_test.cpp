@@ -85,11 +85,13 @@ TEST_F(SharedKeysWithOverlapTest, MailnameIsRefused) {
                    "the record " + overlap + " of another domain");
 }
 
-TEST_F(SharedKeysWithOverlapTest, MailnameOfTheLongerDomainIsRefused) {
-    const std::string seeded = "'" + domain_record(kDomain).substr(0, domain_record(kDomain).size() - 1) + "'";
-    expect_refused({"--add-mailname", "--domain-name=example.test-x.net", "--mailname=info"},
-                   "Unable to use info@example.test-x.net: its assign key 'example.test-x.net-info' collides with "
-                   "the record " + seeded + " of another domain");
+// The longer domain's own "+" record answers for all of
+// "example.test-x.net-...", so its mail names take nothing of example.test.
+TEST_F(SharedKeysWithOverlapTest, MailnameOfTheLongerDomainIsAccepted) {
+    run_process({"/bin/mkdir", "-p", kMailnamesDir + "/example.test-x.net"});
+    const auto result = run_sorvane({"--add-mailname", "--domain-name=example.test-x.net", "--mailname=info"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(read_file(kAssign).find(mailname_record("example.test-x.net", "info", "info")), 0u);
 }
 
 TEST_F(SharedKeysWithOverlapTest, MailAliasIsRefused) {
@@ -105,17 +107,57 @@ TEST_F(SharedKeysWithOverlapTest, MailnameRenameIsRefused) {
                    "the record " + overlap + " of another domain");
 }
 
-TEST_F(SharedKeysTest, DomainThatExtendsAnotherIsRefused) {
-    const std::string seeded = "'" + domain_record(kDomain).substr(0, domain_record(kDomain).size() - 1) + "'";
+// Look-alike domains live side by side, whichever comes first: the longer
+// one's "+" record wins for its own addresses.
+TEST_F(SharedKeysTest, DomainThatExtendsAnotherIsAccepted) {
+    const auto result = run_sorvane({"--add-domain", "--domain-name=example.test-x.net"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(read_file(kAssign).find(domain_record("example.test-x.net")), 0u);
+}
+
+TEST_F(SharedKeysTest, DomainThatAnotherExtendsIsAccepted) {
+    seed_domain_with_info("b.test-x.net");
+    const auto result = run_sorvane({"--add-domain", "--domain-name=b.test"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(read_file(kAssign).find(domain_record("b.test")), 0u);
+}
+
+TEST_F(SharedKeysTest, DomainRenameOntoAnExtensionIsAccepted) {
+    const auto result =
+        run_sorvane({"--rename-domain", "--old-domain-name=neighbour.test", "--new-domain-name=example.test-x.net"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(read_file(kAssign).find(domain_record("example.test-x.net")), std::string::npos);
+}
+
+// The theft itself, the other way round: example.test first gets the mail
+// name x.net-info, whose key "example.test-x.net-info" would then take
+// info@example.test-x.net.
+TEST_F(SharedKeysTest, DomainWhoseAddressHoldsAnotherDomainsMailnameIsRefused) {
+    const auto added = run_sorvane({"--add-mailname", "--domain-name=example.test", "--mailname=x.net-info"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    const std::string record = mailname_record(kDomain, "x.net-info", "x.net-info");
+    ASSERT_NE(read_file(kAssign).find(record), std::string::npos);
+    const std::string quoted = "'" + record.substr(0, record.size() - 1) + "'";
     expect_refused({"--add-domain", "--domain-name=example.test-x.net"},
-                   "Unable to use domain example.test-x.net: its addresses collide with the record " + seeded +
+                   "Unable to use domain example.test-x.net: its addresses collide with the record " + quoted +
+                       " of another domain in assign");
+    expect_refused({"--rename-domain", "--old-domain-name=neighbour.test", "--new-domain-name=example.test-x.net"},
+                   "Unable to use domain example.test-x.net: its addresses collide with the record " + quoted +
                        " of another domain in assign");
 }
 
-TEST_F(SharedKeysTest, DomainRenameOntoAnExtensionIsRefused) {
-    const std::string seeded = "'" + domain_record(kDomain).substr(0, domain_record(kDomain).size() - 1) + "'";
-    expect_refused({"--rename-domain", "--old-domain-name=neighbour.test", "--new-domain-name=example.test-x.net"},
-                   "Unable to use domain example.test-x.net: its addresses collide with the record " + seeded +
+// A rename that would give the renamed domain's mail name a key inside a
+// longer domain's addresses: c.test's x.net-info becomes
+// "d.test-x.net-info", info@d.test-x.net.
+TEST_F(SharedKeysTest, DomainRenameThatMovesAMailnameIntoALongerDomainIsRefused) {
+    seed_domain_with_info("d.test-x.net");
+    run_process({"/bin/mkdir", "-p", kMailnamesDir + "/c.test"});
+    seed_mail_tree("c.test", "x.net-info");
+    write_file(kAssign, mailname_record("c.test", "x.net-info", "x.net-info") + domain_record("c.test") +
+                            read_file(kAssign));
+    const std::string longer = "'" + domain_record("d.test-x.net").substr(0, domain_record("d.test-x.net").size() - 1) + "'";
+    expect_refused({"--rename-domain", "--old-domain-name=c.test", "--new-domain-name=d.test"},
+                   "Unable to use domain d.test: its addresses collide with the record " + longer +
                        " of another domain in assign");
 }
 

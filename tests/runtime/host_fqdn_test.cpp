@@ -25,7 +25,8 @@ const std::string kAdvice =
 class HostFqdnTest : public SandboxTest {
 protected:
     // Runs detect_host_fqdn with the given host name and /etc/hosts content;
-    // the child writes what it found (or "-1") to a file.
+    // the child writes what it found (or "-1") to a file. A buffer size of 0
+    // runs known_host_fqdn instead, whose result is written after "quiet:".
     std::pair<std::string, std::vector<LogRecord>> detect(const std::string& host_name, const std::string& hosts,
                                                           std::size_t buffer_size = 256) {
         const std::string hosts_path = scratch_dir() + "/hosts";
@@ -35,6 +36,10 @@ protected:
             if (unshare(CLONE_NEWUTS | CLONE_NEWNS) != 0 || sethostname(host_name.data(), host_name.size()) != 0 ||
                 mount(hosts_path.c_str(), "/etc/hosts", nullptr, MS_BIND, nullptr) != 0)
                 return 99;
+            if (buffer_size == 0) {
+                write_file(out_path, "quiet:" + known_host_fqdn());
+                return 0;
+            }
             std::string buffer(buffer_size, 'X');
             const int status = detect_host_fqdn(buffer.data(), buffer.size());
             write_file(out_path, status == 0 ? std::string(buffer.c_str()) : std::to_string(status));
@@ -75,6 +80,17 @@ TEST_F(HostFqdnTest, UnresolvableHostNameIsReported) {
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].text.rfind("Unable to resolve fqdn: ", 0), 0u) << records[0];
     EXPECT_EQ(records[1], (LogRecord{kMailError, kAdvice}));
+}
+
+TEST_F(HostFqdnTest, KnownNameWithoutReport) {
+    const auto [fqdn, records] = detect("mx", "192.0.2.7 mx.example.test mx\n", 0);
+    EXPECT_EQ(fqdn, "quiet:mx.example.test");
+    EXPECT_TRUE(records.empty());
+}
+
+TEST_F(HostFqdnTest, UnknownNameIsEmptyAndNotReported) {
+    EXPECT_EQ(detect("nowhere.invalid", "127.0.0.1 localhost\n", 0), (std::pair<std::string, std::vector<LogRecord>>{"quiet:", {}}));
+    EXPECT_EQ(detect("mx", "192.0.2.7 mx\n", 0), (std::pair<std::string, std::vector<LogRecord>>{"quiet:", {}}));
 }
 
 }  // namespace
