@@ -21,9 +21,12 @@ bool is_blank(char c) {
 }
 
 // The first line of control/me without surrounding white space; empty when
-// the file is missing, is not a regular file or cannot be read.
+// the file is missing, is not a regular file or cannot be read. The control
+// directory is root's, so a link there is the administrator's and followed;
+// the file is opened without blocking, so that a FIFO cannot hold the
+// command.
 std::string control_me_name() {
-    const util::UniqueFd fd(::open(kControlMe, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    const util::UniqueFd fd(::open(kControlMe, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat info {};
     if (!fd.valid() || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
         return {};

@@ -13,8 +13,8 @@ namespace crelm::qmail {
 // "it is this host's own name" when it equals (case aside) the first line of
 // control/me or the host's fully qualified name as resolved from its host
 // name. A missing or unreadable control/me and an unknown host name are no
-// reason; control/me is read without blocking and only when it is a regular
-// file.
+// reason; control/me is read without blocking and only when it is (or a
+// link leads to) a regular file.
 std::optional<std::string> host_own_name_refusal(const std::string& domain);
 
 }  // namespace crelm::qmail
