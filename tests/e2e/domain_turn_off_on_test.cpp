@@ -85,9 +85,11 @@ TEST_F(TurnDomainTest, TurningOnWithRejectListsTheDomainAndEachAliasOnce) {
               kNeighbour + "\n" + kDomain + "\n" + kAliasOne + "\n" + kAliasTwo + "\n");
 }
 
-TEST_F(TurnDomainTest, TurningOnWithBounceWritesThePhraseOnOneLine) {
+// A phrase with a newline is refused (see the hostile names tests); one on
+// one line is written with its shell syntax escaped.
+TEST_F(TurnDomainTest, TurningOnWithBounceWritesThePhraseQuoted) {
     expect_silent_success(run_sorvane(turn_off_args()));
-    expect_silent_success(run_sorvane(turn_on_args({"--set-bounce", "--phrase=Gone fishing;\nback $soon"})));
+    expect_silent_success(run_sorvane(turn_on_args({"--set-bounce", "--phrase=Gone fishing; back $soon"})));
     expect_server_state(read_server_state(),
                         on_again_state(kNeighbour + "\n", "|bouncesaying Gone\\ fishing\\;\\ back\\ \\$soon\n"));
 }
