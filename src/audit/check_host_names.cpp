@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "audit/host_names.h"
+#include "qmail/control_names.h"
 #include "qmail/paths.h"
 
 namespace crelm::audit {

@@ -1,11 +1,8 @@
 #include "audit/host_names.h"
 
-#include <netdb.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "qmail/control_names.h"
 
@@ -13,26 +10,15 @@ namespace crelm::audit {
 
 namespace {
 
-struct AddrInfoFree {
-    void operator()(addrinfo* info) const { freeaddrinfo(info); }
-};
-
-// The canonical name of the host as sorvane's domain rename resolves it
-// (the host name, IPv4, canonical name with a dot), or "".
-std::string canonical_host_name() {
+// The host's name as the system holds it, when it has a dot (as the
+// canonical name sorvane's domain rename keeps must). It is not resolved:
+// the audit sends nothing over the network, so a canonical name that
+// differs from the host name is known only through control/me.
+std::string system_host_name() {
     char host[65] = {};
     if (::gethostname(host, sizeof host - 1) != 0)
         return std::string();
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_flags = AI_CANONNAME;
-    addrinfo* raw = nullptr;
-    if (::getaddrinfo(host, nullptr, &hints, &raw) != 0)
-        return std::string();
-    const std::unique_ptr<addrinfo, AddrInfoFree> result(raw);
-    if (result == nullptr || result->ai_canonname == nullptr)
-        return std::string();
-    const std::string name = result->ai_canonname;
+    const std::string name = host;
     return name.find('.') == std::string::npos ? std::string() : qmail::lower_ascii(name);
 }
 
@@ -47,7 +33,7 @@ void read_host_names(ServerSnapshot& server) {
     const std::vector<std::string_view> lines = text_lines(server.me_file.text);
     if (server.me_file.state == FileState::present && !lines.empty())
         server.me = qmail::lower_ascii(std::string(lines.front()));
-    server.canonical_host_name = canonical_host_name();
+    server.system_host_name = system_host_name();
 }
 
 std::string host_name_reason(const ServerSnapshot& server, const std::string& name) {
@@ -59,8 +45,8 @@ std::string host_name_reason(const ServerSnapshot& server, const std::string& na
         return "localhost with a suffix";
     if (!server.me.empty() && name == server.me)
         return "the host's name in control/me";
-    if (!server.canonical_host_name.empty() && name == server.canonical_host_name)
-        return "the host's canonical name";
+    if (!server.system_host_name.empty() && name == server.system_host_name)
+        return "the host's own name";
     if (!name.empty() && name.front() == '[')
         return "an address literal";
     const std::size_t dot = name.rfind('.');

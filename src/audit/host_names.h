@@ -1,8 +1,9 @@
 // The host's own names, which no customer may host: mail to postmaster@ or
 // root@ one of them is the host's. They are "localhost" and the names
-// under it, the name in qmail's control/me, the host's canonical name (the
-// one sorvane's domain rename keeps in rcpthosts and locals), any name of
-// a single label, and address literals ("[1.2.3.4]", or a name whose last
+// under it, the name in qmail's control/me, the host's name as the system
+// holds it when it has a dot (sorvane's domain rename keeps the host's
+// canonical name in rcpthosts and locals; the audit does not resolve
+// names, so it takes the system's), any name of a single label, and address literals ("[1.2.3.4]", or a name whose last
 // label is all digits, such as 1.2.3.4, which no top-level domain is).
 #pragma once
 
@@ -14,8 +15,7 @@ namespace crelm::audit {
 
 inline constexpr const char* kControlMe = "/var/qmail/control/me";
 
-// Reads control/me and finds the host's canonical name (quietly: a host
-// without one simply has none).
+// Reads control/me and the system's host name.
 void read_host_names(ServerSnapshot& server);
 
 // Why name (lower-case ASCII) is one of the host's own names, e.g. "the

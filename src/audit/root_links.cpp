@@ -66,7 +66,7 @@ std::optional<RootLink> read_root_link(const std::string& path) {
         link.target.assign(target, static_cast<std::size_t>(length));
     if (info.st_uid != 0) {
         link.state = RootLinkState::foreign;
-        link.why = "is a symbolic link that root does not own";
+        link.why = "root does not own";
         return link;
     }
     const util::UniqueFd dir(::openat(parent.fd.get(), parent.name.c_str(), kFollowedDirectory));
@@ -82,7 +82,7 @@ std::optional<RootLink> read_root_link(const std::string& path) {
 
 util::UniqueFd open_root_directory(const std::string& path) {
     util::UniqueFd dir = mailbox::open_directory(path);
-    if (dir.valid() || errno != ELOOP)
+    if (dir.valid() || (errno != ELOOP && errno != ENOTDIR))
         return dir;
     const std::optional<RootLink> link = read_root_link(path);
     if (!link || link->state != RootLinkState::trusted) {
@@ -99,6 +99,19 @@ util::UniqueFd open_root_directory(const std::string& path) {
         return util::UniqueFd();
     }
     return dir;
+}
+
+std::string through_root_link(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos || slash == 0)
+        return path;
+    const std::string directory = path.substr(0, slash);
+    const std::optional<RootLink> link = read_root_link(directory);
+    if (!link || link->state != RootLinkState::trusted)
+        return path;
+    const util::UniqueFd dir = open_root_directory(directory);
+    const std::string resolved = dir.valid() ? resolved_path(dir.get()) : std::string();
+    return resolved.empty() ? path : resolved + path.substr(slash);
 }
 
 }  // namespace crelm::audit

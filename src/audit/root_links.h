@@ -39,4 +39,9 @@ std::optional<RootLink> read_root_link(const std::string& path);
 // Invalid with errno set otherwise (ELOOP for a link not followed).
 util::UniqueFd open_root_directory(const std::string& path);
 
+// The file path with its directory, when that is a configured root behind a
+// link the audit follows, replaced by where the link leads (for readers such
+// as SQLite that refuse every link on the way); otherwise path itself.
+std::string through_root_link(const std::string& path);
+
 }  // namespace crelm::audit

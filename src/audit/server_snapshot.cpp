@@ -27,8 +27,8 @@ void read_domain_dirs(ServerSnapshot& server) {
     util::UniqueFd root = open_root_directory(server.mailnames_dir);
     if (!root.valid()) {
         server.mailnames_dir_state.error = errno;
-        server.mailnames_dir_state.state = errno == ENOENT ? FileState::missing
-                                           : errno == ELOOP ? FileState::link
+        server.mailnames_dir_state.state = errno == ENOENT                     ? FileState::missing
+                                           : errno == ELOOP || errno == ENOTDIR ? FileState::link
                                                             : FileState::unreadable;
         return;
     }

@@ -47,11 +47,11 @@ struct ServerSnapshot {
     // The configured roots that are symbolic links (see audit/root_links.h).
     std::vector<RootLink> root_links;
 
-    // The host's own names: control/me's line, and the host's canonical
-    // name as sorvane's domain rename finds it ("" when there is none).
+    // The host's own names: control/me's line, and the system's host name
+    // when it has a dot ("" when there is none).
     TextFile me_file;
     std::string me;
-    std::string canonical_host_name;
+    std::string system_host_name;
 };
 
 ServerSnapshot read_server();

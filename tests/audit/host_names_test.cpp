@@ -53,7 +53,7 @@ TEST_F(HostNamesTest, TheSeededServerListsLocalhostAndIsClean) { expect_findings
 TEST_F(HostNamesTest, HostedLocalhostSingleLabelsAndAddressLiteralsAreFound) {
     write_file("/var/qmail/control/me", "mail.host.test\n", 0644);
     append_line(kLocalsPath, "mail.host.test");
-    for (const std::string& domain :
+    for (const char* domain :
          {"localhost", "localhost.localdomain", "mail.host.test", "test", "1.2.3.4", "[1.2.3.4]", "mail.localhost"})
         plant_hosted_domain(domain);
     const ProcessResult audit = run_sorvane_audit({"--repair-plan"});
@@ -82,8 +82,8 @@ TEST_F(HostNamesTest, HostedLocalhostSingleLabelsAndAddressLiteralsAreFound) {
 TEST_F(HostNamesTest, DomainAliasesThatAreHostNamesAreFound) {
     write_file("/var/qmail/control/me", "mail.host.test\n", 0644);
     append_line(kLocalsPath, "mail.host.test");
-    for (const std::string& alias : {"localhost", "mail.host.test", "single", "10.0.0.1"})
-        append_line("/var/qmail/control/virtualdomains", alias + ":" + kDomain);
+    for (const char* alias : {"localhost", "mail.host.test", "single", "10.0.0.1"})
+        append_line("/var/qmail/control/virtualdomains", std::string(alias) + ":" + kDomain);
     const ProcessResult audit = run_sorvane_audit({});
     EXPECT_EQ(audit.status, 1);
     const auto line = [](const std::string& alias, const std::string& reason) {
@@ -109,7 +109,8 @@ TEST_F(HostNamesTest, AHostNameThatLocalsLostIsFound) {
                      "to the host"});
     expect_needs_a_person({"needs a person: locals-missing-host-name /var/qmail/control/locals",
                            "needs a person: locals-missing-host-name /var/qmail/control/locals"});
-    write_file(kLocalsPath, "localhost\nMail.Host.Test\n", 0644);
+    write_file("/var/qmail/control/me", "Mail.Host.Test\n", 0644);
+    write_file(kLocalsPath, "localhost\nmail.host.test\n", 0644);
     expect_findings({});
 }
 
