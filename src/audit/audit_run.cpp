@@ -106,6 +106,8 @@ int run_audit(int argc, char** argv) {
     check_mail_names(context);
     check_stores(context);
     check_domain_keys(context);
+    check_host_names(context);
+    check_root_links(context);
     if (!options.expect.empty())
         compare_picture(context, picture);
 

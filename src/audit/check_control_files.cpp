@@ -127,7 +127,10 @@ void check_domain(const AuditContext& context, const std::string& domain, const 
     if (facts.plus_record == nullptr)
         context.findings.add(Severity::error, "domain-missing-assign-record", domain,
                              "no \"+" + domain + ":\" record in assign", complete(), RepairPhase::domains);
-    if (!facts.has_dir)
+    // Behind a link at the mail names directory that the audit does not
+    // follow, the domains' directories are unread, not missing: the link
+    // is the finding (root-link-unsafe).
+    if (!facts.has_dir && context.server.mailnames_dir_state.state != FileState::link)
         context.findings.add(Severity::error, "domain-missing-directory", domain,
                              "no directory " + context.server.mailnames_dir + "/" + domain, complete(),
                              RepairPhase::domains);

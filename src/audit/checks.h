@@ -15,5 +15,10 @@ void check_mail_names(const AuditContext& context);
 void check_stores(const AuditContext& context);
 // Key directories of domains that are neither hosted nor a domain alias.
 void check_domain_keys(const AuditContext& context);
+// Hosted domains and domain aliases that are the host's own names, and
+// the host's names missing from locals.
+void check_host_names(const AuditContext& context);
+// Configured roots that are symbolic links.
+void check_root_links(const AuditContext& context);
 
 }  // namespace crelm::audit

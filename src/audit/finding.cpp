@@ -2,6 +2,8 @@
 
 #include <tuple>
 
+#include "audit/shown_text.h"
+
 namespace crelm::audit {
 
 const char* severity_name(Severity severity) {
@@ -25,9 +27,9 @@ std::string finding_line(const Finding& finding) {
     line += ' ';
     line += finding.code;
     line += ' ';
-    line += finding.object;
+    line += shown_text(finding.object);
     line += ": ";
-    line += finding.detail;
+    line += shown_text(finding.detail);
     return line;
 }
 

@@ -34,7 +34,8 @@ struct Finding {
 // Findings print sorted by severity, code, object and detail.
 bool finding_before(const Finding& a, const Finding& b);
 
-// The text line "<severity> <code> <object>: <detail>".
+// The text line "<severity> <code> <object>: <detail>", object and detail
+// as shown_text shows them (one line, printable ASCII).
 std::string finding_line(const Finding& finding);
 
 }  // namespace crelm::audit

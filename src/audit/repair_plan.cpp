@@ -4,17 +4,29 @@
 #include <map>
 #include <utility>
 
-#include "runtime/shell_quote.h"
+#include "audit/shown_text.h"
+#include "runtime/command_line_quote.h"
 
 namespace crelm::audit {
 
 std::string shell_command_line(const std::vector<std::string>& arguments) {
-    std::string line = "sorvane";
-    for (const std::string& argument : arguments) {
-        line += ' ';
-        line += !argument.empty() && shell_is_plain(argument) ? argument : shell_quote(argument);
-    }
-    return line;
+    return command_line("sorvane", arguments);
+}
+
+std::string uncarried_argument(const Finding& finding) {
+    for (const std::vector<std::string>& repair : finding.repairs)
+        for (const std::string& argument : repair)
+            if (!command_line_carries(argument))
+                return shown_text(argument);
+    return std::string();
+}
+
+bool repairs_carried(const Finding& finding) {
+    for (const std::vector<std::string>& repair : finding.repairs)
+        for (const std::string& argument : repair)
+            if (!command_line_carries(argument))
+                return false;
+    return true;
 }
 
 namespace {
@@ -43,7 +55,7 @@ RepairPlan plan_repairs(const std::vector<Finding>& findings) {
     RepairPlan plan;
     std::map<std::string, std::size_t> planned;
     for (const Finding* finding : ordered) {
-        if (finding->repairs.empty()) {
+        if (finding->repairs.empty() || !repairs_carried(*finding)) {
             plan.for_a_person.push_back(finding);
             continue;
         }

@@ -1,8 +1,7 @@
 #include "audit/report_output.h"
 
-#include <cstdio>
-
 #include "audit/repair_plan.h"
+#include "audit/shown_text.h"
 
 namespace crelm::audit {
 
@@ -19,33 +18,14 @@ std::string counted(std::size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-std::string json_string(std::string_view text) {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        default:
-            if (c < 0x20) {
-                char escaped[8];
-                std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                out += escaped;
-            } else {
-                out += static_cast<char>(c);
-            }
-        }
-    }
-    return out + "\"";
+// "needs a person: <code> <object>", and for a repair that cannot be
+// pasted the value that stops it.
+std::string person_line(const Finding& finding) {
+    std::string line = "needs a person: " + finding.code + " " + shown_text(finding.object);
+    const std::string uncarried = uncarried_argument(finding);
+    if (!uncarried.empty())
+        line += " (its repair needs a value no paste carries: " + uncarried + ")";
+    return line;
 }
 
 void print_text(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
@@ -60,7 +40,7 @@ void print_text(std::ostream& out, const std::vector<Finding>& findings, const R
     for (const PlannedCommand& command : plan.commands)
         out << command.command_line << '\n';
     for (const Finding* finding : plan.for_a_person)
-        out << "needs a person: " << finding->code << ' ' << finding->object << '\n';
+        out << person_line(*finding) << '\n';
 }
 
 void print_json(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
@@ -68,13 +48,15 @@ void print_json(std::ostream& out, const std::vector<Finding>& findings, const R
     out << "{\"findings\":[";
     const char* separator = "";
     for (const Finding& finding : findings) {
-        out << separator << "{\"code\":" << json_string(finding.code)
-            << ",\"severity\":" << json_string(severity_name(finding.severity))
-            << ",\"object\":" << json_string(finding.object) << ",\"detail\":" << json_string(finding.detail)
-            << ",\"repair\":[";
+        out << separator << "{\"code\":" << json_plain_string(finding.code)
+            << ",\"severity\":" << json_plain_string(severity_name(finding.severity))
+            << ",\"object\":" << json_shown_string(finding.object)
+            << ",\"detail\":" << json_shown_string(finding.detail) << ",\"repair\":[";
         const char* inner = "";
-        for (const std::vector<std::string>& repair : finding.repairs) {
-            out << inner << json_string(shell_command_line(repair));
+        // A repair that cannot be pasted is left to a person here too.
+        for (const std::vector<std::string>& repair : repairs_carried(finding) ? finding.repairs
+                                                                               : decltype(finding.repairs){}) {
+            out << inner << json_plain_string(shell_command_line(repair));
             inner = ",";
         }
         out << "]}";
@@ -89,10 +71,10 @@ void print_json(std::ostream& out, const std::vector<Finding>& findings, const R
         out << ",\"repair_plan\":{\"commands\":[";
         separator = "";
         for (const PlannedCommand& command : plan.commands) {
-            out << separator << "{\"command\":" << json_string(command.command_line) << ",\"fixes\":[";
+            out << separator << "{\"command\":" << json_plain_string(command.command_line) << ",\"fixes\":[";
             const char* inner = "";
             for (const std::string& fix : command.fixes) {
-                out << inner << json_string(fix);
+                out << inner << json_shown_string(fix);
                 inner = ",";
             }
             out << "]}";
@@ -101,7 +83,7 @@ void print_json(std::ostream& out, const std::vector<Finding>& findings, const R
         out << "],\"needs_a_person\":[";
         separator = "";
         for (const Finding* finding : plan.for_a_person) {
-            out << separator << json_string(finding->code + " " + finding->object);
+            out << separator << json_shown_string(finding->code + " " + finding->object);
             separator = ",";
         }
         out << "]}";

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
+#include "audit/host_names.h"
 #include "mailbox/mailnames_root.h"
-#include "mailbox/open_directory.h"
 #include "qmail/mail_owner.h"
 #include "qmail/paths.h"
 #include "util/walk_steps.h"
@@ -24,11 +24,11 @@ LineFile read_line_file(const char* path) {
 }
 
 void read_domain_dirs(ServerSnapshot& server) {
-    util::UniqueFd root = mailbox::open_directory(server.mailnames_dir);
+    util::UniqueFd root = open_root_directory(server.mailnames_dir);
     if (!root.valid()) {
         server.mailnames_dir_state.error = errno;
-        server.mailnames_dir_state.state = errno == ENOENT ? FileState::missing
-                                           : errno == ELOOP ? FileState::link
+        server.mailnames_dir_state.state = errno == ENOENT                     ? FileState::missing
+                                           : errno == ELOOP || errno == ENOTDIR ? FileState::link
                                                             : FileState::unreadable;
         return;
     }
@@ -44,6 +44,30 @@ void read_domain_dirs(ServerSnapshot& server) {
             server.domain_dirs.push_back(std::move(name));
     }
     std::sort(server.domain_dirs.begin(), server.domain_dirs.end());
+}
+
+std::string directory_of(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
+}
+
+// The configured roots, each once, in the order they are named.
+void read_root_links(ServerSnapshot& server) {
+    const std::vector<std::string> roots{"/var/qmail",
+                                         qmail::kControlDir,
+                                         directory_of(qmail::kUsersAssign),
+                                         server.mailnames_dir,
+                                         directory_of(server.stores.auth.path),
+                                         directory_of(server.stores.handlers.path),
+                                         directory_of(server.stores.quota.path)};
+    std::vector<std::string> seen;
+    for (const std::string& root : roots) {
+        if (std::find(seen.begin(), seen.end(), root) != seen.end())
+            continue;
+        seen.push_back(root);
+        if (std::optional<RootLink> link = read_root_link(root))
+            server.root_links.push_back(std::move(*link));
+    }
 }
 
 }  // namespace
@@ -64,7 +88,9 @@ ServerSnapshot read_server() {
     server.cdb_exists = ::lstat("/var/qmail/users/cdb", &server.cdb_info) == 0;
 
     server.stores = read_store_rows();
+    read_root_links(server);
     read_domain_dirs(server);
+    read_host_names(server);
     return server;
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "audit/assign_table.h"
+#include "audit/root_links.h"
 #include "audit/store_rows.h"
 #include "audit/text_file.h"
 
@@ -42,6 +43,15 @@ struct ServerSnapshot {
     // (entries starting with "." left out), sorted.
     std::vector<std::string> domain_dirs;
     TextFile mailnames_dir_state;  // state of the mail names directory itself
+
+    // The configured roots that are symbolic links (see audit/root_links.h).
+    std::vector<RootLink> root_links;
+
+    // The host's own names: control/me's line, and the system's host name
+    // when it has a dot ("" when there is none).
+    TextFile me_file;
+    std::string me;
+    std::string system_host_name;
 };
 
 ServerSnapshot read_server();

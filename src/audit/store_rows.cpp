@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "audit/root_links.h"
 #include "stores/mail_auth_paths.h"
 #include "stores/mail_handlers_store.h"
 #include "stores/mailbox_quota_db.h"
@@ -82,8 +83,11 @@ int open_store_immutable(const std::string& path, crelm::SqliteDb& db, std::stri
     return code;
 }
 
-void open_store(StoreRead& store, const std::string& path) {
-    store.path = path;
+void open_store(StoreRead& store, const std::string& configured_path) {
+    store.path = configured_path;
+    // SQLite refuses any link on the way (SQLITE_OPEN_NOFOLLOW): a store
+    // directory that is a link the audit follows is opened where it leads.
+    const std::string path = through_root_link(configured_path);
     store.exists = ::lstat(path.c_str(), &store.info) == 0;
     if (!store.exists) {
         store.failure = "the store is missing";
