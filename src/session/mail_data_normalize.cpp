@@ -52,7 +52,11 @@ void lower_case_names(SessionMailData& data) {
 }
 
 bool quota_in_bytes(std::int64_t quota, const char* unit, std::int64_t& bytes) {
-    return !__builtin_mul_overflow(quota, quota_unit_multiplier(unit), &bytes);
+    std::int64_t product = 0;
+    if (__builtin_mul_overflow(quota, quota_unit_multiplier(unit), &product))
+        return false;
+    bytes = product;
+    return true;
 }
 
 bool convert_quotas_to_bytes(SessionMailData& data) {

@@ -10,8 +10,9 @@ TEST(ControlBytes, EveryByteBelowBlankAndDelCounts) {
         const std::string text = "ab" + std::string(1, static_cast<char>(byte)) + "c";
         const bool control = byte < 0x20 || byte == 0x7f;
         EXPECT_EQ(crelm::first_control_byte(text).has_value(), control) << byte;
-        if (control)
+        if (control) {
             EXPECT_EQ(*crelm::first_control_byte(text), byte);
+        }
     }
 }
 
