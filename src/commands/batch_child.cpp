@@ -1,5 +1,6 @@
 #include "commands/batch_child.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -54,18 +55,30 @@ int read_all(int fd, std::string& text) {
     }
 }
 
-// Descriptor source becomes target in the child (without close-on-exec,
-// as the standard descriptors of a fresh process are).
-void put_in_place(int source, int target) {
-    if (::dup2(source, target) < 0)
-        ::_exit(127);
+// The three files become the child's standard descriptors, and only they
+// stay open, as in a fresh process. Each is first moved above the standard
+// descriptors, so that none is overwritten before it is placed (the batch
+// may have been started with some of them closed).
+void put_standard_descriptors(const int (&files)[3]) {
+    constexpr int kAboveStandard = 10;
+    int moved[3];
+    for (int target = 0; target < 3; ++target)
+        if ((moved[target] = ::fcntl(files[target], F_DUPFD_CLOEXEC, kAboveStandard)) < 0)
+            ::_exit(127);
+    for (int target = 0; target < 3; ++target)
+        if (files[target] > STDERR_FILENO)
+            ::close(files[target]);
+    for (int target = 0; target < 3; ++target) {
+        // dup2 leaves the target open across exec, as a standard descriptor is.
+        if (::dup2(moved[target], target) < 0)
+            ::_exit(127);
+        ::close(moved[target]);
+    }
 }
 
 [[noreturn]] void run_in_child(const BatchCommand& command, const std::string& program, int input, int out,
                                int err) {
-    put_in_place(input, STDIN_FILENO);
-    put_in_place(out, STDOUT_FILENO);
-    put_in_place(err, STDERR_FILENO);
+    put_standard_descriptors({input, out, err});
     replace_password_input(command.password, command.crypted_password);
     std::vector<std::string> words{program};
     words.insert(words.end(), command.args.begin(), command.args.end());

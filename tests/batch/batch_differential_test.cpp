@@ -9,7 +9,7 @@
 #include <random>
 #include <regex>
 
-#include "e2e/batch_support.h"
+#include "batch/batch_support.h"
 #include "e2e/server_state.h"
 
 namespace sorvane::test {

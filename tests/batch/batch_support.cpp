@@ -1,4 +1,4 @@
-#include "e2e/batch_support.h"
+#include "batch/batch_support.h"
 
 #include <cstdio>
 #include <cstdlib>

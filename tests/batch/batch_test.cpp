@@ -4,7 +4,7 @@
 // password reaches the store and nothing else.
 #include <algorithm>
 
-#include "e2e/batch_support.h"
+#include "batch/batch_support.h"
 #include "e2e/server_state.h"
 
 namespace sorvane::test {
@@ -79,6 +79,14 @@ TEST_F(BatchTest, EveryCommandEndingZeroGivesZero) {
     EXPECT_EQ(objects[1].status, 0);
 }
 
+TEST_F(BatchTest, ALongBatchShowsNoProgressWhenStandardErrorIsNoTerminal) {
+    const std::vector<BatchEntry> entries(101, BatchEntry{{"--help-commands"}, {}, {}, {}});
+    const ProcessResult batch = run_batch(batch_document(entries));
+    EXPECT_EQ(batch.status, 0);
+    EXPECT_EQ(batch.err, "");
+    EXPECT_EQ(read_output_objects(batch.out).size(), 101u);
+}
+
 TEST_F(BatchTest, AnEmptyDocumentRunsNothingAndEndsZero) {
     const ServerState before = read_server_state();
     const ProcessResult batch = run_batch("");
@@ -100,17 +108,17 @@ const std::vector<MalformedLine> kMalformedLines = {
     {"{}", "member \"args\" missing at column 3"},
     {"{\"args\": []}", "\"args\" is empty: the command switch comes first at column 11"},
     {"{\"args\": \"--add-domain\"}", "expected \"args\" to be an array of strings at column 10"},
-    {"{\"args\": [\"--add-domain\", 5]}", "expected a string at column 26"},
-    {"{\"args\": [\"--help\"], \"args\": [\"--help\"]}", "member \"args\" given twice at column 30"},
-    {"{\"args\": [\"--help\"], \"user\": \"x\"}", "unknown member \"user\" at column 28"},
+    {"{\"args\": [\"--add-domain\", 5]}", "expected a string at column 27"},
+    {"{\"args\": [\"--help\"], \"args\": [\"--help\"]}", "member \"args\" given twice at column 29"},
+    {"{\"args\": [\"--help\"], \"user\": \"x\"}", "unknown member \"user\" at column 29"},
     {"{\"args\": [\"--help\"], \"password\": 5}", "expected \"password\" to be a string at column 34"},
     {"{\"args\": [\"--help\"], \"stdin\": null}", "expected \"stdin\" to be a string at column 31"},
     {"{\"args\": [\"--help\"], \"password\": \"a\", \"password\": \"b\"}",
-     "member \"password\" given twice at column 52"},
+     "member \"password\" given twice at column 50"},
     {"{\"args\": [\"--help\"]} {}", "text after the object at column 22"},
-    {"{\"args\": [\"--help\"]", "expected '}' at column 19"},
-    {"{\"args\": [\"--he\\lp\"]}", "invalid escape at column 16"},
-    {"{\"args\": [\"--help\tx\"]}", "control character in a string at column 17"},
+    {"{\"args\": [\"--help\"]", "expected ',' or '}' at column 20"},
+    {"{\"args\": [\"--he\\lp\"]}", "invalid escape at column 17"},
+    {"{\"args\": [\"--help\tx\"]}", "control character in a string at column 18"},
     {"{\"args\": [\"--help", "unterminated string at column 18"},
     {"{\"args\": [\"--help\\u0000\"]}", "NUL byte in an argument at column 25"},
     {"{\"args\": [\"--help\\ud800\"]}", "high surrogate without its low surrogate at column 24"},
@@ -127,8 +135,8 @@ TEST_F(BatchTest, ALineThatIsNotACommandRunsNothing) {
         EXPECT_EQ(batch.status, 2);
         EXPECT_EQ(batch.out, "");
         EXPECT_EQ(batch.err, "Error: batch line 2: " + malformed.reason + "; nothing was run\n");
-        expect_server_state(read_server_state(), before);
     }
+    expect_server_state(read_server_state(), before);
 }
 
 TEST_F(BatchTest, AnUnknownBatchOptionRunsNothing) {
@@ -144,7 +152,7 @@ TEST_F(BatchTest, AnUnknownBatchOptionRunsNothing) {
 std::vector<BatchEntry> failing_in_the_middle() {
     return {
         {mailname_args("--add-mailname", "first"), {}, {}, seeded_document()},
-        {mailname_args("--remove-mailname", "nobody-here"), {}, {}, seeded_document()},
+        {{"--no-such-command", "--domain-name=" + kDomain}, {}, {}, {}},
         {mailname_args("--add-mailname", "third"), {}, {}, seeded_document()},
     };
 }
@@ -182,7 +190,7 @@ TEST_F(BatchTest, EachCommandHasItsOwnPasswordOrNone) {
         {mailname_args("--add-mailbox", "one"), "first-secret", {}, seeded_document()},
         {mailname_args("--add-mailname", "two"), {}, {}, seeded_document()},
         {mailname_args("--add-mailbox", "two"), {}, {}, seeded_document()},
-        {mailname_args("--set-password", "info"), "second-secret", {}, {}},
+        {mailname_args("--set-password", "info"), "second-secret", {}, seeded_document()},
     };
     const std::vector<OutputObject> objects = read_output_objects(run_batch(batch_document(entries)).out);
     ASSERT_EQ(objects.size(), 5u);
@@ -211,10 +219,11 @@ TEST_F(BatchTest, APasswordReachesNoChildArgumentEnvironmentLogOrMessage) {
     const ProcessResult batch = run_batch(batch_document({
         {mailname_args("--add-mailname", "one"), {}, {}, seeded_document()},
         {mailname_args("--add-mailbox", "one"), secret, {}, seeded_document()},
-        {mailname_args("--set-password", "one"), secret, {}, {}},
-        {{"--rename-mailname", "--domain-name=" + kDomain, "--old-mailname=one", "--new-mailname=uno"}, secret, {}, {}},
+        {mailname_args("--set-password", "one"), secret, {}, seeded_document()},
+        {{"--rename-mailname", "--domain-name=" + kDomain, "--old-mailname=one", "--new-mailname=uno"},
+         secret, {}, seeded_document()},
     }));
-    EXPECT_NE(auth_users().find(auth_user_row("one", kDomain, secret)), std::string::npos);
+    EXPECT_NE(auth_users().find(auth_user_row("uno", kDomain, secret)), std::string::npos) << batch.out;
     const std::string seen = read_file("/tmp/seen-by-children");
     EXPECT_NE(seen, "") << "the children were not watched";
     EXPECT_EQ(seen.find(secret), std::string::npos) << seen;
@@ -222,6 +231,51 @@ TEST_F(BatchTest, APasswordReachesNoChildArgumentEnvironmentLogOrMessage) {
     EXPECT_EQ(batch.err.find(secret), std::string::npos);
     for (const std::string& record : syslog.records())
         EXPECT_EQ(record.find(secret), std::string::npos) << record;
+}
+
+}  // namespace
+}  // namespace sorvane::test
+
+namespace sorvane::test {
+namespace {
+
+// The README's example, smaller: a new domain, enabled, with its mail names
+// and mailboxes in one batch, then the audit finds it in step.
+class BatchNewDomainTest : public SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        seed_empty_server();
+    }
+};
+
+TEST_F(BatchNewDomainTest, ANewDomainWithItsMailboxesInOneRunAuditsClean) {
+    const std::string domain = "shop.example";
+    const std::string d = "--domain-name=" + domain;
+    const std::string data = R"({"domain": {"name": ")" + domain + R"(", "mails": []}})";
+    std::vector<BatchEntry> entries = {
+        {{"--add-domain", d}, {}, {}, {}},
+        {{"--turn-on-domain", d, "--set-reject"}, {}, {}, data},
+    };
+    constexpr int kMailboxes = 40;
+    for (int i = 1; i <= kMailboxes; ++i) {
+        const std::string m = "--mailname=user" + std::to_string(i);
+        entries.push_back({{"--add-mailname", d, m}, {}, {}, data});
+        entries.push_back({{"--add-mailbox", d, m}, "pw-" + std::to_string(i), {}, data});
+    }
+    const ProcessResult batch = run_batch(batch_document(entries), {"--stop-on-error"});
+    EXPECT_EQ(batch.status, 0) << batch.out;
+    EXPECT_EQ(batch.err, "");
+    const std::vector<OutputObject> objects = read_output_objects(batch.out);
+    ASSERT_EQ(objects.size(), entries.size());
+    for (const OutputObject& object : objects)
+        EXPECT_EQ(object.status, 0) << "line " << object.line << ": " << object.err;
+    const std::string users = auth_users();
+    EXPECT_NE(users.find(auth_user_row("user40", domain, "pw-40")), std::string::npos) << users;
+
+    const ProcessResult audit = run_sorvane_audit({"--domain=" + domain});
+    EXPECT_EQ(audit.status, 0) << audit.out << audit.err;
+    EXPECT_EQ(audit.err, "");
 }
 
 }  // namespace
