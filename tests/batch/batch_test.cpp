@@ -2,7 +2,12 @@
 // each command alone prints, a document with one bad line runs nothing,
 // --stop-on-error ends the batch at the first command that fails, and a
 // password reaches the store and nothing else.
+#include <sys/mount.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "batch/batch_support.h"
 #include "e2e/server_state.h"
@@ -85,6 +90,36 @@ TEST_F(BatchTest, ALongBatchShowsNoProgressWhenStandardErrorIsNoTerminal) {
     EXPECT_EQ(batch.status, 0);
     EXPECT_EQ(batch.err, "");
     EXPECT_EQ(read_output_objects(batch.out).size(), 101u);
+}
+
+// The sandbox's /dev has no terminals: a private devpts instance gives it
+// some (the test process has a mount namespace of its own).
+void mount_terminals() {
+    ASSERT_EQ(mount("devpts", "/dev/pts", "devpts", 0, "newinstance,ptmxmode=0666"), 0) << std::strerror(errno);
+    ASSERT_EQ(symlink("/dev/pts/ptmx", "/dev/ptmx"), 0) << std::strerror(errno);
+}
+
+// What a batch of count --help-commands writes on a terminal: script(1)
+// gives it one as standard error (standard output goes to a file).
+std::string terminal_output(std::size_t count) {
+    mount_terminals();
+    const std::string document = scratch_dir() + "/document";
+    write_file(document, batch_document(std::vector<BatchEntry>(count, BatchEntry{{"--help-commands"}, {}, {}, {}})));
+    const std::string command = sorvane_path() + " --batch < " + document + " > " + scratch_dir() + "/out";
+    const ProcessResult script = run_process({"/usr/bin/script", "-qec", command, "/dev/null"});
+    EXPECT_EQ(script.status, 0) << script.err;
+    EXPECT_EQ(read_output_objects(read_file(scratch_dir() + "/out")).size(), count);
+    return script.out;
+}
+
+TEST_F(BatchTest, ALongBatchShowsItsProgressOnATerminal) {
+    const std::string shown = terminal_output(101);
+    EXPECT_NE(shown.find("\rsorvane --batch: 1 of 101 commands run"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\rsorvane --batch: 101 of 101 commands run\r\n"), std::string::npos) << shown;
+}
+
+TEST_F(BatchTest, ABatchOfAHundredShowsNoProgressEvenOnATerminal) {
+    EXPECT_EQ(terminal_output(100), "");
 }
 
 TEST_F(BatchTest, AnEmptyDocumentRunsNothingAndEndsZero) {
