@@ -292,7 +292,7 @@ TEST_F(BatchNewDomainTest, ANewDomainWithItsMailboxesInOneRunAuditsClean) {
         {{"--add-domain", d}, {}, {}, {}},
         {{"--turn-on-domain", d, "--set-reject"}, {}, {}, data},
     };
-    constexpr int kMailboxes = 40;
+    constexpr int kMailboxes = 20;
     for (int i = 1; i <= kMailboxes; ++i) {
         const std::string m = "--mailname=user" + std::to_string(i);
         entries.push_back({{"--add-mailname", d, m}, {}, {}, data});
@@ -306,7 +306,7 @@ TEST_F(BatchNewDomainTest, ANewDomainWithItsMailboxesInOneRunAuditsClean) {
     for (const OutputObject& object : objects)
         EXPECT_EQ(object.status, 0) << "line " << object.line << ": " << object.err;
     const std::string users = auth_users();
-    EXPECT_NE(users.find(auth_user_row("user40", domain, "pw-40")), std::string::npos) << users;
+    EXPECT_NE(users.find(auth_user_row("user20", domain, "pw-20")), std::string::npos) << users;
 
     const ProcessResult audit = run_sorvane_audit({"--domain=" + domain});
     EXPECT_EQ(audit.status, 0) << audit.out << audit.err;
