@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "commands/batch_command.h"
 #include "commands/handlers.h"
 #include "stores/mail_auth_paths.h"
 #include "util/lock_directory.h"
@@ -60,6 +61,10 @@ int dispatch(int argc, char** argv) {
     if (argc < 2)
         dispatch_error("no command specified");
     const std::string command_switch = argv[1];
+    // A batch takes no lock itself: each of its commands is dispatched
+    // here again, in a process of its own.
+    if (command_switch == "--batch")
+        return batch_command(argc - 1, argv + 1, argv[0]);
     const auto table = command_table();
     const auto found = table.find(command_switch);
     if (found == table.end())

@@ -11,12 +11,19 @@
 // every later call answers from them. Not reentrant.
 #pragma once
 
+#include <optional>
 #include <string>
 
 // Takes both variables out of the environment now and keeps their values for
 // the functions below (the program does it first thing, so that no command,
 // whether it reads a password or not, hands them to a child).
 void take_password_variables();
+
+// Replaces the values taken from the environment (which are wiped) with the
+// given ones, as if they had been the variables' values: an empty value
+// counts as unset. A command of a batch gets its own password this way,
+// without it ever being in an environment.
+void replace_password_input(std::optional<std::string> plain, std::optional<std::string> crypted);
 
 // The value of QVT_PASSWORD (cut to 4095 characters), empty if unset.
 const std::string& get_plain_password();

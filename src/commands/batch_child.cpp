@@ -1,0 +1,134 @@
+#include "commands/batch_child.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <vector>
+
+#include "commands/dispatcher.h"
+#include "commands/top_level.h"
+#include "runtime/password_input.h"
+#include "util/unique_fd.h"
+
+namespace crelm::mail::sorvane_commands {
+namespace {
+
+using crelm::util::UniqueFd;
+
+// An anonymous file in memory: the child's standard input, output or error.
+UniqueFd memory_file(const char* name) {
+    return UniqueFd(::memfd_create(name, MFD_CLOEXEC));
+}
+
+int write_all(int fd, const std::string& text) {
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t written = ::write(fd, text.data() + done, text.size() - done);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return -1;
+        done += static_cast<std::size_t>(written);
+    }
+    return 0;
+}
+
+// The whole content of a memory file, from its start.
+int read_all(int fd, std::string& text) {
+    text.clear();
+    char buffer[65536];
+    for (off_t offset = 0;;) {
+        const ssize_t got = ::pread(fd, buffer, sizeof buffer, offset);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return -1;
+        if (got == 0)
+            return 0;
+        text.append(buffer, static_cast<std::size_t>(got));
+        offset += got;
+    }
+}
+
+// The three files become the child's standard descriptors, and only they
+// stay open, as in a fresh process. Each is first moved above the standard
+// descriptors, so that none is overwritten before it is placed (the batch
+// may have been started with some of them closed).
+void put_standard_descriptors(const int (&files)[3]) {
+    constexpr int kAboveStandard = 10;
+    int moved[3];
+    for (int target = 0; target < 3; ++target)
+        if ((moved[target] = ::fcntl(files[target], F_DUPFD_CLOEXEC, kAboveStandard)) < 0)
+            ::_exit(127);
+    for (int target = 0; target < 3; ++target)
+        if (files[target] > STDERR_FILENO)
+            ::close(files[target]);
+    for (int target = 0; target < 3; ++target) {
+        // dup2 leaves the target open across exec, as a standard descriptor is.
+        if (::dup2(moved[target], target) < 0)
+            ::_exit(127);
+        ::close(moved[target]);
+    }
+}
+
+[[noreturn]] void run_in_child(const BatchCommand& command, const std::string& program, int input, int out,
+                               int err) {
+    put_standard_descriptors({input, out, err});
+    replace_password_input(command.password, command.crypted_password);
+    std::vector<std::string> words{program};
+    words.insert(words.end(), command.args.begin(), command.args.end());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    const int argc = static_cast<int>(words.size());
+    // As main returns: exit flushes the streams into the captured files.
+    std::exit(run_with_top_level_handling([&] { return dispatch(argc, argv.data()); }));
+}
+
+int child_status(int wait_status) {
+    if (WIFSIGNALED(wait_status))
+        return 128 + WTERMSIG(wait_status);
+    return WEXITSTATUS(wait_status);
+}
+
+int wait_for(pid_t child, int& status) {
+    int wait_status = 0;
+    while (::waitpid(child, &wait_status, 0) < 0)
+        if (errno != EINTR)
+            return -1;
+    status = child_status(wait_status);
+    return 0;
+}
+
+}  // namespace
+
+int run_batch_child(const BatchCommand& command, const std::string& program, BatchOutcome& outcome) {
+    UniqueFd input = memory_file("sorvane-batch-stdin");
+    UniqueFd out = memory_file("sorvane-batch-stdout");
+    UniqueFd err = memory_file("sorvane-batch-stderr");
+    if (!input.valid() || !out.valid() || !err.valid())
+        return -1;
+    if (command.stdin_text && (write_all(input.get(), *command.stdin_text) < 0 || ::lseek(input.get(), 0, SEEK_SET) < 0))
+        return -1;
+    // Nothing buffered here may be written twice, once by each process.
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child < 0)
+        return -1;
+    if (child == 0)
+        run_in_child(command, program, input.get(), out.get(), err.get());
+    if (wait_for(child, outcome.status) < 0 || read_all(out.get(), outcome.out) < 0 ||
+        read_all(err.get(), outcome.err) < 0)
+        return -1;
+    return 0;
+}
+
+}  // namespace crelm::mail::sorvane_commands

@@ -1,0 +1,156 @@
+// sorvane --batch [--stop-on-error]: the commands of a batch document run one
+// after another, each as its own process, and one output object for each.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "commands/batch_child.h"
+#include "commands/batch_command.h"
+#include "commands/batch_document.h"
+#include "commands/batch_output.h"
+
+namespace crelm::mail::sorvane_commands {
+namespace {
+
+// The exit statuses of the batch itself.
+constexpr int kEveryCommandSucceeded = 0;
+constexpr int kSomeCommandFailed = 1;
+constexpr int kBatchNotRun = 2;
+
+// Batches longer than this show their progress on a terminal.
+constexpr std::size_t kProgressThreshold = 100;
+
+struct BatchSettings {
+    bool stop_on_error = false;
+};
+
+int batch_usage_error(const std::string& message) {
+    std::fprintf(stderr, "Error: %s\nUsage: sorvane --batch [--stop-on-error] < document\n", message.c_str());
+    return kBatchNotRun;
+}
+
+int read_settings(int argc, char** argv, BatchSettings& settings) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--stop-on-error") != 0)
+            return batch_usage_error(std::string("unknown option ") + argv[i] + " for --batch");
+        settings.stop_on_error = true;
+    }
+    return 0;
+}
+
+int read_standard_input(std::string& text) {
+    char buffer[65536];
+    for (;;) {
+        const ssize_t got = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return -1;
+        if (got == 0)
+            break;
+        text.append(buffer, static_cast<std::size_t>(got));
+    }
+    explicit_bzero(buffer, sizeof buffer);
+    return 0;
+}
+
+// The document, read whole and checked whole before anything runs; the
+// text read is wiped, since it holds the passwords.
+bool read_document(BatchDocument& document) {
+    std::string text;
+    const int read_result = read_standard_input(text);
+    const int read_errno = errno;
+    if (read_result == 0)
+        document = parse_batch_document(text);
+    explicit_bzero(text.data(), text.size());
+    if (read_result < 0) {
+        std::fprintf(stderr, "Error: unable to read the batch document: %s\n", std::strerror(read_errno));
+        return false;
+    }
+    if (document.failed_line != 0) {
+        std::fprintf(stderr, "Error: batch line %zu: %s; nothing was run\n", document.failed_line,
+                     document.reason.c_str());
+        return false;
+    }
+    return true;
+}
+
+int write_output(const std::string& text) {
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t written = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return -1;
+        done += static_cast<std::size_t>(written);
+    }
+    return 0;
+}
+
+class Progress {
+public:
+    explicit Progress(std::size_t total)
+        : total_(total), shown_(total > kProgressThreshold && ::isatty(STDERR_FILENO) == 1) {}
+
+    void done(std::size_t count) const {
+        if (shown_)
+            std::fprintf(stderr, "\rsorvane --batch: %zu of %zu commands run", count, total_);
+    }
+    void finish() const {
+        if (shown_)
+            std::fputs("\n", stderr);
+    }
+
+private:
+    std::size_t total_;
+    bool shown_;
+};
+
+int run_commands(BatchDocument& document, const std::string& program, const BatchSettings& settings) {
+    int result = kEveryCommandSucceeded;
+    const Progress progress(document.commands.size());
+    std::size_t count = 0;
+    for (BatchCommand& command : document.commands) {
+        BatchOutcome outcome;
+        const int run = run_batch_child(command, program, outcome);
+        const int run_errno = errno;
+        command.wipe_passwords();
+        if (run < 0) {
+            progress.finish();
+            std::fprintf(stderr, "Error: unable to run batch line %zu: %s\n", command.line, std::strerror(run_errno));
+            return kBatchNotRun;
+        }
+        if (write_output(batch_output_object(command.line, outcome.status, outcome.out, outcome.err)) < 0) {
+            progress.finish();
+            std::fprintf(stderr, "Error: unable to write the batch output: %s\n", std::strerror(errno));
+            return kBatchNotRun;
+        }
+        progress.done(++count);
+        if (outcome.status != 0) {
+            result = kSomeCommandFailed;
+            if (settings.stop_on_error)
+                break;
+        }
+    }
+    progress.finish();
+    for (BatchCommand& command : document.commands)
+        command.wipe_passwords();
+    return result;
+}
+
+}  // namespace
+
+int batch_command(int argc, char** argv, const char* program) {
+    BatchSettings settings;
+    if (const int refused = read_settings(argc, argv, settings); refused != 0)
+        return refused;
+    BatchDocument document;
+    if (!read_document(document))
+        return kBatchNotRun;
+    return run_commands(document, program, settings);
+}
+
+}  // namespace crelm::mail::sorvane_commands
