@@ -37,18 +37,22 @@ RecordLookup take_row(sqlite3_stmt* statement, LoginRecord& record, std::string&
 }
 
 // Why the store cannot be opened, told plainly where it is a permission.
+std::string permission_failure(const std::string& path) {
+    return "cannot read " + path + ": permission denied to uid " + std::to_string(::geteuid()) +
+           " (the store is readable by root and group nofiles only; the mail server's authentication process "
+           "must run sorvane-auth as root)";
+}
+
 std::string open_failure(const std::string& path, const std::string& sqlite_text) {
     if (::access(path.c_str(), R_OK) != 0 && errno == EACCES)
-        return "cannot read " + path + ": permission denied to uid " + std::to_string(::geteuid()) +
-               " (the store is readable by root and group nofiles only; the mail server's authentication "
-               "process must run sorvane-auth as root)";
+        return permission_failure(path);
     return "cannot open " + path + ": " + sqlite_text;
 }
 
 RecordLookup open_store(const std::string& path, crelm::SqliteDb& db, std::string& failure) {
     struct stat info {};
     if (::lstat(path.c_str(), &info) != 0) {
-        failure = "cannot read " + path + ": " + std::strerror(errno);
+        failure = errno == EACCES ? permission_failure(path) : "cannot read " + path + ": " + std::strerror(errno);
         return RecordLookup::failed;
     }
     if (!S_ISREG(info.st_mode)) {

@@ -49,7 +49,7 @@ TEST(CheckpasswordInput, EmptyLoginAndPasswordAreFields) {
 }
 
 TEST(CheckpasswordInput, MissingZeroBytesAreMalformed) {
-    for (const std::string bytes : {std::string(), std::string("no zero byte"), std::string("login\0pw", 8)}) {
+    for (const std::string& bytes : {std::string(), std::string("no zero byte"), std::string("login\0pw", 8)}) {
         CheckpasswordInput input;
         EXPECT_EQ(read_bytes(bytes, input), InputStatus::malformed) << bytes.size();
     }

@@ -34,7 +34,7 @@ TEST(LoginAddress, SplitsAtTheLastAt) {
 }
 
 TEST(LoginAddress, RefusesWhatIsNoAddress) {
-    for (const std::string login : {"info", "@example.test", "info@", "", "in fo@example.test", "info@exa\tmple.test",
+    for (const char* login : {"info", "@example.test", "info@", "", "in fo@example.test", "info@exa\tmple.test",
                                     "info\n@example.test", "info@\x7f.test"}) {
         LoginAddress address;
         EXPECT_EQ(parse_login_address(login, address), -1) << login;

@@ -41,7 +41,7 @@ TEST_F(MailHomeTest, MailNameAndAliasReachTheMailNamesHome) {
     for (const bool compiled : {false, true}) {
         if (compiled)
             compile_users_cdb();
-        for (const std::string local : {"info", "sales"}) {
+        for (const char* local : {"info", "sales"}) {
             MailHome home;
             ASSERT_EQ(find(local, "example.test", home), HomeLookup::found) << local << compiled;
             EXPECT_EQ(home.home, "/var/qmail/mailnames/example.test/info");

@@ -122,7 +122,8 @@ TEST_F(TracedLoginTest, LoginChangesNothingAndHandsNoPasswordOn) {
     EXPECT_EQ(tree_state(), before);
     EXPECT_EQ(changing_calls(trace.own_calls), std::vector<std::string>{});
     ASSERT_EQ(trace.execs.size(), 1U) << trace.execs.size();
-    EXPECT_EQ(trace.execs[0].rfind("execve(\"/usr/bin/env\", [\"/usr/bin/env\"], [", 0), 0U) << trace.execs[0];
+    EXPECT_EQ(call_of(trace.execs[0]).second.rfind("\"/usr/bin/env\", [\"/usr/bin/env\"], [", 0), 0U)
+        << trace.execs[0];
     EXPECT_EQ(trace.execs[0].find(kPassword), std::string::npos) << trace.execs[0];
     EXPECT_NE(trace.execs[0].find("\"USER=sales@alias-one.test\""), std::string::npos) << trace.execs[0];
     EXPECT_EQ(trace.result.out.find(kPassword), std::string::npos);
