@@ -77,10 +77,11 @@ echo "| logins in the store | sorvane-auth | floor (auth_floor_lookup) | ratio m
 echo "|---|---|---|---|"
 for count in "${counts[@]}"; do
     fresh_server
-    python3 - "$sorvane" "$auth" "$floor" "$runs" "$count" <<'PY'
+    python3 - "$sorvane" "$auth" "$floor" "$runs" "$count" "$private" <<'PY'
 import os, sqlite3, statistics, struct, subprocess, sys, time
 
 sorvane, auth, floor, runs, count = sys.argv[1], sys.argv[2], sys.argv[3], int(sys.argv[4]), int(sys.argv[5])
+private = sys.argv[6]
 PASSWORD = "Bench-pass 1"
 AUTH_DB = "/var/lib/crelm/mail/auth/passwd.db"
 domains = max(1, count // 100)
@@ -150,9 +151,9 @@ with open("/var/qmail/users/cdb", "wb") as f:
     f.write(records)
 
 login = "%s@%s" % (mail_name(count // 2), domain_name((count // 2) % domains))
-with open("/tmp/auth-bench-input", "wb") as f:
+with open(private + "/input", "wb") as f:
     f.write(login.encode() + b"\0" + PASSWORD.encode() + b"\0")
-fd = os.open("/tmp/auth-bench-input", os.O_RDONLY)
+fd = os.open(private + "/input", os.O_RDONLY)
 if fd != 3:
     os.dup2(fd, 3)
     os.close(fd)
