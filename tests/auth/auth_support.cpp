@@ -27,7 +27,7 @@ std::string login_input(const std::string& login, const std::string& password) {
 
 namespace {
 
-std::vector<std::string> child_environment(const std::vector<std::string>& extra) {
+std::vector<std::string> child_environment(const std::vector<std::string>& extra, bool traced) {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text(*entry);
@@ -36,7 +36,8 @@ std::vector<std::string> child_environment(const std::vector<std::string>& extra
     }
     entries.insert(entries.end(), extra.begin(), extra.end());
     // The leak checker of a sanitizer build cannot work under ptrace.
-    entries.emplace_back("ASAN_OPTIONS=detect_leaks=0");
+    if (traced)
+        entries.emplace_back("ASAN_OPTIONS=detect_leaks=0");
     return entries;
 }
 
@@ -65,7 +66,7 @@ ProcessResult run_auth(const AuthRunOptions& options) {
     std::vector<std::string> argv = options.prefix;
     argv.push_back(sorvane_auth_path());
     argv.insert(argv.end(), options.program.begin(), options.program.end());
-    std::vector<std::string> env = child_environment(options.env);
+    std::vector<std::string> env = child_environment(options.env, !options.prefix.empty());
     std::vector<char*> argv_pointers = pointers(argv);
     std::vector<char*> env_pointers = pointers(env);
     const pid_t pid = fork();
