@@ -12,10 +12,11 @@ import poplib
 import re
 import shutil
 import socket
+import sqlite3
 import subprocess
 
 from checks_deliveries import PASSWORD, expect, expect_local, landed, need
-from mailserver import Domain, MAILNAMES, QMAIL, STATE, SuiteError, mount, read, wait_until, write
+from mailserver import Domain, STATE, STORES, SuiteError, mount, read, wait_until, write
 from mailserver import run as run_program
 
 GROUP = "logins"
@@ -280,6 +281,17 @@ def core_logins(server):
     return "; ".join(details)
 
 
+def store_addresses():
+    """Every address the authentication store holds, with its statuses."""
+    connection = sqlite3.connect("file:%s?mode=ro" % STORES[2], uri=True)
+    try:
+        return ["%s@%s(%d/%d)" % row for row in connection.execute(
+            "SELECT u.name, d.name, u.status, d.status FROM users AS u, domains AS d WHERE u.dom_id = d.id "
+            "ORDER BY d.name, u.name")]
+    finally:
+        connection.close()
+
+
 def openssl_crypt(password):
     result = run_program(["openssl", "passwd", "-6", "-salt", "Sorvane1", password])
     return result.stdout.strip()
@@ -388,7 +400,9 @@ def every_command(server):
     for address in ("contact@example.info", "contact@example.net", "contact@example.com"):
         expect_refused(address, "Changed-4321")
     step("--remove-domain")
-    return "logins right after %s" % ", ".join(steps)
+    # what the store keeps that only the missing mailbox keeps from logging in
+    left = store_addresses()
+    return "logins right after %s; store rows left: %s" % (", ".join(steps), ", ".join(left) or "none")
 
 
 def run(server, results, options):
