@@ -40,7 +40,7 @@ void open_store(StoreRead& store, const std::string& path) {
     // A journal that nobody holds and that holds nothing would still be
     // opened by SQLite to find that out.
     const int code = journal == StoreJournal::stale ? open_store_immutable(path, store.db, store.failure)
-                                               : open_store_read_only(path, store.db, store.failure);
+                                                    : open_store_read_only(path, store.db, store.failure);
     if (code != SQLITE_OK) {
         store.code = store.db ? sqlite3_extended_errcode(store.db.get()) : SQLITE_CANTOPEN;
         store.db.reset(nullptr);

@@ -99,7 +99,8 @@ int check_login(char** program) {
     CheckpasswordInput input;
     const InputStatus read = read_checkpassword_input(kCheckpasswordFd, input);
     if (read != InputStatus::ok) {
-        say(std::string(input_status_text(read)) + (read == InputStatus::read_failed ? std::string(": ") + std::strerror(errno) : ""));
+        const std::string reason = read == InputStatus::read_failed ? std::string(": ") + std::strerror(errno) : "";
+        say(input_status_text(read) + reason);
         return kExitMisused;
     }
     Login login;

@@ -85,7 +85,8 @@ std::vector<std::string> changing_calls(const std::vector<std::string>& calls) {
     for (const std::string& line : calls) {
         const auto [call, args] = call_of(line);
         const std::string unquoted = std::regex_replace(args, kQuoted, "\"\"");
-        if (kChangingCalls.count(call) != 0 || (kOpenCalls.count(call) != 0 && std::regex_search(unquoted, kWritingFlag)))
+        const bool opens_for_writing = kOpenCalls.count(call) != 0 && std::regex_search(unquoted, kWritingFlag);
+        if (kChangingCalls.count(call) != 0 || opens_for_writing)
             found.push_back(line);
     }
     return found;
