@@ -53,8 +53,12 @@ service stats {
     mode = 0666
   }
 }
-!include %(example)s
+%(sanitized)s!include %(example)s
 """
+
+# A sanitizer build of sorvane-auth reserves terabytes of address space for
+# its shadow memory: Dovecot's default limit on a process's size would kill it.
+SANITIZED = "default_vsz_limit = 0\n"
 
 
 def example_path(server):
@@ -78,6 +82,11 @@ def install_sorvane_auth(server):
     os.chmod(INSTALLED_AUTH, 0o755)
 
 
+def sanitized(program):
+    linked = run_program(["ldd", program], check=False).stdout
+    return "libasan" in linked
+
+
 def listening(port):
     try:
         with socket.create_connection(("127.0.0.1", port), timeout=1):
@@ -94,7 +103,8 @@ def start_dovecot(server):
     install_sorvane_auth(server)
     os.makedirs("/etc/dovecot", exist_ok=True)
     write("/etc/dovecot/dovecot.conf", CONFIG % {"state": STATE, "uid": server.popuser.pw_uid,
-                                                 "example": example_path(server)})
+                                                 "example": example_path(server),
+                                                 "sanitized": SANITIZED if sanitized(INSTALLED_AUTH) else ""})
     for directory in ("/run/dovecot", "/run/dovecot-state"):
         os.makedirs(directory, exist_ok=True)
     write(STATE + "/dovecot.log", "", 0o666)
