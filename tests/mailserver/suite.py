@@ -19,6 +19,7 @@ import checks_concurrency  # noqa: E402
 import checks_deliveries  # noqa: E402
 import checks_dovecot  # noqa: E402
 import checks_faults  # noqa: E402
+import checks_logins  # noqa: E402
 import checks_powerloss  # noqa: E402
 
 GROUPS = [
@@ -26,6 +27,7 @@ GROUPS = [
     ("deliveries", checks_deliveries),
     ("powerloss", checks_powerloss),
     ("dovecot", checks_dovecot),
+    ("logins", checks_logins),
     ("concurrency", checks_concurrency),
     ("crashes", checks_crashes),
     ("faults", checks_faults),
