@@ -15,5 +15,9 @@ void check_mail_names(const AuditContext& context);
 void check_stores(const AuditContext& context);
 // Key directories of domains that are neither hosted nor a domain alias.
 void check_domain_keys(const AuditContext& context);
+// What the server lacks for sorvane to work at all: accounts, qmail's
+// programs and directories, the service helper, the configuration and the
+// stores' directory; each with what a person must do.
+void check_readiness(const AuditContext& context);
 
 }  // namespace crelm::audit

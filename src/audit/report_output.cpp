@@ -48,6 +48,14 @@ std::string json_string(std::string_view text) {
     return out + "\"";
 }
 
+// "<code> <object>", and what the person runs when the finding says.
+std::string person_line(const Finding& finding) {
+    std::string line = finding.code + " " + finding.object;
+    if (!finding.person_fix.empty())
+        line += ": " + finding.person_fix;
+    return line;
+}
+
 void print_text(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
                 const ReportOptions& options) {
     for (const Finding& finding : findings)
@@ -60,7 +68,7 @@ void print_text(std::ostream& out, const std::vector<Finding>& findings, const R
     for (const PlannedCommand& command : plan.commands)
         out << command.command_line << '\n';
     for (const Finding* finding : plan.for_a_person)
-        out << "needs a person: " << finding->code << ' ' << finding->object << '\n';
+        out << "needs a person: " << person_line(*finding) << '\n';
 }
 
 void print_json(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
@@ -101,7 +109,7 @@ void print_json(std::ostream& out, const std::vector<Finding>& findings, const R
         out << "],\"needs_a_person\":[";
         separator = "";
         for (const Finding* finding : plan.for_a_person) {
-            out << separator << json_string(finding->code + " " + finding->object);
+            out << separator << json_string(person_line(*finding));
             separator = ",";
         }
         out << "]}";
