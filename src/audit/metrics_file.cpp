@@ -46,10 +46,11 @@ bool flush_directory(const std::string& directory) {
 }  // namespace
 
 bool replace_file_atomically(const std::string& path, const std::string& content, std::string& why) {
-    std::string temporary = path + ".tmp.XXXXXX";
+    const std::string pattern = path + ".tmp.XXXXXX";
+    std::string temporary = pattern;
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0) {
-        why = "cannot create " + temporary + ": " + std::strerror(errno);
+        why = "cannot create " + pattern + ": " + std::strerror(errno);
         return false;
     }
     // Readable by the collector, which need not run as root.
