@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <boost/program_options.hpp>
+#include <chrono>
 #include <iostream>
 
 #include "audit/checks.h"
+#include "audit/metrics_output.h"
 #include "audit/picture.h"
 #include "audit/report_output.h"
 #include "runtime/idn.h"
@@ -19,11 +21,13 @@ namespace {
 namespace po = boost::program_options;
 
 constexpr const char* kUsage =
-    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]\n";
+    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]"
+    " [--metrics=<file>]\n";
 
 struct AuditOptions {
     std::vector<std::string> domains;
     std::string expect;
+    std::string metrics;
     ReportOptions report;
     bool help = false;
 };
@@ -35,6 +39,7 @@ po::options_description option_descriptions(AuditOptions& options) {
         ("expect", po::value(&options.expect), "compare with the panel's picture (a file, or - for standard input)")  //
         ("json", po::bool_switch(&options.report.json), "print one JSON document")                  //
         ("repair-plan", po::bool_switch(&options.report.repair_plan), "add the commands that repair each finding")  //
+        ("metrics", po::value(&options.metrics), "also write the counts to this file, for Prometheus")  //
         ("help,h", po::bool_switch(&options.help), "print this help");
     return described;
 }
@@ -58,30 +63,14 @@ ReadCounts counts_of(const ServerSnapshot& server, const ServerModel& model, con
     return counts;
 }
 
-}  // namespace
+// What a run found and read, for the metrics.
+struct AuditOutcome {
+    std::vector<Finding> findings;
+    ReadCounts counts;
+};
 
-int run_audit(int argc, char** argv) {
-    AuditOptions options;
-    const po::options_description described = option_descriptions(options);
-    try {
-        po::variables_map values;
-        // No positional argument is taken: a stray word is an error, not
-        // something silently ignored.
-        po::store(po::command_line_parser(argc, argv)
-                      .options(described)
-                      .positional(po::positional_options_description())
-                      .style(po::command_line_style::unix_style & ~po::command_line_style::allow_guessing)
-                      .run(),
-                  values);
-        po::notify(values);
-    } catch (const po::error& error) {
-        std::cerr << "sorvane-audit: " << error.what() << '\n' << kUsage;
-        return kAuditFailed;
-    }
-    if (options.help) {
-        std::cout << kUsage << described;
-        return kAuditClean;
-    }
+// The audit itself, after the options: reads, checks, prints the report.
+int audit_and_report(const AuditOptions& options, AuditOutcome& outcome) {
     if (::geteuid() != 0)
         return fail("must be run as root: it reads the stores and the mail trees");
 
@@ -108,15 +97,57 @@ int run_audit(int argc, char** argv) {
     check_domain_keys(context);
     check_host_names(context);
     check_root_links(context);
+    check_readiness(context);
     if (!options.expect.empty())
         compare_picture(context, picture);
 
-    const std::vector<Finding> sorted = findings.sorted();
-    print_report(std::cout, sorted, counts_of(server, model, scope), options.report);
+    outcome.findings = findings.sorted();
+    outcome.counts = counts_of(server, model, scope);
+    print_report(std::cout, outcome.findings, outcome.counts, options.report);
     std::cout.flush();
     if (!std::cout)
         return fail("cannot write the report");
-    return sorted.empty() ? kAuditClean : kAuditFound;
+    return outcome.findings.empty() ? kAuditClean : kAuditFound;
+}
+
+}  // namespace
+
+int run_audit(int argc, char** argv) {
+    AuditOptions options;
+    const po::options_description described = option_descriptions(options);
+    try {
+        po::variables_map values;
+        // No positional argument is taken: a stray word is an error, not
+        // something silently ignored.
+        po::store(po::command_line_parser(argc, argv)
+                      .options(described)
+                      .positional(po::positional_options_description())
+                      .style(po::command_line_style::unix_style & ~po::command_line_style::allow_guessing)
+                      .run(),
+                  values);
+        po::notify(values);
+    } catch (const po::error& error) {
+        std::cerr << "sorvane-audit: " << error.what() << '\n' << kUsage;
+        return kAuditFailed;
+    }
+    if (options.help) {
+        std::cout << kUsage << described;
+        return kAuditClean;
+    }
+    const auto started = std::chrono::steady_clock::now();
+    const auto started_at = std::chrono::system_clock::now();
+    AuditOutcome outcome;
+    const int status = audit_and_report(options, outcome);
+    if (options.metrics.empty())
+        return status;
+    RunFacts facts;
+    facts.could_run = status != kAuditFailed;
+    facts.duration_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    facts.started_at = std::chrono::duration<double>(started_at.time_since_epoch()).count();
+    std::string why;
+    if (!replace_file_atomically(options.metrics, metrics_text(outcome.findings, outcome.counts, facts), why))
+        return fail("cannot write the metrics: " + why);
+    return status;
 }
 
 }  // namespace crelm::audit

@@ -20,5 +20,9 @@ void check_domain_keys(const AuditContext& context);
 void check_host_names(const AuditContext& context);
 // Configured roots that are symbolic links.
 void check_root_links(const AuditContext& context);
+// What the server lacks for sorvane to work at all: accounts, qmail's
+// programs and directories, the service helper, the configuration and the
+// stores' directory; each with what a person must do.
+void check_readiness(const AuditContext& context);
 
 }  // namespace crelm::audit

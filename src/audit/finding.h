@@ -29,6 +29,9 @@ struct Finding {
     // without the program name; none when a person has to look at it.
     std::vector<std::vector<std::string>> repairs;
     RepairPhase phase = RepairPhase::rebuild;
+    // When no sorvane command repairs it but a person can: the exact thing
+    // to run or do (e.g. "groupadd -r popuser"), shown with the plan.
+    std::string person_fix;
 };
 
 // Findings print sorted by severity, code, object and detail.

@@ -20,7 +20,7 @@ public:
     void add(Severity severity, std::string code, std::string object, std::string detail,
              std::vector<std::vector<std::string>> repairs = {}, RepairPhase phase = RepairPhase::rebuild) {
         findings_.push_back(Finding{severity, std::move(code), std::move(object), std::move(detail),
-                                    std::move(repairs), phase});
+                                    std::move(repairs), phase, {}});
     }
     bool empty() const { return findings_.empty(); }
     std::size_t size() const { return findings_.size(); }

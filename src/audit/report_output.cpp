@@ -18,10 +18,19 @@ std::string counted(std::size_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-// "needs a person: <code> <object>", and for a repair that cannot be
-// pasted the value that stops it.
+// "<code> <object>", and what the person runs when the finding says; one
+// line of printable ASCII whatever the server's names hold.
+std::string person_entry(const Finding& finding) {
+    std::string entry = finding.code + " " + shown_text(finding.object);
+    if (!finding.person_fix.empty())
+        entry += ": " + shown_text(finding.person_fix);
+    return entry;
+}
+
+// "needs a person: <entry>", and for a repair that cannot be pasted the
+// value that stops it.
 std::string person_line(const Finding& finding) {
-    std::string line = "needs a person: " + finding.code + " " + shown_text(finding.object);
+    std::string line = "needs a person: " + person_entry(finding);
     const std::string uncarried = uncarried_argument(finding);
     if (!uncarried.empty())
         line += " (its repair needs a value no paste carries: " + uncarried + ")";
@@ -83,7 +92,7 @@ void print_json(std::ostream& out, const std::vector<Finding>& findings, const R
         out << "],\"needs_a_person\":[";
         separator = "";
         for (const Finding* finding : plan.for_a_person) {
-            out << separator << json_shown_string(finding->code + " " + finding->object);
+            out << separator << json_shown_string(person_entry(*finding));
             separator = ",";
         }
         out << "]}";

@@ -95,11 +95,14 @@ struct TracedRun {
 // Runs sorvane-audit with args under strace, following every child, with a
 // bound on its time: a read that blocked (a FIFO opened for reading without
 // O_NONBLOCK waits for a writer forever) ends the run with status 124.
-TracedRun traced_audit(const std::vector<std::string>& args, RunOptions options = {}) {
+// With show_fd_paths, strace names the file behind each descriptor (-y).
+TracedRun traced_audit(const std::vector<std::string>& args, RunOptions options = {}, bool show_fd_paths = false) {
     fs::create_directories(kTraceDir);
     const std::string log = kTraceDir + "/trace-" + std::to_string(std::rand());
     std::vector<std::string> argv{"/usr/bin/timeout", "60",          "/usr/bin/strace", "-f", "-qq",
                                   "-s",               "4096",        "-o",              log,  sorvane_audit_path()};
+    if (show_fd_paths)
+        argv.insert(argv.begin() + 5, "-y");
     argv.insert(argv.end(), args.begin(), args.end());
     // The leak checker of a sanitizer build cannot run under a tracer.
     options.env.push_back("ASAN_OPTIONS=detect_leaks=0");
@@ -274,6 +277,82 @@ TEST_F(ReadOnlyTest, FifosInAMailTreeAreLeftAsTheyAre) {
     expect_read_only_runs();
     EXPECT_EQ(file_info(kMailnamesDir + "/" + kDomain + "/info/Maildir/maildirsize").type, '?');
     EXPECT_EQ(file_info(kMailnamesDir + "/" + kDomain + "/john/.qmail").type, '?');
+}
+
+// The changing calls of a traced --metrics run that are not the metrics
+// file's replacement: creating "<file>.tmp.XXXXXX", setting its mode and
+// flushing it, renaming it over the file, and flushing the directory.
+// Expects exactly one such rename.
+std::vector<std::string> beyond_the_metrics_file(const std::vector<std::string>& changes, const std::string& file) {
+    const std::string directory = fs::path(file).parent_path().string();
+    const std::string temporary = file + ".tmp.";
+    const std::regex create("^AT_FDCWD(<[^>]*>)?, \"" + temporary + "[A-Za-z0-9]{6}\", O_RDWR\\|O_CREAT\\|O_EXCL");
+    const std::regex on_temporary("^[0-9]+<" + temporary + "[A-Za-z0-9]{6}>, ");
+    const std::regex flush_temporary("^[0-9]+<" + temporary + "[A-Za-z0-9]{6}>\\)");
+    const std::regex flush_directory("^[0-9]+<" + directory + ">\\)");
+    const std::regex rename("^\"" + temporary + "[A-Za-z0-9]{6}\", \"" + file + "\"\\)");
+    std::vector<std::string> beyond;
+    int renames = 0;
+    for (const std::string& line : changes) {
+        const auto [call, args] = call_of(line);
+        const bool allowed = ((call == "openat" || call == "open") && std::regex_search(args, create)) ||
+                             (call == "fchmod" && std::regex_search(args, on_temporary)) ||
+                             (call == "fsync" &&
+                              (std::regex_search(args, flush_temporary) || std::regex_search(args, flush_directory))) ||
+                             (call == "rename" && std::regex_search(args, rename) && ++renames > 0);
+        if (!allowed)
+            beyond.push_back(line);
+    }
+    if (renames != 1)
+        beyond.push_back(std::to_string(renames) + " renames of the metrics file");
+    return beyond;
+}
+
+// --metrics writes its one file and nothing else: the only changes in the
+// trace are the file's replacement, and the trees show the new file (and
+// its directory's new times) only.
+TEST_F(ReadOnlyTest, TheMetricsFileIsTheOneThingWritten) {
+    const std::string directory = "/run/textfile";
+    const std::string file = directory + "/sorvane-audit.prom";
+    fs::create_directories(directory);
+    for (const auto& args : std::vector<std::vector<std::string>>{{}, {"--json", "--repair-plan"}}) {
+        fs::remove(file);
+        const auto before = tree_state();
+        std::vector<std::string> with_metrics = args;
+        with_metrics.push_back("--metrics=" + file);
+        const TracedRun run = traced_audit(with_metrics, {}, true);
+        const std::string shown = ::testing::PrintToString(with_metrics);
+        EXPECT_EQ(run.result.status, 0) << shown << "\n" << run.result.err;
+        EXPECT_GT(run.trace.size(), 10U) << shown << ": no trace";
+        const std::vector<std::string> changes = changing_calls(run.trace, sorvane_audit_path());
+        EXPECT_GE(changes.size(), 4U) << shown;
+        EXPECT_EQ(beyond_the_metrics_file(changes, file), std::vector<std::string>{}) << shown;
+        std::vector<std::string> tree = tree_changes(before, tree_state());
+        ASSERT_EQ(tree.size(), 2U) << ::testing::PrintToString(tree);
+        EXPECT_EQ(tree[0].rfind("changed " + directory + ": ", 0), 0U) << tree[0];
+        EXPECT_EQ(tree[1], "added " + file);
+    }
+}
+
+// The metrics check itself: the replacement passes, anything else is kept.
+TEST(ReadOnlyTraceCheck, AllowsTheMetricsFilesReplacementOnly) {
+    const std::string file = "/run/textfile/sorvane-audit.prom";
+    const std::vector<std::string> replacement{
+        "openat(AT_FDCWD</>, \"/run/textfile/sorvane-audit.prom.tmp.Ab12Cd\", O_RDWR|O_CREAT|O_EXCL|O_CLOEXEC, 0600) = "
+        "3</run/textfile/sorvane-audit.prom.tmp.Ab12Cd>",
+        "fchmod(3</run/textfile/sorvane-audit.prom.tmp.Ab12Cd>, 0644) = 0",
+        "fsync(3</run/textfile/sorvane-audit.prom.tmp.Ab12Cd>) = 0",
+        "rename(\"/run/textfile/sorvane-audit.prom.tmp.Ab12Cd\", \"/run/textfile/sorvane-audit.prom\") = 0",
+        "fsync(3</run/textfile>) = 0"};
+    EXPECT_EQ(beyond_the_metrics_file(replacement, file), std::vector<std::string>{});
+    const std::vector<std::string> others{
+        "openat(AT_FDCWD</>, \"/run/textfile/other\", O_RDWR|O_CREAT|O_EXCL|O_CLOEXEC, 0600) = 3</run/textfile/other>",
+        "rename(\"/run/textfile/sorvane-audit.prom.tmp.Ab12Cd\", \"/run/textfile/other\") = 0",
+        "fsync(4</var/qmail/control/rcpthosts>) = 0",
+        "unlink(\"/run/textfile/sorvane-audit.prom\") = 0"};
+    std::vector<std::string> expected = others;
+    expected.push_back("0 renames of the metrics file");
+    EXPECT_EQ(beyond_the_metrics_file(others, file), expected);
 }
 
 // The trace check itself: each kind of change, as strace prints it, is

@@ -10,7 +10,8 @@ namespace sorvane::test {
 namespace {
 
 const std::string kUsage =
-    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]\n";
+    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]"
+    " [--metrics=<file>]\n";
 
 // sorvane-audit with args, as the unprivileged user 65534 without groups.
 ProcessResult as_local_user(const std::vector<std::string>& args) {
@@ -53,6 +54,8 @@ TEST_F(RefusalTest, AnOptionWithoutItsValueIsRefused) {
                    "sorvane-audit: the required argument for option '--expect' is missing\n" + kUsage);
     expect_refused(run_sorvane_audit({"--domain"}),
                    "sorvane-audit: the required argument for option '--domain' is missing\n" + kUsage);
+    expect_refused(run_sorvane_audit({"--metrics"}),
+                   "sorvane-audit: the required argument for option '--metrics' is missing\n" + kUsage);
 }
 
 TEST_F(RefusalTest, ASwitchWithAValueIsRefused) {
