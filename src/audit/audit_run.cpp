@@ -6,6 +6,7 @@
 #include <chrono>
 #include <iostream>
 
+#include "audit/batch_plan.h"
 #include "audit/checks.h"
 #include "audit/metrics_output.h"
 #include "audit/picture.h"
@@ -21,7 +22,7 @@ namespace {
 namespace po = boost::program_options;
 
 constexpr const char* kUsage =
-    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]"
+    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan [--batch]]"
     " [--metrics=<file>]\n";
 
 struct AuditOptions {
@@ -29,6 +30,7 @@ struct AuditOptions {
     std::string expect;
     std::string metrics;
     ReportOptions report;
+    bool batch = false;
     bool help = false;
 };
 
@@ -40,6 +42,8 @@ po::options_description option_descriptions(AuditOptions& options) {
         ("json", po::bool_switch(&options.report.json), "print one JSON document")                  //
         ("repair-plan", po::bool_switch(&options.report.repair_plan), "add the commands that repair each finding")  //
         ("metrics", po::value(&options.metrics), "also write the counts to this file, for Prometheus")  //
+        ("batch", po::bool_switch(&options.batch),
+         "print the repair plan alone, as a batch document for sorvane --batch (the report on standard error)")  //
         ("help,h", po::bool_switch(&options.help), "print this help");
     return described;
 }
@@ -103,7 +107,10 @@ int audit_and_report(const AuditOptions& options, AuditOutcome& outcome) {
 
     outcome.findings = findings.sorted();
     outcome.counts = counts_of(server, model, scope);
-    print_report(std::cout, outcome.findings, outcome.counts, options.report);
+    if (options.batch)
+        print_batch_plan(std::cout, std::cerr, outcome.findings, outcome.counts);
+    else
+        print_report(std::cout, outcome.findings, outcome.counts, options.report);
     std::cout.flush();
     if (!std::cout)
         return fail("cannot write the report");
@@ -133,6 +140,10 @@ int run_audit(int argc, char** argv) {
     if (options.help) {
         std::cout << kUsage << described;
         return kAuditClean;
+    }
+    if (options.batch && (!options.report.repair_plan || options.report.json)) {
+        std::cerr << "sorvane-audit: --batch goes with --repair-plan and without --json\n" << kUsage;
+        return kAuditFailed;
     }
     const auto started = std::chrono::steady_clock::now();
     const auto started_at = std::chrono::system_clock::now();

@@ -63,7 +63,7 @@ RepairPlan plan_repairs(const std::vector<Finding>& findings) {
             const std::string line = shell_command_line(repair);
             auto [at, added] = planned.emplace(line, plan.commands.size());
             if (added)
-                plan.commands.push_back({line, {}});
+                plan.commands.push_back({line, {}, repair});
             plan.commands[at->second].fixes.push_back(finding->code + " " + finding->object);
         }
     }

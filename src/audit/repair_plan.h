@@ -16,6 +16,7 @@ namespace crelm::audit {
 struct PlannedCommand {
     std::string command_line;        // "sorvane <arguments>", quoted where needed; printable ASCII
     std::vector<std::string> fixes;  // "<code> <object>" of each finding it repairs
+    std::vector<std::string> arguments;  // the command's arguments, unquoted, without the program name
 };
 
 struct RepairPlan {

@@ -30,6 +30,12 @@ crelm::util::UniqueFd open_regular_store_file(const std::string& path, const std
     struct stat info {};
     if (::fstat(fd.get(), &info) != 0)
         return crelm::util::UniqueFd();
+    // A directory neither blocks nor leads elsewhere: SQLite and the cipher
+    // fail on it by their own paths, with the messages they always gave.
+    if (S_ISDIR(info.st_mode)) {
+        errno = EISDIR;
+        return crelm::util::UniqueFd();
+    }
     if (!S_ISREG(info.st_mode))
         refuse(failure, path, file_type_name(info.st_mode));
     return fd;

@@ -13,7 +13,8 @@
 // A read-only handle on the regular file at path, opened with O_NONBLOCK and
 // O_NOFOLLOW. An invalid handle with errno ENOENT when nothing is there, or
 // with open's errno when it could not be opened for another reason that
-// leaves the kind of file unknown (its users then report it as before).
+// leaves the kind of file unknown, or with EISDIR for a directory (its users
+// then report it as before: a directory neither blocks nor leads elsewhere).
 // Anything there that is not a regular file ends the program with status 1
 // after "<failure>: <path> is a <kind>, not a regular file" (kind as
 // file_type_name gives it: "fifo", "symbolic link", ...).

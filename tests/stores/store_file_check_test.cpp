@@ -1,6 +1,7 @@
 // The look at a store's files before SQLite or the cipher opens them:
-// missing and regular files pass, anything else ends the program with
-// status 1 at once, without blocking on a FIFO.
+// missing and regular files pass, a directory is left to the stores' own
+// failure, anything else ends the program with status 1 at once, without
+// blocking on a FIFO.
 #include "stores/store_file_check.h"
 
 #include <sys/stat.h>
@@ -48,10 +49,12 @@ TEST_F(StoreFileCheckTest, LinkIsNotFollowed) {
                 "Can't read encryption key: " + path("key") + " is a symbolic link, not a regular file");
 }
 
-TEST_F(StoreFileCheckTest, DirectoryIsRefused) {
+TEST_F(StoreFileCheckTest, DirectoryIsLeftToTheStoresOwnFailure) {
     ASSERT_EQ(::mkdir(path("store.db-wal").c_str(), 0700), 0);
-    EXPECT_EXIT(open_regular_store_file(path("store.db-wal"), "Unable to open database x"),
-                ::testing::ExitedWithCode(1), "store.db-wal is a directory, not a regular file");
+    errno = 0;
+    const crelm::util::UniqueFd fd = open_regular_store_file(path("store.db-wal"), "Unable to open database x");
+    EXPECT_FALSE(fd.valid());
+    EXPECT_EQ(errno, EISDIR);
 }
 
 TEST_F(StoreFileCheckTest, EveryJournalOfADatabaseIsLookedAt) {
