@@ -3,6 +3,7 @@
 #include "audit/json_text.h"
 #include "audit/repair_plan.h"
 #include "audit/report_output.h"
+#include "audit/shown_text.h"
 
 namespace crelm::audit {
 
@@ -32,9 +33,9 @@ void print_batch_plan(std::ostream& out, std::ostream& err, const std::vector<Fi
             unwritten.insert(unwritten.end(), command.fixes.begin(), command.fixes.end());
     }
     for (const Finding* finding : plan.for_a_person)
-        err << "needs a person: " << finding->code << ' ' << finding->object << '\n';
+        err << person_line(*finding) << '\n';
     for (const std::string& fix : unwritten)
-        err << "needs a person: " << fix << '\n';
+        err << "needs a person: " << shown_text(fix) << '\n';
 }
 
 }  // namespace crelm::audit

@@ -27,16 +27,6 @@ std::string person_entry(const Finding& finding) {
     return entry;
 }
 
-// "needs a person: <entry>", and for a repair that cannot be pasted the
-// value that stops it.
-std::string person_line(const Finding& finding) {
-    std::string line = "needs a person: " + person_entry(finding);
-    const std::string uncarried = uncarried_argument(finding);
-    if (!uncarried.empty())
-        line += " (its repair needs a value no paste carries: " + uncarried + ")";
-    return line;
-}
-
 void print_text(std::ostream& out, const std::vector<Finding>& findings, const ReadCounts& counts,
                 const ReportOptions& options) {
     for (const Finding& finding : findings)
@@ -101,6 +91,14 @@ void print_json(std::ostream& out, const std::vector<Finding>& findings, const R
 }
 
 }  // namespace
+
+std::string person_line(const Finding& finding) {
+    std::string line = "needs a person: " + person_entry(finding);
+    const std::string uncarried = uncarried_argument(finding);
+    if (!uncarried.empty())
+        line += " (its repair needs a value no paste carries: " + uncarried + ")";
+    return line;
+}
 
 std::string summary_line(const std::vector<Finding>& findings, const ReadCounts& counts) {
     return counted(findings.size(), "finding", "findings") + " (" +

@@ -15,15 +15,6 @@ namespace crelm::auth {
 
 namespace {
 
-// Drops the hold on the cipher context, which wipes the key with the last.
-class CipherHold {
-public:
-    CipherHold() = default;
-    ~CipherHold() { mail_passwd_cipher_release(); }
-    CipherHold(const CipherHold&) = delete;
-    CipherHold& operator=(const CipherHold&) = delete;
-};
-
 std::string key_failure(const std::string& key_path) {
     if (::access(key_path.c_str(), R_OK) != 0 && errno == EACCES)
         return "cannot read the key file " + key_path + ": permission denied to uid " +
@@ -43,7 +34,7 @@ PasswordVerdict check_enciphered(std::string_view offered, const SecretText& sto
         failure = key_failure(key_path);
         return PasswordVerdict::failed;
     }
-    const CipherHold hold;
+    const MailPasswdCipherHold hold;
     std::optional<std::string> plain = mail_passwd_decrypt(stored.view());
     if (!plain) {
         const bool other_key = errno == EBADMSG;

@@ -14,6 +14,7 @@
 #include "commands/dispatcher.h"
 #include "commands/top_level.h"
 #include "runtime/password_input.h"
+#include "util/fd_copy.h"
 #include "util/unique_fd.h"
 
 namespace crelm::mail::sorvane_commands {
@@ -24,18 +25,6 @@ using crelm::util::UniqueFd;
 // An anonymous file in memory: the child's standard input, output or error.
 UniqueFd memory_file(const char* name) {
     return UniqueFd(::memfd_create(name, MFD_CLOEXEC));
-}
-
-int write_all(int fd, const std::string& text) {
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t written = ::write(fd, text.data() + done, text.size() - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return -1;
-        done += static_cast<std::size_t>(written);
-    }
-    return 0;
 }
 
 // The whole content of a memory file, from its start.
@@ -114,7 +103,8 @@ int run_batch_child(const BatchCommand& command, const std::string& program, Bat
     UniqueFd err = memory_file("sorvane-batch-stderr");
     if (!input.valid() || !out.valid() || !err.valid())
         return -1;
-    if (command.stdin_text && (write_all(input.get(), *command.stdin_text) < 0 || ::lseek(input.get(), 0, SEEK_SET) < 0))
+    if (command.stdin_text &&
+        (!crelm::util::write_all(input.get(), *command.stdin_text) || ::lseek(input.get(), 0, SEEK_SET) < 0))
         return -1;
     // Nothing buffered here may be written twice, once by each process.
     std::cout.flush();

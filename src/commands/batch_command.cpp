@@ -11,6 +11,7 @@
 #include "commands/batch_command.h"
 #include "commands/batch_document.h"
 #include "commands/batch_output.h"
+#include "util/fd_copy.h"
 
 namespace crelm::mail::sorvane_commands {
 namespace {
@@ -78,18 +79,6 @@ bool read_document(BatchDocument& document) {
     return true;
 }
 
-int write_output(const std::string& text) {
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t written = ::write(STDOUT_FILENO, text.data() + done, text.size() - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return -1;
-        done += static_cast<std::size_t>(written);
-    }
-    return 0;
-}
-
 class Progress {
 public:
     explicit Progress(std::size_t total)
@@ -123,7 +112,8 @@ int run_commands(BatchDocument& document, const std::string& program, const Batc
             std::fprintf(stderr, "Error: unable to run batch line %zu: %s\n", command.line, std::strerror(run_errno));
             return kBatchNotRun;
         }
-        if (write_output(batch_output_object(command.line, outcome.status, outcome.out, outcome.err)) < 0) {
+        const std::string object = batch_output_object(command.line, outcome.status, outcome.out, outcome.err);
+        if (!crelm::util::write_all(STDOUT_FILENO, object)) {
             progress.finish();
             std::fprintf(stderr, "Error: unable to write the batch output: %s\n", std::strerror(errno));
             return kBatchNotRun;

@@ -6,19 +6,6 @@
 
 #include <syslog.h>
 
-namespace {
-
-// Drops the hold that a successful mail_passwd_cipher_init took.
-class CipherHold {
-public:
-    CipherHold() = default;
-    ~CipherHold() { mail_passwd_cipher_release(); }
-    CipherHold(const CipherHold&) = delete;
-    CipherHold& operator=(const CipherHold&) = delete;
-};
-
-}  // namespace
-
 std::optional<std::string> apply_password_cipher(PasswordCipherDirection direction, const std::string& text,
                                                  const std::string& mailname, const std::string& domain) {
     const char* at = domain.empty() ? "" : "@";
@@ -27,7 +14,7 @@ std::optional<std::string> apply_password_cipher(PasswordCipherDirection directi
                     mailname.c_str(), at, domain.c_str());
         return std::nullopt;
     }
-    const CipherHold hold;
+    const MailPasswdCipherHold hold;
     const bool encrypt = direction == PasswordCipherDirection::Encrypt;
     std::optional<std::string> result = encrypt ? mail_passwd_encrypt(text) : mail_passwd_decrypt(text);
     if (!result)

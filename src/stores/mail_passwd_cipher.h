@@ -48,6 +48,16 @@ bool mail_passwd_is_encrypted(std::string_view text);
 // A programming error?" when no context is held.
 int mail_passwd_cipher_release();
 
+// Drops, at the end of a scope, the hold that a successful
+// mail_passwd_cipher_init took; the last release wipes the key.
+class MailPasswdCipherHold {
+public:
+    MailPasswdCipherHold() = default;
+    ~MailPasswdCipherHold() { mail_passwd_cipher_release(); }
+    MailPasswdCipherHold(const MailPasswdCipherHold&) = delete;
+    MailPasswdCipherHold& operator=(const MailPasswdCipherHold&) = delete;
+};
+
 // Fills buffer with as many random bytes as an AES-256-CBC key has (32).
 // Returns the number of bytes written, or 0 (errno EINVAL when the buffer is
 // smaller than that, EIO when the random generator fails).

@@ -10,7 +10,7 @@ namespace sorvane::test {
 namespace {
 
 const std::string kUsage =
-    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan]"
+    "Usage: sorvane-audit [--domain=<domain>]... [--expect=<file>|--expect=-] [--json] [--repair-plan [--batch]]"
     " [--metrics=<file>]\n";
 
 // sorvane-audit with args, as the unprivileged user 65534 without groups.
