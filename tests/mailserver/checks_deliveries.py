@@ -9,11 +9,12 @@ from mailserver import MAILNAMES, QMAIL, Domain, NotAvailable, read, wait_until
 GROUP = "deliveries"
 PASSWORD = "Secret-1234"
 DEFAULT_BOUNCE = "This address no longer accepts mail."
-# Every kind of shell syntax, a brace list and a newline: the bounce must say
-# it verbatim (the newline as a blank) and run none of it.
+# Every kind of shell syntax and a brace list, on one line (a phrase with a
+# control character is refused before anything changes): the bounce must say
+# it verbatim and run none of it.
 HOSTILE = ("Gone; touch /tmp/pwned-semicolon && touch /tmp/pwned-and | tee /tmp/pwned-pipe "
            "$(touch /tmp/pwned-dollar) `touch /tmp/pwned-backquote` ${HOME} $HOME {a,b} "
-           "> /tmp/pwned-redirect < /etc/passwd 'single' \"double\" \\backslash * ? ~ # & !x\n"
+           "> /tmp/pwned-redirect < /etc/passwd 'single' \"double\" \\backslash * ? ~ # & !x "
            "second line (sub) [class] %s ^caret")
 HOSTILE_ONE_LINE = HOSTILE.replace("\n", " ")
 
