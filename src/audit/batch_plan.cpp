@@ -3,7 +3,7 @@
 #include "audit/json_text.h"
 #include "audit/repair_plan.h"
 #include "audit/report_output.h"
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 
 namespace crelm::audit {
 

@@ -2,7 +2,7 @@
 
 #include <tuple>
 
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 
 namespace crelm::audit {
 

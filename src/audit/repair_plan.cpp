@@ -4,7 +4,7 @@
 #include <map>
 #include <utility>
 
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 #include "runtime/command_line_quote.h"
 
 namespace crelm::audit {

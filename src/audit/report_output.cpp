@@ -1,7 +1,7 @@
 #include "audit/report_output.h"
 
 #include "audit/repair_plan.h"
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 
 namespace crelm::audit {
 

@@ -11,6 +11,7 @@
 #include "auth/exit_status.h"
 #include "auth/login_address.h"
 #include "auth/login_record.h"
+#include "runtime/shown_text.h"
 #include "auth/mail_home.h"
 #include "auth/password_check.h"
 #include "auth/process_guard.h"
@@ -22,7 +23,9 @@ namespace crelm::auth {
 
 namespace {
 
-void say(const std::string& text) { log_message(LOG_ERR, "sorvane-auth: %s", text.c_str()); }
+// Messages name the login as the mail server passed it: shown escaped, so
+// that no byte of it starts a new line in the mail server's log.
+void say(const std::string& text) { log_message(LOG_ERR, "sorvane-auth: %s", crelm::shown_text(text).c_str()); }
 
 // A lookup without a password: the mail server has authenticated the person
 // already (or asks only for the user's fields) and wants to know whether the

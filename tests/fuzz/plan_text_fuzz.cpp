@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 #include "runtime/command_line_quote.h"
 
 namespace {
@@ -125,11 +125,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(quoted.front() == '\'' || !input.empty());
     }
 
-    const std::string shown = crelm::audit::shown_text(input);
+    const std::string shown = crelm::shown_text(input);
     require(printable(shown));
     std::string back;
     require(read_back(shown, back) && back == input);
 
-    require(valid_utf8_without_controls(crelm::audit::json_shown_string(input)));
+    require(valid_utf8_without_controls(crelm::json_shown_string(input)));
     return 0;
 }

@@ -1,10 +1,10 @@
 // Server text as the reports show it: one line of printable ASCII in the
 // text report, valid UTF-8 without a raw control byte in the JSON report.
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 
 #include <gtest/gtest.h>
 
-namespace crelm::audit {
+namespace crelm {
 namespace {
 
 TEST(ShownTextTest, PrintableAsciiStaysAndTheRestIsEscaped) {
@@ -46,4 +46,4 @@ TEST(ShownTextTest, PlainJsonEscapesQuotesAndBackslashesOnly) {
 }
 
 }  // namespace
-}  // namespace crelm::audit
+}  // namespace crelm

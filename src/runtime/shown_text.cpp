@@ -1,8 +1,8 @@
-#include "audit/shown_text.h"
+#include "runtime/shown_text.h"
 
 #include <cstdio>
 
-namespace crelm::audit {
+namespace crelm {
 
 namespace {
 
@@ -142,4 +142,4 @@ std::string json_plain_string(std::string_view text) {
     return out + "\"";
 }
 
-}  // namespace crelm::audit
+}  // namespace crelm

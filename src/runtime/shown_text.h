@@ -1,13 +1,14 @@
-// Text that came from the server (file names, control-file lines, store
-// rows, dot-qmail contents), made safe to show: no finding spans two lines,
-// no byte reaches an operator's terminal as a control sequence, and the
-// JSON report stays valid UTF-8.
+// Text that came from the server or from a caller (file names, control-file
+// lines, store rows, dot-qmail contents, a login as the mail server passed
+// it), made safe to show: no report line or log line spans two lines, no
+// byte reaches an operator's terminal as a control sequence, and a JSON
+// report stays valid UTF-8.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-namespace crelm::audit {
+namespace crelm {
 
 // For the text report: printable ASCII stays as it is; the backslash is
 // written "\\" (so an escape is never confused with the same characters in
@@ -29,4 +30,4 @@ std::string json_shown_string(std::string_view text);
 // is written as json_shown_string writes it).
 std::string json_plain_string(std::string_view text);
 
-}  // namespace crelm::audit
+}  // namespace crelm
