@@ -11,6 +11,7 @@
 #include <iostream>
 #include <vector>
 
+#include "commands/batch_rebuilds.h"
 #include "commands/dispatcher.h"
 #include "commands/top_level.h"
 #include "runtime/password_input.h"
@@ -65,9 +66,8 @@ void put_standard_descriptors(const int (&files)[3]) {
     }
 }
 
-[[noreturn]] void run_in_child(const BatchCommand& command, const std::string& program, int input, int out,
-                               int err) {
-    put_standard_descriptors({input, out, err});
+// The process's argv from the command's words, as main receives it.
+int run_command(const BatchCommand& command, const std::string& program) {
     replace_password_input(command.password, command.crypted_password);
     std::vector<std::string> words{program};
     words.insert(words.end(), command.args.begin(), command.args.end());
@@ -76,8 +76,7 @@ void put_standard_descriptors(const int (&files)[3]) {
         argv.push_back(word.data());
     argv.push_back(nullptr);
     const int argc = static_cast<int>(words.size());
-    // As main returns: exit flushes the streams into the captured files.
-    std::exit(run_with_top_level_handling([&] { return dispatch(argc, argv.data()); }));
+    return run_with_top_level_handling([&] { return dispatch(argc, argv.data()); });
 }
 
 int child_status(int wait_status) {
@@ -95,16 +94,14 @@ int wait_for(pid_t child, int& status) {
     return 0;
 }
 
-}  // namespace
 
-int run_batch_child(const BatchCommand& command, const std::string& program, BatchOutcome& outcome) {
-    UniqueFd input = memory_file("sorvane-batch-stdin");
+// Forks a child that runs body with input, out and err as its standard
+// descriptors; as main returns, exit flushes the streams into the captured
+// files. Fills outcome's status, output and error.
+int run_forked(const std::function<int()>& body, UniqueFd& input, BatchOutcome& outcome) {
     UniqueFd out = memory_file("sorvane-batch-stdout");
     UniqueFd err = memory_file("sorvane-batch-stderr");
-    if (!input.valid() || !out.valid() || !err.valid())
-        return -1;
-    if (command.stdin_text &&
-        (!crelm::util::write_all(input.get(), *command.stdin_text) || ::lseek(input.get(), 0, SEEK_SET) < 0))
+    if (!out.valid() || !err.valid())
         return -1;
     // Nothing buffered here may be written twice, once by each process.
     std::cout.flush();
@@ -113,12 +110,47 @@ int run_batch_child(const BatchCommand& command, const std::string& program, Bat
     const pid_t child = ::fork();
     if (child < 0)
         return -1;
-    if (child == 0)
-        run_in_child(command, program, input.get(), out.get(), err.get());
+    if (child == 0) {
+        put_standard_descriptors({input.get(), out.get(), err.get()});
+        std::exit(body());
+    }
     if (wait_for(child, outcome.status) < 0 || read_all(out.get(), outcome.out) < 0 ||
         read_all(err.get(), outcome.err) < 0)
         return -1;
     return 0;
+}
+
+}  // namespace
+
+int run_batch_child(const BatchCommand& command, const std::string& program, Rebuilds rebuilds,
+                    BatchOutcome& outcome) {
+    UniqueFd input = memory_file("sorvane-batch-stdin");
+    UniqueFd marks = memory_file("sorvane-batch-rebuilds");
+    // Kept above the standard descriptors, which the child's own replace
+    // (the batch may have been started with some of them closed).
+    if (marks.valid() && marks.get() <= STDERR_FILENO)
+        marks = UniqueFd(::fcntl(marks.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!input.valid() || !marks.valid())
+        return -1;
+    if (command.stdin_text &&
+        (!crelm::util::write_all(input.get(), *command.stdin_text) || ::lseek(input.get(), 0, SEEK_SET) < 0))
+        return -1;
+    const int marks_file = rebuilds == Rebuilds::deferred ? marks.get() : -1;
+    const auto body = [&] {
+        if (marks_file >= 0)
+            defer_rebuilds_into(marks_file);
+        return run_command(command, program);
+    };
+    if (run_forked(body, input, outcome) < 0)
+        return -1;
+    return read_rebuild_marks(marks.get(), outcome.marks);
+}
+
+int run_captured_child(const std::function<int()>& body, BatchOutcome& outcome) {
+    UniqueFd input = memory_file("sorvane-batch-stdin");
+    if (!input.valid())
+        return -1;
+    return run_forked(body, input, outcome);
 }
 
 }  // namespace crelm::mail::sorvane_commands

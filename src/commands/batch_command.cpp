@@ -6,11 +6,14 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "commands/batch_child.h"
 #include "commands/batch_command.h"
 #include "commands/batch_document.h"
 #include "commands/batch_output.h"
+#include "commands/batch_rebuilds.h"
 #include "util/fd_copy.h"
 
 namespace crelm::mail::sorvane_commands {
@@ -98,13 +101,60 @@ private:
     bool shown_;
 };
 
+bool write_object(std::size_t line, const BatchOutcome& outcome) {
+    const std::string object = batch_output_object(line, outcome.status, outcome.out, outcome.err);
+    if (crelm::util::write_all(STDOUT_FILENO, object))
+        return true;
+    std::fprintf(stderr, "Error: unable to write the batch output: %s\n", std::strerror(errno));
+    return false;
+}
+
+// The outcomes held back since the first command that left its rebuild to
+// the batch: their objects wait for the shared run's result.
+struct HeldOutcomes {
+    std::vector<std::pair<std::size_t, BatchOutcome>> outcomes;
+    bool newu = false;
+    bool reload = false;
+
+    void hold(std::size_t line, BatchOutcome&& outcome) {
+        for (const RebuildMark& mark : outcome.marks) {
+            newu |= mark.kind == crelm::qmail::RebuildKind::newu;
+            reload |= mark.kind == crelm::qmail::RebuildKind::reload;
+        }
+        outcomes.emplace_back(line, std::move(outcome));
+    }
+};
+
+// Runs the shared rebuild and reload that the held commands asked for, then
+// prints their objects. The batch's status, or kBatchNotRun.
+int release_held(HeldOutcomes& held, int result) {
+    SharedRebuild rebuild;
+    if (run_shared_rebuild(held.newu, held.reload, rebuild) < 0) {
+        std::fprintf(stderr, "Error: unable to run the batch's rebuild of the user assignment table: %s\n",
+                     std::strerror(errno));
+        return kBatchNotRun;
+    }
+    for (auto& [line, outcome] : held.outcomes) {
+        apply_shared_rebuild(rebuild, outcome.marks, outcome);
+        if (!write_object(line, outcome))
+            return kBatchNotRun;
+        if (outcome.status != 0)
+            result = kSomeCommandFailed;
+    }
+    return result;
+}
+
 int run_commands(BatchDocument& document, const std::string& program, const BatchSettings& settings) {
     int result = kEveryCommandSucceeded;
     const Progress progress(document.commands.size());
+    // With --stop-on-error each command's status must be known before the
+    // next one runs, so each runs its own rebuild.
+    const Rebuilds rebuilds = settings.stop_on_error ? Rebuilds::own : Rebuilds::deferred;
+    HeldOutcomes held;
     std::size_t count = 0;
     for (BatchCommand& command : document.commands) {
         BatchOutcome outcome;
-        const int run = run_batch_child(command, program, outcome);
+        const int run = run_batch_child(command, program, rebuilds, outcome);
         const int run_errno = errno;
         command.wipe_passwords();
         if (run < 0) {
@@ -112,14 +162,15 @@ int run_commands(BatchDocument& document, const std::string& program, const Batc
             std::fprintf(stderr, "Error: unable to run batch line %zu: %s\n", command.line, std::strerror(run_errno));
             return kBatchNotRun;
         }
-        const std::string object = batch_output_object(command.line, outcome.status, outcome.out, outcome.err);
-        if (!crelm::util::write_all(STDOUT_FILENO, object)) {
+        progress.done(++count);
+        const int status = outcome.status;
+        if (!outcome.marks.empty() || !held.outcomes.empty()) {
+            held.hold(command.line, std::move(outcome));
+        } else if (!write_object(command.line, outcome)) {
             progress.finish();
-            std::fprintf(stderr, "Error: unable to write the batch output: %s\n", std::strerror(errno));
             return kBatchNotRun;
         }
-        progress.done(++count);
-        if (outcome.status != 0) {
+        if (status != 0) {
             result = kSomeCommandFailed;
             if (settings.stop_on_error)
                 break;
@@ -128,6 +179,8 @@ int run_commands(BatchDocument& document, const std::string& program, const Batc
     progress.finish();
     for (BatchCommand& command : document.commands)
         command.wipe_passwords();
+    if (!held.outcomes.empty())
+        result = release_held(held, result);
     return result;
 }
 

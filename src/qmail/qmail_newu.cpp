@@ -3,6 +3,7 @@
 
 #include "qmail/newu_generations.h"
 #include "qmail/paths.h"
+#include "qmail/rebuild_deferral.h"
 #include "runtime/log.h"
 #include "util/child_wait.h"
 #include "util/file_lock.h"
@@ -27,6 +28,11 @@ int run_qmail_newu() {
 }  // namespace
 
 int qmail_newu() {
+    // Within a batch the rebuild runs once, after its last command.
+    if (const crelm::qmail::RebuildDeferral deferral = crelm::qmail::rebuild_deferral()) {
+        deferral(crelm::qmail::RebuildKind::newu);
+        return 0;
+    }
     // The caller's edits of assign are done: its generation is taken first.
     std::optional<crelm::qmail::NewuGenerations> generations = crelm::qmail::NewuGenerations::open();
     const std::optional<unsigned long long> mine = generations ? generations->take() : std::nullopt;

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <regex>
 #include <sstream>
 
 namespace sorvane::test {
@@ -63,6 +64,22 @@ ProcessResult run_batch(const std::string& document, const std::vector<std::stri
     std::vector<std::string> args{"--batch"};
     args.insert(args.end(), options.begin(), options.end());
     return run_sorvane(args, run);
+}
+
+std::string without_pids(const std::string& text) {
+    static const std::regex pid(R"((sorvane|qmail-newu|killall|crelmrc)\[[0-9]+\])");
+    return std::regex_replace(text, pid, "$1[pid]");
+}
+
+ServerState with_shared_runs(ServerState alone, bool reload_fails) {
+    const std::size_t reloads = alone.killall_calls.size();
+    if (alone.qmail_newu_calls.size() > 1)
+        alone.qmail_newu_calls.resize(1);
+    if (reloads > 1)
+        alone.killall_calls.resize(1);
+    if (reload_fails && reloads > 1)
+        alone.crelmrc_calls.resize(alone.crelmrc_calls.size() - (reloads - 1));
+    return alone;
 }
 
 namespace {

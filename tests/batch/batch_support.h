@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "e2e/server_state.h"
 #include "support/sandbox.h"
 
 namespace sorvane::test {
@@ -33,6 +34,18 @@ ProcessResult run_entry(const BatchEntry& entry);
 
 // Runs sorvane --batch (with extra options) on document.
 ProcessResult run_batch(const std::string& document, const std::vector<std::string>& options = {});
+
+// What a batch leaves in the calls of the fixed programs, from what the
+// same commands leave one process at a time: qmail-newu and the reload
+// signal run at most once, after the last command, and of the restarts only
+// the one that follows the shared reload signal's failure stays (a reload
+// that fails goes on to one restart; the domain renames' own restarts
+// stay). reload_fails tells whether each reload signal failed.
+ServerState with_shared_runs(ServerState alone, bool reload_fails = false);
+
+// text with the process ids of log records copied to standard error
+// ("sorvane[4711]") taken out: they differ between any two runs.
+std::string without_pids(const std::string& text);
 
 struct OutputObject {
     long line = 0;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 #include "batch/batch_support.h"
 #include "e2e/server_state.h"
@@ -68,7 +69,7 @@ TEST_F(BatchTest, EachOutputObjectHoldsWhatItsCommandAlonePrints) {
     EXPECT_NE(alone[1].err, "");
     EXPECT_EQ(alone[0].status, 0);
     EXPECT_NE(alone[1].status, 0);
-    expect_server_state(read_server_state(), after_alone);
+    expect_server_state(read_server_state(), with_shared_runs(after_alone));
 }
 
 TEST_F(BatchTest, EveryCommandEndingZeroGivesZero) {
@@ -219,6 +220,97 @@ TEST_F(BatchTest, WithoutStopOnErrorEveryCommandRuns) {
     EXPECT_TRUE(has_record_for("third"));
 }
 
+// Commands of which all but one ask for qmail-newu, two of them for the
+// reload of qmail-send too.
+std::vector<BatchEntry> rebuilding_entries() {
+    return {
+        {{"--add-domain", "--domain-name=fresh.test"}, {}, {}, {}},
+        {mailname_args("--add-mailname", "one"), {}, {}, seeded_document()},
+        {mailname_args("--get-mailbox-size", "info"), {}, {}, {}},
+        {mailname_args("--add-mailname", "two"), {}, {}, seeded_document()},
+        {{"--remove-domain", "--domain-name=fresh.test"}, {}, {}, R"({"domain": {"name": "fresh.test", "mails": []}})"},
+    };
+}
+
+// Runs entries one process at a time, then as one batch on a fresh copy of
+// the server; every object must hold what its command alone printed, and
+// the server what the commands alone left but for the shared runs.
+std::vector<OutputObject> expect_batch_as_alone(const std::vector<BatchEntry>& entries, bool reload_fails,
+                                                const std::function<void()>& prepare) {
+    std::vector<ProcessResult> alone;
+    for (const BatchEntry& entry : entries)
+        alone.push_back(run_entry(entry));
+    const ServerState after_alone = read_server_state();
+    reset_sandbox();
+    seed_server_state();
+    prepare();
+    const ProcessResult batch = run_batch(batch_document(entries));
+    EXPECT_EQ(batch.err, "");
+    std::vector<OutputObject> objects = read_output_objects(batch.out);
+    EXPECT_EQ(objects.size(), entries.size());
+    for (std::size_t i = 0; i < objects.size() && i < entries.size(); ++i) {
+        SCOPED_TRACE("line " + std::to_string(i + 1));
+        EXPECT_EQ(objects[i].status, alone[i].status);
+        EXPECT_EQ(without_pids(objects[i].out), without_pids(alone[i].out));
+        EXPECT_EQ(without_pids(objects[i].err), without_pids(alone[i].err));
+    }
+    expect_server_state(read_server_state(), with_shared_runs(after_alone, reload_fails));
+    return objects;
+}
+
+TEST_F(BatchTest, OneRebuildAndOneReloadServeTheWholeBatch) {
+    const ProcessResult batch = run_batch(batch_document(rebuilding_entries()));
+    EXPECT_EQ(batch.status, 0) << batch.out;
+    EXPECT_EQ(fake_calls("qmail-newu").size(), 1u);
+    EXPECT_EQ(fake_calls("killall").size(), 1u);
+    // qmail-newu ran after the last change: the table it compiled is the
+    // final one (the fake leaves what it read).
+    reset_sandbox();
+    seed_server_state();
+    install_fake("/var/qmail/bin/qmail-newu", "cat /var/qmail/users/assign > /tmp/compiled");
+    run_batch(batch_document(rebuilding_entries()));
+    EXPECT_EQ(read_file("/tmp/compiled"), read_file("/var/qmail/users/assign"));
+    EXPECT_TRUE(has_record_for("two"));
+}
+
+TEST_F(BatchTest, EachCommandThatAskedReportsTheSharedRebuildsFailure) {
+    const auto failing = [] {
+        install_fake("/var/qmail/bin/qmail-newu", "echo 'qmail-newu: fatal: unable to read assign' >&2; exit 111");
+    };
+    failing();
+    const std::vector<OutputObject> objects = expect_batch_as_alone(rebuilding_entries(), false, failing);
+    ASSERT_EQ(objects.size(), 5u);
+    for (const std::size_t asked : {0u, 1u, 3u, 4u}) {
+        EXPECT_EQ(objects[asked].status, 1) << asked;
+        EXPECT_NE(objects[asked].err.find("qmail-newu: fatal: unable to read assign\n"), std::string::npos)
+            << objects[asked].err;
+    }
+    EXPECT_EQ(objects[2].status, 0);
+    EXPECT_EQ(objects[2].err, "");
+    EXPECT_EQ(fake_calls("qmail-newu").size(), 1u);
+}
+
+TEST_F(BatchTest, AFailedSharedReloadGoesOnToOneRestartReportedByEachDomainCommand) {
+    const auto failing = [] {
+        set_fake_status("killall", 1);
+        set_fake_status("crelmrc", 1);
+    };
+    failing();
+    const std::vector<OutputObject> objects = expect_batch_as_alone(rebuilding_entries(), true, failing);
+    ASSERT_EQ(objects.size(), 5u);
+    EXPECT_EQ(objects[0].status, 1);
+    EXPECT_EQ(objects[1].status, 0) << "a mail name asks for no reload";
+    EXPECT_EQ(fake_calls("killall").size(), 1u);
+    EXPECT_EQ(fake_calls("crelmrc").size(), 1u);
+}
+
+TEST_F(BatchTest, WithStopOnErrorEachCommandRunsItsOwnRebuild) {
+    const ProcessResult batch = run_batch(batch_document(rebuilding_entries()), {"--stop-on-error"});
+    EXPECT_EQ(batch.status, 0) << batch.out;
+    EXPECT_EQ(fake_calls("qmail-newu").size(), 4u);
+    EXPECT_EQ(fake_calls("killall").size(), 2u);
+}
+
 TEST_F(BatchTest, EachCommandHasItsOwnPasswordOrNone) {
     const std::vector<BatchEntry> entries = {
         {mailname_args("--add-mailname", "one"), {}, {}, seeded_document()},
@@ -298,8 +390,9 @@ TEST_F(BatchNewDomainTest, ANewDomainWithItsMailboxesInOneRunAuditsClean) {
         entries.push_back({{"--add-mailname", d, m}, {}, {}, data});
         entries.push_back({{"--add-mailbox", d, m}, "pw-" + std::to_string(i), {}, data});
     }
-    const ProcessResult batch = run_batch(batch_document(entries), {"--stop-on-error"});
+    const ProcessResult batch = run_batch(batch_document(entries));
     EXPECT_EQ(batch.status, 0) << batch.out;
+    EXPECT_EQ(fake_calls("qmail-newu").size(), 1u);
     EXPECT_EQ(batch.err, "");
     const std::vector<OutputObject> objects = read_output_objects(batch.out);
     ASSERT_EQ(objects.size(), entries.size());
