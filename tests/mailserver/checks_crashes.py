@@ -25,7 +25,7 @@ GROUP = "crashes"
 SNAPSHOT = STATE + "/crash-snapshot"
 # Points tried per command in the sampled sweep (CI); the full sweep tries
 # every system call.
-SAMPLED_POINTS = 96
+SAMPLED_POINTS = 48
 # Points per command in the sanitizer build's lighter run.
 LIGHT_POINTS = 8
 
