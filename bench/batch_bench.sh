@@ -35,38 +35,24 @@ while [ $# -gt 0 ] && [ "$1" != -- ]; do sizes+=("$1"); shift; done
 records=("$@")
 [ ${#sizes[@]} -gt 0 ] || sizes=(1000 10000)
 [ ${#records[@]} -gt 0 ] || records=(100000 1000000)
+. "$root/bench/lib.sh"
 sorvane="$build/src/sorvane"
 [ -x "$sorvane" ] || { echo "$0: $sorvane not built" >&2; exit 2; }
 
 if [ -z "${BATCH_BENCH_INSIDE:-}" ]; then
-    if [ "$(id -u)" != 0 ]; then
-        echo "$0: must run as root (private mount namespace)" >&2
-        exit 2
-    fi
-    qmail_tree="$build/mailserver-cache/tree"
-    if [ ! -x "$qmail_tree/bin/qmail-newu" ]; then
-        echo "$0: no qmail in $qmail_tree: run tests/mailserver/run $build first" >&2
-        exit 2
-    fi
+    bench_require_root
+    qmail_tree=$(bench_qmail_tree "$build")
     BATCH_BENCH_INSIDE=1 QMAIL_TREE="$qmail_tree" \
         exec unshare --mount --propagation private -- bash "$0" "$build" "${sizes[@]}" -- "${records[@]}"
 fi
 
-for tree in /var/qmail /var/lib/crelm /run/sorvane /etc/qvt /opt/qvt; do
-    mkdir -p "$tree"
-    mount -t tmpfs -o size=6g tmpfs "$tree"
-done
+bench_mount_tmpfs 6g /var/qmail /var/lib/crelm /run/sorvane /etc/qvt /opt/qvt
 chmod 0700 /run/sorvane
 cp -a "$QMAIL_TREE/." /var/qmail/
 mkdir -p /var/qmail/control /var/qmail/users /var/qmail/mailnames /var/qmail/saved /opt/qvt/admin/sbin
 private=$(mktemp -d "${TMPDIR:-/tmp}/batch-bench.XXXXXX")
 trap 'rm -rf "$private"' EXIT
-grep -v -e '^popuser:' /etc/passwd > "$private/passwd"
-echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
-mount --bind "$private/passwd" /etc/passwd
-grep -v -e '^popuser:' -e '^nofiles:' /etc/group > "$private/group"
-printf 'popuser:x:2110:\nnofiles:x:2111:\n' >> "$private/group"
-mount --bind "$private/group" /etc/group
+bench_mail_users "$private"
 echo 'CRELM_MAILNAMES_D /var/qmail/mailnames' > /etc/qvt/qvt.conf
 printf '| /usr/bin/deliverquota ./Maildir\n' > /var/qmail/mailnames/.default_delivery
 # The reload signal and the service helper succeed without acting: no

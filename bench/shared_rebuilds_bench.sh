@@ -24,6 +24,7 @@ if [ $# -lt 1 ]; then
 fi
 build="$(cd "$1" && pwd)"
 root="$(cd "$(dirname "$0")/.." && pwd)"
+. "$root/bench/lib.sh"
 sorvane="$build/src/sorvane"
 driver="$build/bench/assign_prepend_driver"
 for program in "$sorvane" "$driver"; do
@@ -35,24 +36,14 @@ counts=("$@")
 [ ${#counts[@]} -gt 0 ] || counts=(100000 1000000)
 
 if [ -z "${SHARED_REBUILDS_BENCH_INSIDE:-}" ]; then
-    if [ "$(id -u)" != 0 ]; then
-        echo "$0: must run as root (private mount namespace)" >&2
-        exit 2
-    fi
+    bench_require_root
     # The qmail tree that the mail-server suite built into the build tree.
-    qmail_tree="$build/mailserver-cache/tree"
-    if [ ! -x "$qmail_tree/bin/qmail-newu" ]; then
-        echo "$0: no qmail in $qmail_tree: run tests/mailserver/run $build first" >&2
-        exit 2
-    fi
+    qmail_tree=$(bench_qmail_tree "$build")
     SHARED_REBUILDS_BENCH_INSIDE=1 QMAIL_TREE="$qmail_tree" \
         exec unshare --mount --propagation private -- bash "$0" "$build" "$runs" "${counts[@]}"
 fi
 
-for tree in /var/qmail /var/lib/crelm /run/sorvane /etc/qvt; do
-    mkdir -p "$tree"
-    mount -t tmpfs -o size=3g tmpfs "$tree"
-done
+bench_mount_tmpfs 3g /var/qmail /var/lib/crelm /run/sorvane /etc/qvt
 # The lock directory must be root's alone (a tmpfs starts world-writable).
 chmod 0700 /run/sorvane
 cp -a "$QMAIL_TREE/." /var/qmail/
@@ -68,13 +59,7 @@ exec /var/qmail/bin/qmail-newu.real "$@"
 chmod 0755 /var/qmail/bin/qmail-newu
 private=$(mktemp -d "${TMPDIR:-/tmp}/shared-rebuilds-bench.XXXXXX")
 trap 'rm -rf "$private"' EXIT
-grep -v '^popuser:' /etc/passwd > "$private/passwd"
-echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
-mount --bind "$private/passwd" /etc/passwd
-grep -v '^popuser:' /etc/group > "$private/group"
-echo 'popuser:x:2110:' >> "$private/group"
-grep -q '^nofiles:' "$private/group" || echo 'nofiles:x:2111:' >> "$private/group"
-mount --bind "$private/group" /etc/group
+bench_mail_users "$private"
 : > /etc/qvt/qvt.conf
 mkdir -p /var/lib/crelm/mail/userdb
 sqlite3 /var/lib/crelm/mail/userdb/userdb.db "BEGIN TRANSACTION;CREATE TABLE IF NOT EXISTS mailbox_quota (domain_name TEXT NOT NULL,mailbox_name TEXT NOT NULL,quota TEXT NOT NULL,PRIMARY KEY (domain_name, mailbox_name));COMMIT;"
