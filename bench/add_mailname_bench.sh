@@ -19,6 +19,7 @@ if [ $# -lt 1 ]; then
     exit 2
 fi
 build="$(cd "$1" && pwd)"
+. "$(cd "$(dirname "$0")" && pwd)/lib.sh"
 sorvane="$build/src/sorvane"
 driver="$build/bench/assign_prepend_driver"
 for program in "$sorvane" "$driver"; do
@@ -47,12 +48,7 @@ mkdir -m 0755 /var/qmail/control /var/qmail/users /var/qmail/mailnames /var/qmai
     /var/qmail/saved
 private=$(mktemp -d "${TMPDIR:-/tmp}/add-mailname-bench.XXXXXX")
 trap 'rm -rf "$private"' EXIT
-grep -v '^popuser:' /etc/passwd > "$private/passwd"
-echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
-mount --bind "$private/passwd" /etc/passwd
-grep -v -e '^popuser:' -e '^nofiles:' /etc/group > "$private/group"
-printf 'popuser:x:2110:\nnofiles:x:2111:\n' >> "$private/group"
-mount --bind "$private/group" /etc/group
+bench_mail_users "$private"
 : > /etc/qvt/qvt.conf
 cp /bin/true /var/qmail/bin/qmail-newu
 mkdir -p /var/lib/crelm/mail/userdb

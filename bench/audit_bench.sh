@@ -35,6 +35,7 @@ if [ $# -lt 1 ]; then
     exit 2
 fi
 build="$(cd "$1" && pwd)"
+. "$(cd "$(dirname "$0")" && pwd)/lib.sh"
 sorvane="$build/src/sorvane"
 audit="$build/src/sorvane-audit"
 reader="$build/bench/audit_floor_reader"
@@ -59,12 +60,7 @@ fi
 qmail_tree="$build/mailserver-cache/tree"
 private=$(mktemp -d "${TMPDIR:-/tmp}/audit-bench.XXXXXX")
 trap 'rm -rf "$private"' EXIT
-grep -v '^popuser:' /etc/passwd > "$private/passwd"
-echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
-mount --bind "$private/passwd" /etc/passwd
-grep -v -e '^popuser:' -e '^nofiles:' /etc/group > "$private/group"
-printf 'popuser:x:2110:\nnofiles:x:2111:\n' >> "$private/group"
-mount --bind "$private/group" /etc/group
+bench_mail_users "$private"
 
 fresh_server() {  # <mail names>
     local inodes=$(($1 * 30 + 100000))

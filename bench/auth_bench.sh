@@ -22,6 +22,7 @@ if [ $# -lt 1 ]; then
     exit 2
 fi
 build="$(cd "$1" && pwd)"
+. "$(cd "$(dirname "$0")" && pwd)/lib.sh"
 auth="$build/src/sorvane-auth"
 floor="$build/bench/auth_floor_lookup"
 sorvane="$build/src/sorvane"
@@ -44,12 +45,7 @@ fi
 
 private=$(mktemp -d "${TMPDIR:-/tmp}/auth-bench.XXXXXX")
 trap 'rm -rf "$private"' EXIT
-grep -v '^popuser:' /etc/passwd > "$private/passwd"
-echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
-mount --bind "$private/passwd" /etc/passwd
-grep -v -e '^popuser:' -e '^nofiles:' /etc/group > "$private/group"
-printf 'popuser:x:2110:\nnofiles:x:2111:\n' >> "$private/group"
-mount --bind "$private/group" /etc/group
+bench_mail_users "$private"
 
 fresh_server() {
     for tree in /var/qmail /var/lib/crelm /etc/qvt /opt/qvt /run/sorvane; do
