@@ -257,10 +257,12 @@ def judge_killed_state(tally, where, said, said_without, killed, again, read_pas
 
 def audit_repaired_state(tally, server, where, expected, quotas, with_picture_only):
     """The audit of the state the second run ended in: nothing with the
-    picture, and (unless with_picture_only) nothing without it."""
+    picture (expected: one domain's, or a list of them), and (unless
+    with_picture_only) nothing without it."""
     if tally.missing:
         return
-    runs = [("with the picture", [expected])] + ([] if with_picture_only else [("without a picture", None)])
+    pictures = expected if isinstance(expected, list) else [expected]
+    runs = [("with the picture", pictures)] + ([] if with_picture_only else [("without a picture", None)])
     for how, pictures in runs:
         status, findings, output = tally.audit(server, pictures, quotas)
         tally.clean_checked += 1

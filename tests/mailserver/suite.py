@@ -14,6 +14,7 @@ sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 import mailserver  # noqa: E402
 import checks_baseline  # noqa: E402
+import checks_batches  # noqa: E402
 import checks_crashes  # noqa: E402
 import checks_concurrency  # noqa: E402
 import checks_deliveries  # noqa: E402
@@ -31,6 +32,7 @@ GROUPS = [
     ("concurrency", checks_concurrency),
     ("crashes", checks_crashes),
     ("faults", checks_faults),
+    ("batches", checks_batches),
 ]
 
 
