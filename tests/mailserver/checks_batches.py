@@ -44,7 +44,7 @@ from checks_crashes import (SETUP_MAILBOX, AuditTally, audit_repaired_state, chi
 from checks_deliveries import PASSWORD, expect, expect_local, landed, need
 from checks_faults import files_of, judge, only_empty_auth_domains_added
 from checks_powerloss import watched
-from mailserver import (CONTROL_FILES, STATE, STORES, WITHOUT_PICTURE, Domain, NotAvailable as NotBuilt, SuiteError,
+from mailserver import (CONTROL_FILES, QMAIL, STATE, STORES, WITHOUT_PICTURE, Domain, NotAvailable as NotBuilt, SuiteError,
                         describe_difference, integrity, option, quota_rows, server_state, temporary_files,
                         wait_until)
 
@@ -428,8 +428,63 @@ def fault_points(tree):
             continue
         path = strace_log.rename_paths(call.event)[1] if family == "rename" else strace_log.fd_path(call.event.args[0])
         if kept(path):
-            points.append(((call.name, call.occurrence), path, tree.role(call.pid)))
+            points.append(((call.name, call.occurrence), path, tree.role(call.pid), None))
     return points
+
+
+def rebuild_fault_points(tree):
+    """The first write, rename and fsync of the shared rebuild on the
+    compiled table's temporary file, as (call, 1, the file, the names that
+    strace's path filter is to match): counted only among the calls on that
+    file, they reach qmail-newu alone, whose calls of those names by number
+    the commands' processes make first."""
+    points = []
+    families = set()
+    for call in tree.everything():
+        family = FAMILIES.get(call.name)
+        if family is None or family in families or tree.role(call.pid) != "the shared rebuild":
+            continue
+        if family == "rename":
+            given = strace_log.unquote(call.event.args[0 if call.name == "rename" else 1])
+            # qmail-newu names its files from qmail's home, its working directory
+            path = given if given.startswith("/") else os.path.join(QMAIL, given)
+        else:
+            path = given = strace_log.fd_path(call.event.args[0])
+        if path and path.endswith("/users/cdb.tmp"):
+            families.add(family)
+            points.append(((call.name, 1), path, "the shared rebuild", sorted({path, given})))
+    return points
+
+
+def varied(points, count):
+    """count of the points (all when count is None), shared out in turn among
+    the kinds (the call's family, and whether a command's process, the batch
+    process or the shared rebuild makes it first), each kind's share spread
+    evenly over its points."""
+    if count is None or len(points) <= count:
+        return points
+    kinds = {}
+    for point in points:
+        (name, _), _, role, _ = point
+        kinds.setdefault((FAMILIES[name], "command" if role.startswith("command ") else role), []).append(point)
+    # a command's writes, renames and fsyncs first, then the others'
+    order = sorted(kinds, key=lambda kind: (kind[1] != "command", ("write", "rename", "fsync").index(kind[0]), kind))
+    shares = dict.fromkeys(kinds, 0)
+    while sum(shares.values()) < count:
+        for kind in order:
+            if shares[kind] < len(kinds[kind]) and sum(shares.values()) < count:
+                shares[kind] += 1
+    chosen = [kinds[kind][int((i + 0.5) * len(kinds[kind]) / share)]
+              for kind, share in shares.items() for i in range(share)]
+    return sorted(chosen, key=points.index)
+
+
+def injected_anywhere(trace, pids):
+    for pid in pids:
+        with open("%s.%d" % (trace, pid), errors="replace") as f:
+            if "(INJECTED)" in f.read():
+                return True
+    return False
 
 
 def injected_lines(trace, pids, tree_of_run):
@@ -458,23 +513,29 @@ def fault_sweep(server, results, sampled):
     tree = Tree(reference_path, pids, len(objects(result)))
     after = server_state()
     restore()
-    points = fault_points(tree)
-    if sampled is not None and len(points) > sampled:
-        step = len(points) / sampled
-        points = [points[int(i * step + step / 2)] for i in range(sampled)]
+    rebuild_points = rebuild_fault_points(tree)
+    points = varied(fault_points(tree), sampled) + (rebuild_points if sampled is None or sampled > LIGHT_FAULTS
+                                                     else rebuild_points[:1])
     failures = []
     figures = {"injected": 0, "torn": 0, "failed commands": 0, "passed over": 0, "shared": 0, "domain rows": 0}
     trace = STATE + "/batch-fault.trace"
-    for (name, occurrence), path, role in points:
+    for (name, occurrence), path, role, filtered in points:
         for error in ERRORS:
             restore()
             where = "%s on %s #%d (%s, first in %s)" % (error, name, occurrence, path, role)
-            faulted, run_pids = traced_run(server, document, trace, [
-                "-e", "trace=%s,%s,execve" % (name, ",".join(FORKS)),
-                "-e", "inject=%s:error=%s:when=%d" % (name, error, occurrence)])
+            inject = ["-e", "inject=%s:error=%s:when=%d" % (name, error, occurrence)]
+            if filtered:
+                # only the calls on the file are traced and counted
+                traced = ["-e", "trace=%s" % name] + [arg for given in filtered for arg in ("-P", given)]
+            else:
+                traced = ["-e", "trace=%s,%s,execve" % (name, ",".join(FORKS))]
+            faulted, run_pids = traced_run(server, document, trace, traced + inject)
             figures["injected"] += 1
             said = objects(faulted)
-            hit_lines, hit_others = injected_lines(trace, run_pids, Tree(trace, run_pids, len(said)))
+            if filtered:
+                hit_lines, hit_others = set(), {role} if injected_anywhere(trace, run_pids) else set()
+            else:
+                hit_lines, hit_others = injected_lines(trace, run_pids, Tree(trace, run_pids, len(said)))
             if not hit_lines and not hit_others:
                 failures.append("%s: the fault was not injected (the run differs from the reference)" % where)
             problems = fault_problems(faulted, said, hit_lines, hit_others, figures)
@@ -491,11 +552,14 @@ def fault_sweep(server, results, sampled):
                 figures["domain rows"] += 1
             elif difference:
                 problems.append("running the batch again does not converge:\n" + difference)
+            results.figure("batches:   %s: met by %s; statuses %s" % (
+                where, ", ".join(["command %d" % n for n in sorted(hit_lines)] + sorted(hit_others)) or "nothing",
+                [o.get("status") for o in said]))
             if problems:
                 failures.append("%s: %s" % (where, "; ".join(problems)))
     results.figure("batches: %d faults injected (%s on %d writes, renames and fsyncs of the batch's processes), "
-                   "%d commands ended with a message, %d faults in the shared rebuild, %d passed over with "
-                   "status 0, %d files torn, %d states repaired but for a domain row without users in the "
+                   "%d commands ended with a message, %d faults in the shared rebuild, %d commands met a fault and "
+                   "ended 0, %d files torn, %d states repaired but for a domain row without users in the "
                    "authentication store" % (figures["injected"], " and ".join(ERRORS), len(points),
                                              figures["failed commands"], figures["shared"], figures["passed over"],
                                              figures["torn"], figures["domain rows"]))
@@ -523,8 +587,10 @@ def fault_problems(faulted, said, hit_lines, hit_others, figures):
         # step it reports (its state is judged by the re-run)
         if line <= len(said) and said[line - 1].get("status") == 0:
             figures["passed over"] += 1
-    if hit_others & {"the shared rebuild"}:
+    if "the shared rebuild" in hit_others:
         figures["shared"] += 1
+        if all(s == 0 for s in statuses):
+            problems.append("the shared rebuild met the fault but no command says so")
     expected_status = 0 if all(s == 0 for s in statuses) else 1
     if faulted.returncode != expected_status:
         problems.append("the batch ended %d, its objects' statuses %s" % (faulted.returncode, statuses))
@@ -602,7 +668,8 @@ def batch_round(server, round_number, batches, audits):
             problems.append("batch of panel %d: %d objects for %d commands" % (worker.number, len(said),
                                                                                len(worker.commands)))
         for number, (obj, (command, status, out, err)) in enumerate(zip(said, alone), 1):
-            told = (obj.get("line"), obj.get("status"), without_pids(obj.get("stdout")), without_pids(obj.get("stderr")))
+            told = (obj.get("line"), obj.get("status"), without_pids(obj.get("stdout")),
+                    without_pids(obj.get("stderr")))
             if told != (number, status, without_pids(out), without_pids(err)):
                 problems.append("batch of panel %d, line %d (%s): said %r, alone it ends %d with %r %r"
                                 % (worker.number, number, " ".join(command), obj, status, out, err))
