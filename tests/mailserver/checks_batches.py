@@ -55,10 +55,13 @@ SAMPLED_POINTS = 24
 LIGHT_POINTS = 6
 # Fault points (each with ENOSPC and with EIO), likewise.
 SAMPLED_FAULTS = 4
-LIGHT_FAULTS = 2
+LIGHT_FAULTS = 1
 ERRORS = ("ENOSPC", "EIO")
 ROUNDS = 2
 LIGHT_ROUNDS = 1
+# Commands of a round (over its 8 panels), and in the lighter run.
+ROUND_COMMANDS = 120
+LIGHT_ROUND_COMMANDS = 40
 
 OLD = "example.com"
 NEW = "example.org"
@@ -637,8 +640,8 @@ def without_pids(text):
     return re.sub(r"^sorvane\[\d+\]: ", "sorvane: ", text or "", flags=re.M)
 
 
-def batch_round(server, round_number, batches, audits):
-    workers = plan(100 + round_number)
+def batch_round(server, round_number, batches, commands, audits):
+    workers = plan(100 + round_number, commands)
     as_batch = workers[:batches]
     prepare_round(server)
     outcomes = [{} for _ in as_batch]
@@ -685,13 +688,13 @@ def batch_round(server, round_number, batches, audits):
     return problems, lost, sum(len(w.commands) for w in as_batch), sum(len(w.commands) for w in workers)
 
 
-def concurrent_batches(server, results, rounds, audits):
+def concurrent_batches(server, results, rounds, commands, audits):
     need(server, "--add-domain", "--turn-on-domain", "--add-mailname", "--add-mailbox", "--remove-mailname",
          "--rename-mailname", "--rename-domain", "--add-alias", "--remove-alias", "--add-domain-alias",
          "--del-domain-alias")
     for round_number in range(rounds):
         batches = 2 if round_number % 2 or rounds == 1 else 1
-        problems, lost, batched, total = batch_round(server, round_number, batches, audits)
+        problems, lost, batched, total = batch_round(server, round_number, batches, commands, audits)
         results.figure("batches: concurrency round %d: %d batches (%d commands) beside %d single commands of "
                        "other panels, 8 panels at once; %d lines lost" % (round_number + 1, batches, batched,
                                                                           total - batched, lost))
@@ -752,7 +755,7 @@ def run(server, results, options):
     round_audits = AuditRuns(server)
     results.check(GROUP, "batches beside single commands of other panels: nothing lost, each object as the "
                   "command alone", timed, results, "the concurrent rounds", concurrent_batches, server, results,
-                  rounds, round_audits)
+                  rounds, LIGHT_ROUND_COMMANDS if light else ROUND_COMMANDS, round_audits)
     results.check(GROUP, "sorvane-audit after each round: only the logins the partial pictures leave out",
                   concurrent_audit, round_audits)
     results.check(GROUP, "real deliveries to every mailbox and alias a batch made", timed, results, "the deliveries",

@@ -206,10 +206,10 @@ def unresolved(command, addresses):
     return wrong
 
 
-def plan(round_number):
+def plan(round_number, commands=COMMANDS):
     rng = random.Random(1000 + round_number)
     workers = [Worker(w, random.Random(rng.random())) for w in range(WORKERS)]
-    for i in range(COMMANDS):
+    for i in range(commands):
         worker = workers[i % WORKERS]
         worker.add_next()
     return workers
