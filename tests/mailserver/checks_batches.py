@@ -10,16 +10,18 @@ the real mail server.
   uninterrupted run (users/cdb included, byte for byte), and sorvane-audit
   with the panel's picture flags every killed state that differs from it.
 - Faults: ENOSPC and EIO at sampled writes, renames and fsyncs that the
-  batch's processes make on the files they keep: the command that met the
-  fault says so in its output object, no file is torn, and running the
-  batch again converges.
+  batch's processes make on the files they keep, and at those of its shared
+  qmail-newu on the compiled table (counted among the calls on that file
+  alone, with strace's path filter): each command that failed says why in
+  its output object, no file is torn, and running the batch again
+  converges.
 - Concurrent panels: one or two batches beside single commands of other
   panels; nothing is lost against the sequential run, each batch's objects
   say what each command did, and the compiled table answers every name a
   batch made the moment the batch returns.
 - Deliveries: after the batch (so after its one shared qmail-newu and
   reload), real messages to every mailbox and alias it made land in the
-  mailbox's Maildir.
+  mailbox's Maildir, and mail to the mail name it removed bounces.
 
 strace's fault injection counts calls per traced process, each process
 from zero: "inject=write:signal=KILL:when=5" kills every process of the
@@ -27,7 +29,9 @@ batch at its own fifth write. A point of the sweep is such a (call,
 number) pair; where it first cuts the run is the earliest call of that
 number among all the processes of an uninterrupted run, and a later process
 that makes as many calls of that name is cut too. The sweep picks its
-points so that their first cuts spread over the whole run."""
+points so that their first cuts spread over the whole run, and always
+takes the batch process's fork of its shared rebuild: killed there, a batch
+leaves assign as after its last command and users/cdb as before it."""
 import glob
 import json
 import os
@@ -44,7 +48,7 @@ from checks_crashes import (SETUP_MAILBOX, AuditTally, audit_repaired_state, chi
 from checks_deliveries import PASSWORD, expect, expect_local, landed, need
 from checks_faults import files_of, judge, only_empty_auth_domains_added
 from checks_powerloss import watched
-from mailserver import (CONTROL_FILES, QMAIL, STATE, STORES, WITHOUT_PICTURE, Domain, NotAvailable as NotBuilt, SuiteError,
+from mailserver import (CONTROL_FILES, MAILNAMES, QMAIL, STATE, STORES, WITHOUT_PICTURE, Domain, NotAvailable as NotBuilt, SuiteError,
                         describe_difference, integrity, option, quota_rows, server_state, temporary_files,
                         wait_until)
 
@@ -218,13 +222,18 @@ def forked(calls):
 
 class Tree:
     """The processes of one traced batch run: the batch process (strace's
-    own child: the lowest pid in the private PID namespace), each command's
+    own child, the one that execs sorvane with --batch), each command's
     process (the batch process's forks, in the order of the output objects)
     with its descendants, and the processes of the shared rebuild."""
 
     def __init__(self, prefix_path, pids, commands_run):
         self.calls = {pid: calls_of(prefix_path, pid) for pid in pids}
-        self.batch = pids[0]
+        # the one process that strace started with "--batch" (pids can wrap
+        # over a long sweep; its execve is traced in every run a tree is
+        # made of)
+        started = [pid for pid in pids if any(c.name == "execve" and '"--batch"' in "".join(c.event.args[1:2])
+                                              for c in self.calls[pid])]
+        self.batch = started[0] if started else pids[0]
         children = forked(self.calls[self.batch])
         self.line_of = {}
         for number, child in enumerate(children):
@@ -327,6 +336,11 @@ def kill_sweep(server, results, sampled, audits):
     cuts = sorted((position[id(call)], key) for key, call in first_cuts(everything).items())
     points = spread(cuts, len(everything), sampled)
     first = first_cuts(everything)
+    # the state a batch leaves when it dies between its last command and
+    # its shared rebuild is always among the points
+    rebuild_point = before_shared_rebuild(tree, first)
+    if rebuild_point and rebuild_point not in points:
+        points.append(rebuild_point)
     failures = []
     figures = {"batch": 0, "children": 0, "only children": 0, "not killed": 0, "between": 0}
     by_role = {}
@@ -353,6 +367,11 @@ def kill_sweep(server, results, sampled, audits):
         torn, between = torn_files(before_files, after_files)
         figures["between"] += between
         problems += torn + broken_stores()
+        if (name, occurrence) == rebuild_point:
+            problems += unbuilt_table_problems(killed_state, final, said)
+            results.figure("batches: killed before its shared rebuild: assign as after the batch, users/cdb as "
+                           "before it; the audit says: %s" % ("(not built)" if said is None else
+                                                              "; ".join(said[1][:3]) or "nothing"))
         difference, again = again_and_compare(server, document, final)
         if not audits.missing:
             judge_killed_state(audits, where, said, None, killed_state, again, read_past)
@@ -369,10 +388,10 @@ def kill_sweep(server, results, sampled, audits):
         failures.append("%d of %d runs were not killed: the kill points do not match the run"
                         % (figures["not killed"], len(points)))
     results.figure("batches: %d processes and %d system calls in the uninterrupted batch; %d kill points (first cuts "
-                   "in %s); the batch process killed in %d runs, only its children in %d, %d children killed in "
+                   "in %s; %d points in all); the batch process killed in %d runs, only its children in %d, %d children killed in "
                    "all, %d runs not killed; %d control files between steps, none torn"
                    % (len(pids), len(everything), len(points),
-                      ", ".join("%s: %d" % item for item in sorted(by_role.items())), figures["batch"],
+                      ", ".join("%s: %d" % item for item in sorted(by_role.items())), len(cuts), figures["batch"],
                       figures["only children"], figures["children"], figures["not killed"], figures["between"]))
     if not audits.missing:
         results.figure("batches: sorvane-audit flagged %d of %d killed states that differed from the repaired "
@@ -384,6 +403,31 @@ def kill_sweep(server, results, sampled, audits):
         raise SuiteError("%d kill points left a state the next run does not repair:\n  %s\nin full:\n  %s"
                          % (len(failures), "\n  ".join(headlines), "\n  ".join(failures[:4])))
     return "%d kill points, every state repaired by running the batch again" % len(points)
+
+
+def before_shared_rebuild(tree, first):
+    """The kill point at the batch process's fork of its shared rebuild (the
+    fork after one per command), or None when another process makes as many
+    forks before it."""
+    forks = [c for c in tree.calls[tree.batch] if c.name in FORKS and c.event.result.isdigit()]
+    if len(forks) <= len(BATCH):
+        return None
+    call = forks[len(BATCH)]
+    return (call.name, call.occurrence) if first.get((call.name, call.occurrence)) is call else None
+
+
+def unbuilt_table_problems(killed, final, said):
+    """A batch killed before its shared rebuild has written assign as the
+    uninterrupted batch does and left users/cdb from before it."""
+    problems = []
+    assign, table = "/var/qmail/users/assign", "/var/qmail/users/cdb"
+    if killed.get(assign) != final.get(assign):
+        problems.append("killed before the shared rebuild, assign is not as after the batch")
+    if killed.get(table) == final.get(table):
+        problems.append("killed before the shared rebuild, users/cdb is already rebuilt")
+    if said is not None and (said[0] != 1 or not said[1]):
+        problems.append("killed before the shared rebuild, the audit flags nothing: %s" % said[2][:600])
+    return problems
 
 
 def kill_run(server, document, trace, name, occurrence):
@@ -517,6 +561,8 @@ def fault_sweep(server, results, sampled):
     after = server_state()
     restore()
     rebuild_points = rebuild_fault_points(tree)
+    results.figure("batches: %d fault points of the commands and %d of the shared rebuild in all"
+                   % (len(fault_points(tree)), len(rebuild_points)))
     points = varied(fault_points(tree), sampled) + (rebuild_points if sampled is None or sampled > LIGHT_FAULTS
                                                      else rebuild_points[:1])
     failures = []
@@ -555,9 +601,11 @@ def fault_sweep(server, results, sampled):
                 figures["domain rows"] += 1
             elif difference:
                 problems.append("running the batch again does not converge:\n" + difference)
-            results.figure("batches:   %s: met by %s; statuses %s" % (
+            failed = [o for o in said if o.get("status") != 0]
+            results.figure("batches:   %s: met by %s; statuses %s%s" % (
                 where, ", ".join(["command %d" % n for n in sorted(hit_lines)] + sorted(hit_others)) or "nothing",
-                [o.get("status") for o in said]))
+                [o.get("status") for o in said],
+                "; line %d says %r" % (failed[0].get("line"), failed[0].get("stderr", "")[:400]) if failed else ""))
             if problems:
                 failures.append("%s: %s" % (where, "; ".join(problems)))
     results.figure("batches: %d faults injected (%s on %d writes, renames and fsyncs of the batch's processes), "
@@ -727,7 +775,11 @@ def deliveries(server):
         delivery = server.deliver(address)
         expect_local(delivery, "success", address)
         landed(server, NEW, mailname, delivery.sender)
-    return "%d messages, each in its Maildir: %s" % (len(MADE), ", ".join(a for a, _ in MADE))
+    # the mail name the batch removed bounces, as its domain says
+    removed = "info@" + OLD
+    expect_local(server.deliver(removed), "failure", removed)
+    expect(not os.path.exists("%s/%s/info" % (MAILNAMES, OLD)), "the removed mail name's tree is still there")
+    return "%d messages, each in its Maildir: %s; %s bounced" % (len(MADE), ", ".join(a for a, _ in MADE), removed)
 
 
 # ---- the group -------------------------------------------------------------------
