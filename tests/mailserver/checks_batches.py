@@ -13,8 +13,9 @@ the real mail server.
   batch's processes make on the files they keep, and at those of its shared
   qmail-newu on the compiled table (counted among the calls on that file
   alone, with strace's path filter): each command that failed says why in
-  its output object, no file is torn, and running the batch again
-  converges.
+  its output object (for the shared qmail-newu exactly what the first
+  command alone says when its own qmail-newu meets the fault), no file is
+  torn, and running the batch again converges.
 - Concurrent panels: one or two batches beside single commands of other
   panels; nothing is lost against the sequential run, each batch's objects
   say what each command did, and the compiled table answers every name a
@@ -601,6 +602,9 @@ def fault_sweep(server, results, sampled):
                 figures["domain rows"] += 1
             elif difference:
                 problems.append("running the batch again does not converge:\n" + difference)
+            if filtered and said:
+                restore()
+                problems += first_command_alone(server, document, said[0], traced + inject)
             failed = [o for o in said if o.get("status") != 0]
             results.figure("batches:   %s: met by %s; statuses %s%s" % (
                 where, ", ".join(["command %d" % n for n in sorted(hit_lines)] + sorted(hit_others)) or "nothing",
@@ -617,6 +621,25 @@ def fault_sweep(server, results, sampled):
     if failures:
         raise SuiteError("%d faults handled badly:\n  %s" % (len(failures), "\n  ".join(failures[:12])))
     return "%d faults injected, each reported, no file torn, every state repaired" % figures["injected"]
+
+
+def first_command_alone(server, document, told, strace_options):
+    """The batch's first command run alone from the same state, its own
+    qmail-newu meeting the same fault: the batch's object for it must hold
+    exactly what it prints and ends with (but for the process numbers of
+    log lines)."""
+    line = json.loads(document.splitlines()[0])
+    env = {"QVT_PASSWORD": line["password"]} if "password" in line else None
+    alone = server.sorvane(*line["args"], expect=None, stdin=line.get("stdin"), env=env,
+                           prefix=["strace", "-f", "-qq", "-o", STATE + "/batch-alone.trace"] + strace_options)
+    with open(STATE + "/batch-alone.trace", errors="replace") as f:
+        if "(INJECTED)" not in f.read():
+            return ["line 1 alone: its qmail-newu did not meet the fault"]
+    wanted = (alone.returncode, without_pids(alone.stdout), without_pids(alone.stderr))
+    got = (told.get("status"), without_pids(told.get("stdout")), without_pids(told.get("stderr")))
+    if got != wanted:
+        return ["line 1 says %r, alone with its own qmail-newu meeting the fault it says %r" % (got, wanted)]
+    return []
 
 
 def fault_problems(faulted, said, hit_lines, hit_others, figures):
