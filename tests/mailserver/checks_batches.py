@@ -340,9 +340,11 @@ def kill_sweep(server, results, sampled, audits):
     # the state a batch leaves when it dies between its last command and
     # its shared rebuild is always among the points
     rebuild_point = before_shared_rebuild(tree, first)
-    if rebuild_point and rebuild_point not in points:
-        points.append(rebuild_point)
     failures = []
+    if rebuild_point is None:
+        failures.append("no kill point reaches the batch process between its last command and its shared rebuild")
+    elif rebuild_point not in points:
+        points.append(rebuild_point)
     figures = {"batch": 0, "children": 0, "only children": 0, "not killed": 0, "between": 0}
     by_role = {}
     trace = STATE + "/batch-kill.trace"
