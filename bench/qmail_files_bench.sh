@@ -1,62 +1,58 @@
 #!/bin/bash
-# Control-file benchmark: on a user assignment table of 10,000, 100,000 and
-# 1,000,000 mail-name records (over 10,000 domains, whose lines fill
-# rcpthosts and virtualdomains), in the same run with a warm cache, times
-# every edit that the commands make of assign and the control files, each
-# as a whole run of bench/qmail_files_driver calling the function that the
-# command calls:
-#   add record / add mail alias record   a record taken out and put back at
-#                                        the top of assign
-#   remove mail alias record             a record taken out of assign
-#   remove mail name record              the record, the authentication row
-#                                        and the mail name's directory
-#   rename mail name                     the record, the directory and the
-#                                        aliases' records
-#   add domain / remove domain           rcpthosts, virtualdomains, assign
-#                                        (remove: a domain with 10 mail
-#                                        names and their aliases, the
-#                                        authentication store, the tree)
-#   domain off / domain on               rcpthosts, virtualdomains
-#   add / remove domain alias            rcpthosts, virtualdomains, locals
-#   rename edits                         the line edits of a domain rename,
-#                                        run in process
-# against a bare copy of the files the edit rewrites (read, write, rename)
-# by the same driver, timed in the same run: assign alone, rcpthosts +
-# virtualdomains, or those two and assign. Prints the median wall-clock and
-# CPU milliseconds and the ratios (goal: at most 1.2).
-# Every replaced file is flushed before its rename and its directory after
-# it, so that a power cut leaves the old or the new content: the same bare
-# copy with those two flushes ("synced copy") is the second reference, and
-# the third column gives the ratio to it.
+# Control-file benchmark: every edit that sorvane makes of assign and the
+# control files, timed as the built program makes it, against a bare copy
+# of the same files timed in the same run. On a server whose user
+# assignment table holds 10,000, 100,000 and 1,000,000 mail-name records
+# over 10,000 domains (whose lines fill rcpthosts and virtualdomains), plus
+# a target domain with 10 mail names and an alias each (made by sorvane
+# itself), each of these runs starts from the same files:
+#   add record           --add-mailname           (assign)
+#   remove record        --remove-mailname        (assign)
+#   rename mail name     --rename-mailname        (assign)
+#   add mail alias       --add-alias              (assign)
+#   remove mail alias    --remove-alias           (assign)
+#   add domain           --add-domain             (rcpthosts, virtualdomains, assign)
+#   remove domain        --remove-domain          (rcpthosts, virtualdomains, assign)
+#   rename domain        --rename-domain          (rcpthosts, virtualdomains, assign)
+#   turn off domain      --turn-off-domain        (rcpthosts, virtualdomains)
+#   turn on domain       --turn-on-domain         (rcpthosts, virtualdomains)
+#   add domain alias     --add-domain-alias       (rcpthosts, virtualdomains, locals)
+#   remove domain alias  --del-domain-alias       (rcpthosts, virtualdomains, locals)
+# The bare copy is one `cp` of the files in brackets. qmail-newu is a copy
+# of /bin/true and the panel's service helper (the reload's fallback) exits
+# 0 at once, as in the other benchmarks here.
 #
-#   bench/qmail_files_bench.sh [--on-disk <dir>] <release-build-dir> [repetitions] [record counts...]
+# Three views, each the median of the runs, wall-clock and CPU (user +
+# system of the process and the children it waited for) milliseconds:
+#   whole    the whole sorvane process against the whole cp process;
+#   by size  the part of each that grows with the files: the same command
+#            and the same cp on the same server with only the target
+#            domain's lines (the fixed cost: process start, stores, trees,
+#            the stubbed children) taken off both;
+#   edit     the edit alone, in process: bench/qmail_files_driver calls
+#            the function that the command calls for the files, against
+#            the driver's own bare copy (read, write, flush, rename) of
+#            the same files.
+# Goal: the "by size" and "edit" ratios at most 1.2.
 #
-# By default the files live on tmpfs, where a flush costs nothing. With
-# --on-disk they live in fresh folders under <dir>, which must be on a disk
-# (ext4, say), so that the flushes reach the device and their price shows.
+#   bench/qmail_files_bench.sh <release-build-dir> [repetitions] [record counts...]
 #
-# Runs as root in private mount and host-name namespaces: tmpfs (or the
-# folders under <dir>) over /var/qmail and /var/lib/crelm, tmpfs over
-# /run/sorvane (sorvane makes its lock
-# directory there) and /etc/qvt, passwd and group with
-# popuser (and nofiles, the authentication store's group)
-# and a hosts file that names the host, so that the host is not touched.
+# Runs as root in private mount, PID and host-name namespaces: tmpfs over
+# /var/qmail, /var/lib/crelm, /etc/domainkeys, /etc/qvt, /opt/qvt and
+# /run/sorvane (the lock directory), passwd and group with popuser and
+# nofiles, a hosts file that names the host; nothing of the host changes.
 set -eu
-on_disk=
-if [ "${1:-}" = --on-disk ]; then
-    on_disk="$(cd "$2" && pwd)"
-    shift 2
-fi
 if [ $# -lt 1 ]; then
-    echo "usage: $0 [--on-disk <dir>] <release-build-dir> [repetitions] [record counts...]" >&2
+    echo "usage: $0 <release-build-dir> [repetitions] [record counts...]" >&2
     exit 2
 fi
 build="$(cd "$1" && pwd)"
+sorvane="$build/src/sorvane"
 driver="$build/bench/qmail_files_driver"
-if [ ! -x "$driver" ]; then
-    echo "$0: $driver not built (cmake --build $1 --target qmail_files_driver)" >&2
-    exit 2
-fi
+stores_setup="$build/tests/mail_stores_setup"
+for program in "$sorvane" "$driver" "$stores_setup"; do
+    [ -x "$program" ] || { echo "$0: $program not built" >&2; exit 2; }
+done
 repetitions="${2:-7}"
 shift $(($# >= 2 ? 2 : 1))
 counts=("$@")
@@ -64,33 +60,21 @@ counts=("$@")
 
 if [ -z "${QMAIL_FILES_BENCH_INSIDE:-}" ]; then
     if [ "$(id -u)" != 0 ]; then
-        echo "$0: must run as root (private mount namespace)" >&2
+        echo "$0: must run as root (private namespaces)" >&2
         exit 2
     fi
-    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --propagation private -- \
-        bash "$0" ${on_disk:+--on-disk "$on_disk"} "$build" "$repetitions" "${counts[@]}"
+    QMAIL_FILES_BENCH_INSIDE=1 exec unshare --mount --uts --pid --fork --mount-proc --propagation private -- \
+        bash "$0" "$build" "$repetitions" "${counts[@]}"
 fi
 
-disk_trees=
-if [ -n "$on_disk" ]; then
-    disk_trees=$(mktemp -d "$on_disk/qmail-files-bench.XXXXXX")
-    trap 'rm -rf "$disk_trees"' EXIT
-fi
-for tree in /var/qmail /var/lib/crelm /run/sorvane /etc/qvt; do
+for tree in /var/qmail /var/lib/crelm /etc/domainkeys /etc/qvt /opt/qvt /run/sorvane; do
     mkdir -p "$tree"
-    if [ -n "$disk_trees" ] && { [ "$tree" = /var/qmail ] || [ "$tree" = /var/lib/crelm ]; }; then
-        mkdir -p "$disk_trees$tree"
-        mount --bind "$disk_trees$tree" "$tree"
-    else
-        mount -t tmpfs -o size=2g tmpfs "$tree"
-    fi
+    mount -t tmpfs -o size=3g,mode=0755 tmpfs "$tree"
 done
-# The lock directory must be root's alone (a tmpfs starts world-writable).
+# The lock directory must be root's alone.
 chmod 0700 /run/sorvane
-echo "files on $(findmnt -n -o FSTYPE --target /var/qmail) ($(findmnt -n -o SOURCE --target /var/qmail))"
-mkdir -m 0755 /var/qmail/control /var/qmail/users /var/qmail/mailnames
 private=$(mktemp -d "${TMPDIR:-/tmp}/qmail-files-bench.XXXXXX")
-trap 'rm -rf "$private" ${disk_trees:+"$disk_trees"}' EXIT
+trap 'rm -rf "$private"' EXIT
 grep -v '^popuser:' /etc/passwd > "$private/passwd"
 echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
 mount --bind "$private/passwd" /etc/passwd
@@ -101,250 +85,269 @@ hostname bench
 printf '127.0.0.1 localhost\n192.0.2.7 bench.example bench\n' > "$private/hosts"
 mount --bind "$private/hosts" /etc/hosts
 
-domains=10000
-target=bench-target.example
-mailnames=/var/qmail/mailnames
+mkdir -p /var/qmail/bin /var/qmail/control /var/qmail/users /opt/qvt/admin/sbin
+cp /bin/true /var/qmail/bin/qmail-newu
+printf '#!/bin/sh\nexit 0\n' > /opt/qvt/admin/sbin/crelmrc
+chmod 0755 /opt/qvt/admin/sbin/crelmrc
+echo localhost > /var/qmail/control/locals
+echo localhost > /var/qmail/control/rcpthosts
+: > /var/qmail/control/virtualdomains
+echo . > /var/qmail/users/assign
+chmod 0644 /var/qmail/control/locals /var/qmail/control/rcpthosts /var/qmail/control/virtualdomains \
+    /var/qmail/users/assign
+mkdir -m 0751 /var/qmail/mailnames
+chown popuser:popuser /var/qmail/mailnames
+printf '| /usr/bin/deliverquota ./Maildir\n' > /var/qmail/mailnames/.default_delivery
+printf 'CRELM_MAILNAMES_D /var/qmail/mailnames\n' > /etc/qvt/qvt.conf
+mkdir -p /var/lib/crelm/mail/userdb /var/lib/crelm/mail/handlers /var/lib/crelm/mail/auth
+"$stores_setup"
 
-# "<wall> <cpu>" milliseconds of one run of the command: the CPU time (user
-# + system) is what load from other processes on the machine disturbs least.
-TIMEFORMAT='%R %U %S'
-elapsed_ms() {
-    local times
-    if ! times=$( { time "$@" > /dev/null 2> "$private/driver.err"; } 2>&1 ); then
-        echo "$0: $* failed: $(cat "$private/driver.err")" >&2
-        return 1
-    fi
-    echo "$times" | awk '{ printf "%.3f %.3f\n", $1 * 1000, ($2 + $3) * 1000 }'
-}
+python3 - "$sorvane" "$driver" "$repetitions" "${counts[@]}" <<'PY'
+import os, shutil, statistics, subprocess, sys, time
 
-median() {
-    sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
-}
+sorvane, driver, reps = sys.argv[1], sys.argv[2], int(sys.argv[3])
+counts = [int(c) for c in sys.argv[4:]]
+DOMAINS = 10000
+T = "bench-target.example"
+NEW = "bench-new.example"
+ALIAS = "bench-alias.example"
+RENAMED = "renamed-target.example"
+QMAIL, CONTROL, MAILNAMES = "/var/qmail", "/var/qmail/control", "/var/qmail/mailnames"
+ASSIGN = QMAIL + "/users/assign"
+RCPTHOSTS, VIRTUALDOMAINS, LOCALS = CONTROL + "/rcpthosts", CONTROL + "/virtualdomains", CONTROL + "/locals"
+SAVED = "/var/qmail/.bench-saved"
+COPIES = "/var/qmail/.bench-copies"
+IDS = "popuser:2110:2110:"
+# What a run starts from: the trees of the server, copied back before each run.
+TREES = ["/var/qmail/control", "/var/qmail/users", "/var/qmail/mailnames", "/var/lib/crelm", "/etc/domainkeys"]
 
-check() {
-    if ! "$@"; then
-        echo "$0: check failed: $*" >&2
-        exit 1
-    fi
-}
 
-# The files of a server with <records> mail names over 10,000 domains, plus
-# the target domain with 10 mail names and an alias each; saved beside
-# them so that every run starts from the same content.
-make_files() {
-    awk -v n="$1" -v d="$domains" -v t="$target" -v m="$mailnames" '
-    BEGIN {
-        ids = "popuser:2110:2110:"
-        for (i = 0; i < 10; i++) {
-            printf "=%s-alias%d:%s%s/%s/name%d:::\n", t, i, ids, m, t, i
-            printf "=%s-name%d:%s%s/%s/name%d:::\n", t, i, ids, m, t, i
-        }
-        printf "+%s:%s%s/%s:::\n", t, ids, m, t
-        for (i = 0; i < n; i++)
-            printf "=domain%05d.example-user%07d:%s%s/domain%05d.example/user%07d:::\n", i % d, i, ids, m, i % d, i
-        for (i = 0; i < d; i++)
-            printf "+domain%05d.example:%s%s/domain%05d.example:::\n", i, ids, m, i
-        print "."
-    }' > /var/qmail/users/assign
-    {
-        echo localhost
-        awk -v d="$domains" 'BEGIN { for (i = 0; i < d; i++) printf "domain%05d.example\n", i }'
-        echo "$target"
-    } > /var/qmail/control/rcpthosts
-    {
-        awk -v d="$domains" 'BEGIN { for (i = 0; i < d; i++) printf "domain%05d.example:domain%05d.example\n", i, i }'
-        echo "$target:$target"
-    } > /var/qmail/control/virtualdomains
-    echo localhost > /var/qmail/control/locals
-    chmod 0644 /var/qmail/users/assign /var/qmail/control/*
-    mkdir -p /var/qmail/saved
-    cp -p /var/qmail/users/assign /var/qmail/control/rcpthosts /var/qmail/control/virtualdomains \
-        /var/qmail/control/locals /var/qmail/saved/
-}
+def timed(argv):
+    """(wall, cpu) milliseconds of argv, which must end 0; its standard
+    input is the session document."""
+    start = time.perf_counter()
+    pid = os.fork()
+    if pid == 0:
+        try:
+            os.dup2(os.open(SESSION if os.path.exists(SESSION) else "/dev/null", os.O_RDONLY), 0)
+            null = os.open("/dev/null", os.O_RDWR)
+            os.dup2(null, 1)
+            errors = os.open("/tmp/qmail-files-bench.err", os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)
+            os.dup2(errors, 2)
+            os.execv(argv[0], argv)
+        finally:
+            os._exit(127)
+    _, status, usage = os.wait4(pid, 0)
+    wall = (time.perf_counter() - start) * 1000
+    if status != 0:
+        with open("/tmp/qmail-files-bench.err") as f:
+            sys.exit("%s failed (status %d): %s" % (" ".join(argv), status, f.read()))
+    return wall, (usage.ru_utime + usage.ru_stime) * 1000
 
-restore_files() {
-    cp -p /var/qmail/saved/assign /var/qmail/users/assign
-    cp -p /var/qmail/saved/rcpthosts /var/qmail/saved/virtualdomains /var/qmail/saved/locals /var/qmail/control/
-    rm -rf "$mailnames/$target" "$mailnames/renamed-target.example" "$mailnames/$new_domain"
-    mkdir -p "$mailnames/$target"
-    for i in 0 1 2 3 4 5 6 7 8 9; do mkdir -p "$mailnames/$target/name$i/Maildir"; done
-}
 
-# Each edit: its label, the set of files its bare copy copies (assign;
-# rcpthosts + virtualdomains; or those two and assign), and the check of
-# its result. A function "prepare_<name>" (if any) runs before each timed
-# run, untimed.
-edit_names=(add-record add-alias remove-alias remove-record rename-mailname add-domain remove-domain
-            domain-off domain-on add-domain-alias remove-domain-alias rename-edits)
-declare -A edit_label=(
-    [add-record]="add record (mail name)"
-    [add-alias]="add mail alias record"
-    [remove-alias]="remove mail alias record"
-    [remove-record]="remove mail name record"
-    [rename-mailname]="rename mail name"
-    [add-domain]="add domain"
-    [remove-domain]="remove domain (10 mail names)"
-    [domain-off]="domain off"
-    [domain-on]="domain on"
-    [add-domain-alias]="add domain alias"
-    [remove-domain-alias]="remove domain alias"
-    [rename-edits]="rename edits (in-process line editor)"
-)
-declare -A edit_files=(
-    [add-record]=assign [add-alias]=assign [remove-alias]=assign [remove-record]=assign
-    [rename-mailname]=assign [add-domain]=three [remove-domain]=three [domain-off]=two [domain-on]=two
-    [add-domain-alias]=two [remove-domain-alias]=two [rename-edits]=three
-)
-ids=popuser:2110:2110
-new_domain=bench-new.example
-domain_alias=bench-alias.example
+def must(argv):
+    with open(SESSION if os.path.exists(SESSION) else "/dev/null") as document:
+        done = subprocess.run(argv, stdin=document, capture_output=True, text=True)
+    if done.returncode != 0:
+        sys.exit("%s failed (%d): %s%s" % (" ".join(argv), done.returncode, done.stdout, done.stderr))
 
-edit_args() {
-    case $1 in
-    add-record) echo add-record newname "$target" ;;
-    add-alias) echo add-alias name0 "$target" newalias ;;
-    remove-alias) echo remove-alias name0 "$target" alias0 ;;
-    remove-record) echo remove-record name1 "$target" ;;
-    rename-mailname) echo rename-mailname name2 "$target" renamed2 ;;
-    add-domain) echo add-domain "$new_domain" ;;
-    remove-domain) echo remove-domain "$target" ;;
-    domain-off) echo domain-off "$target" ;;
-    domain-on) echo domain-on "$target" ;;
-    add-domain-alias) echo add-domain-alias "$target" "$domain_alias" ;;
-    remove-domain-alias) echo remove-domain-alias "$target" "$domain_alias" ;;
-    rename-edits) echo rename-edits "$target" renamed-target.example ;;
-    esac
-}
 
-prepare_remove-domain-alias() {
-    "$driver" add-domain-alias "$target" "$domain_alias" > /dev/null
-}
+def save(name):
+    target = os.path.join(SAVED, name)
+    shutil.rmtree(target, ignore_errors=True)
+    os.makedirs(target)
+    for tree in TREES:
+        must(["cp", "-a", tree, os.path.join(target, tree.strip("/").replace("/", "_"))])
 
-# How many lines of the file are exactly the text.
-lines_equal() {
-    grep -cxF -- "$2" "$1" || true
-}
 
-check_edit() {
-    local assign=/var/qmail/users/assign control=/var/qmail/control
-    case $1 in
-    add-record)
-        check test "$(head -n 1 $assign)" = "=$target-newname:$ids:$mailnames/$target/newname:::" ;;
-    add-alias)
-        check test "$(head -n 1 $assign)" = "=$target-newalias:$ids:$mailnames/$target/name0:::" ;;
-    remove-alias)
-        check test "$(lines_equal $assign "=$target-alias0:$ids:$mailnames/$target/name0:::")" = 0 ;;
-    remove-record)
-        check test "$(lines_equal $assign "=$target-name1:$ids:$mailnames/$target/name1:::")" = 0
-        check test ! -e "$mailnames/$target/name1" ;;
-    rename-mailname)
-        check test "$(head -n 1 $assign)" = "=$target-renamed2:$ids:$mailnames/$target/renamed2:::"
-        check test "$(lines_equal $assign "=$target-name2:$ids:$mailnames/$target/name2:::")" = 0
-        check test "$(lines_equal $assign "=$target-alias2:$ids:$mailnames/$target/renamed2:::")" = 1 ;;
-    add-domain)
-        check test "$(head -n 1 $assign)" = "+$new_domain:$ids:$mailnames/$new_domain:::"
-        check test "$(tail -n 1 $control/rcpthosts)" = "$new_domain"
-        check test "$(tail -n 1 $control/virtualdomains)" = "$new_domain:$new_domain" ;;
-    remove-domain)
-        check test "$(grep -c "$target" $assign $control/rcpthosts $control/virtualdomains | \
-            awk -F: '{ s += $2 } END { print s }')" = 0
-        check test ! -e "$mailnames/$target" ;;
-    domain-off)
-        check test "$(lines_equal $control/rcpthosts "$target")" = 0
-        check test "$(lines_equal $control/virtualdomains "$target:$target")" = 0 ;;
-    domain-on)
-        # The domain's lines are taken out and put back at the end, where
-        # they were.
-        check cmp -s $control/rcpthosts /var/qmail/saved/rcpthosts
-        check cmp -s $control/virtualdomains /var/qmail/saved/virtualdomains ;;
-    add-domain-alias)
-        check test "$(tail -n 1 $control/rcpthosts)" = "$domain_alias"
-        check test "$(tail -n 1 $control/virtualdomains)" = "$domain_alias:$target" ;;
-    remove-domain-alias)
-        check cmp -s $control/rcpthosts /var/qmail/saved/rcpthosts
-        check cmp -s $control/virtualdomains /var/qmail/saved/virtualdomains ;;
-    rename-edits)
-        check test "$(grep -c "$target" $assign $control/rcpthosts $control/virtualdomains | \
-            awk -F: '{ s += $2 } END { print s }')" = 0
-        check test "$(grep -c 'renamed-target' $assign)" = 21 ;;
-    esac
-}
+def restore(name):
+    source = os.path.join(SAVED, name)
+    for tree in TREES:
+        for entry in os.listdir(tree):
+            path = os.path.join(tree, entry)
+            if os.path.isdir(path) and not os.path.islink(path):
+                shutil.rmtree(path)
+            else:
+                os.unlink(path)
+        must(["cp", "-a", os.path.join(source, tree.strip("/").replace("/", "_")) + "/.", tree])
+    shutil.rmtree(COPIES, ignore_errors=True)
+    os.makedirs(COPIES)
 
-files_of_set() {
-    local control=/var/qmail/control
-    case $1 in
-    assign) echo /var/qmail/users/assign ;;
-    two) echo $control/rcpthosts $control/virtualdomains ;;
-    three) echo $control/rcpthosts $control/virtualdomains /var/qmail/users/assign ;;
-    esac
-}
 
-bench_size() {
-    local records=$1
-    make_files "$records"
-    restore_files
-    local -A series=()
-    local r set name
-    for ((r = 0; r < repetitions; r++)); do
-        for set in assign two three; do
-            series[copy-$set]+="$(elapsed_ms "$driver" copy $(files_of_set $set)) "
-            series[synced-$set]+="$(elapsed_ms "$driver" synced-copy $(files_of_set $set)) "
-        done
-        for name in "${edit_names[@]}"; do
-            if declare -F "prepare_$name" > /dev/null; then
-                "prepare_$name"
-            fi
-            series[$name]+="$(elapsed_ms "$driver" $(edit_args "$name")) "
-            check_edit "$name"
-            restore_files
-        done
-    done
-    report "$records" series
-}
+def lines(path):
+    with open(path) as f:
+        return f.read().splitlines()
 
-# The median of every other field, from the first given.
-median_of() {
-    printf '%s\n' $1 | awk -v field="$2" 'NR % 2 == field' | median
-}
 
-# Medians of the wall and CPU times of each kind of run, and their ratios to
-# the bare copy (and the synced copy) of the files that the run rewrites.
-report() {
-    local records=$1
-    local -n runs=$2
-    printf '%d records (assign %d bytes), median of %d runs\n' "$records" "$(stat -c %s /var/qmail/users/assign)" \
-        "$repetitions"
-    printf '  %-46s %8s %6s %6s  %8s %6s %6s\n' "" "wall ms" "/copy" "/sync" "cpu ms" "/copy" "/sync"
-    local set name
-    for set in assign two three; do
-        line "bare copy of $(set_label $set)" "${runs[copy-$set]}" "${runs[copy-$set]}" "${runs[synced-$set]}"
-        line "synced copy of $(set_label $set)" "${runs[synced-$set]}" "${runs[copy-$set]}" "${runs[synced-$set]}"
-        for name in "${edit_names[@]}"; do
-            [ "${edit_files[$name]}" = "$set" ] || continue
-            line "${edit_label[$name]}" "${runs[$name]}" "${runs[copy-$set]}" "${runs[synced-$set]}"
-        done
-    done
-}
+def count(path, line):
+    return sum(1 for held in lines(path) if held == line)
 
-set_label() {
-    case $1 in
-    assign) echo assign ;;
-    two) echo rcpthosts+virtualdomains ;;
-    three) echo rcpthosts+virtualdomains+assign ;;
-    esac
-}
 
-# One row: the medians of a series and their ratios to the two copies.
-line() {
-    local name=$1 run=$2 copy=$3 synced=$4
-    awk -v name="$name" -v w="$(median_of "$run" 1)" -v c="$(median_of "$run" 0)" \
-        -v cw="$(median_of "$copy" 1)" -v cc="$(median_of "$copy" 0)" \
-        -v sw="$(median_of "$synced" 1)" -v sc="$(median_of "$synced" 0)" 'BEGIN {
-        printf "  %-46s %8.1f %5.2fx %5.2fx  %8.1f %5.2fx %5.2fx\n", name, w, w / cw, w / sw, c, c / cc, c / sc
-    }'
-}
+def record(name, home):
+    return "=%s-%s:%s%s/%s/%s:::" % (T, name, IDS, MAILNAMES, T, home)
 
-"$driver" init-stores
-for count in "${counts[@]}"; do
-    bench_size "$count"
-done
+
+def check(condition, what):
+    if not condition:
+        sys.exit("check failed: " + what)
+
+
+SESSION = "/var/qmail/.bench-session"
+
+
+def session(mails):
+    """The session document of the target domain (the standard input of
+    every run) with mails, (name, aliases) pairs."""
+    entries = ['{"name": "%s", "mbox_quota": 104857600, "aliases": [%s]}' % (name, ", ".join(
+        '"%s"' % alias for alias in aliases)) for name, aliases in mails]
+    with open(SESSION, "w") as f:
+        f.write('{"domain": {"name": "%s", "dom_aliases": [], "mails": [%s]}}' % (T, ", ".join(entries)))
+
+# The target domain, its 10 mail names and an alias of each, made by sorvane.
+session([])
+must([sorvane, "--add-domain", "--domain-name=" + T])
+for i in range(10):
+    session([("name%d" % j, ["alias%d" % j]) for j in range(i)])
+    must([sorvane, "--add-mailname", "--domain-name=" + T, "--mailname=name%d" % i])
+    session([("name%d" % j, ["alias%d" % j] if j < i else []) for j in range(i + 1)])
+    must([sorvane, "--add-alias", "--domain-name=" + T, "--mailname=name%d" % i, "--alias=alias%d" % i])
+session([("name%d" % j, ["alias%d" % j]) for j in range(10)])
+save("small")
+
+ASSIGN_ONLY = [ASSIGN]
+THREE = [RCPTHOSTS, VIRTUALDOMAINS, ASSIGN]
+TWO = [RCPTHOSTS, VIRTUALDOMAINS]
+ALIAS_FILES = [RCPTHOSTS, VIRTUALDOMAINS, LOCALS]
+
+
+def prepare_alias():
+    must([sorvane, "--add-domain-alias", "--domain-name=" + T, "--domain-alias-name=" + ALIAS, "--set-bounce"])
+
+
+def prepare_off():
+    must([sorvane, "--turn-off-domain", "--domain-name=" + T])
+
+
+# Each edit: label, sorvane's arguments, the driver's arguments, the files
+# copied, what runs (untimed) before it, and the check of its result.
+EDITS = [
+    ("add record", ["--add-mailname", "--domain-name=" + T, "--mailname=newname"],
+     ["add-record", "newname", T], ASSIGN_ONLY, None,
+     lambda: lines(ASSIGN)[0] == record("newname", "newname")),
+    ("remove record", ["--remove-mailname", "--domain-name=" + T, "--mailname=name1"],
+     ["remove-record", "name1", T], ASSIGN_ONLY, None,
+     lambda: count(ASSIGN, record("name1", "name1")) == 0),
+    ("rename mail name", ["--rename-mailname", "--domain-name=" + T, "--old-mailname=name2",
+                          "--new-mailname=renamed2"],
+     ["rename-mailname", "name2", T, "renamed2"], ASSIGN_ONLY, None,
+     lambda: lines(ASSIGN)[0] == record("renamed2", "renamed2") and count(ASSIGN, record("name2", "name2")) == 0
+     and count(ASSIGN, record("alias2", "renamed2")) == 1),
+    ("add mail alias", ["--add-alias", "--domain-name=" + T, "--mailname=name0", "--alias=newalias"],
+     ["add-alias", "name0", T, "newalias"], ASSIGN_ONLY, None,
+     lambda: lines(ASSIGN)[0] == record("newalias", "name0")),
+    ("remove mail alias", ["--remove-alias", "--domain-name=" + T, "--mailname=name0", "--alias=alias0"],
+     ["remove-alias", "name0", T, "alias0"], ASSIGN_ONLY, None,
+     lambda: count(ASSIGN, record("alias0", "name0")) == 0),
+    ("add domain", ["--add-domain", "--domain-name=" + NEW], ["add-domain", NEW], THREE, None,
+     lambda: lines(ASSIGN)[0] == "+%s:%s%s/%s:::" % (NEW, IDS, MAILNAMES, NEW) and lines(RCPTHOSTS)[-1] == NEW
+     and lines(VIRTUALDOMAINS)[-1] == NEW + ":" + NEW),
+    ("remove domain", ["--remove-domain", "--domain-name=" + T], ["remove-domain", T], THREE, None,
+     lambda: not any(T in line for path in THREE for line in lines(path)) and not os.path.exists(MAILNAMES + "/" + T)),
+    ("rename domain", ["--rename-domain", "--old-domain-name=" + T, "--new-domain-name=" + RENAMED],
+     ["rename-edits", T, RENAMED], THREE, None,
+     lambda: not any(T in line for path in THREE for line in lines(path))
+     and sum(1 for line in lines(ASSIGN) if RENAMED in line) == 21),
+    ("turn off domain", ["--turn-off-domain", "--domain-name=" + T], ["domain-off", T], TWO, None,
+     lambda: count(RCPTHOSTS, T) == 0 and count(VIRTUALDOMAINS, T + ":" + T) == 0),
+    ("turn on domain", ["--turn-on-domain", "--domain-name=" + T, "--set-bounce"], ["domain-on", T], TWO, prepare_off,
+     lambda: count(RCPTHOSTS, T) == 1 and count(VIRTUALDOMAINS, T + ":" + T) == 1),
+    ("add domain alias", ["--add-domain-alias", "--domain-name=" + T, "--domain-alias-name=" + ALIAS, "--set-bounce"],
+     ["add-domain-alias", T, ALIAS], ALIAS_FILES, None,
+     lambda: lines(RCPTHOSTS)[-1] == ALIAS and lines(VIRTUALDOMAINS)[-1] == ALIAS + ":" + T),
+    ("remove domain alias", ["--del-domain-alias", "--domain-name=" + T, "--domain-alias-name=" + ALIAS],
+     ["remove-domain-alias", T, ALIAS], ALIAS_FILES, prepare_alias,
+     lambda: count(RCPTHOSTS, ALIAS) == 0 and count(VIRTUALDOMAINS, ALIAS + ":" + T) == 0),
+]
+
+
+def make_large(records):
+    """The small server's files with the bulk mail names and domains behind
+    the target's lines (assign keeps its "." last)."""
+    restore("small")
+    held = lines(ASSIGN)
+    with open(ASSIGN, "w") as f:
+        for line in held[:-1]:
+            f.write(line + "\n")
+        m = MAILNAMES
+        for i in range(records):
+            d = i % DOMAINS
+            f.write("=domain%05d.example-user%07d:%s%s/domain%05d.example/user%07d:::\n" % (d, i, IDS, m, d, i))
+        for d in range(DOMAINS):
+            f.write("+domain%05d.example:%s%s/domain%05d.example:::\n" % (d, IDS, m, d))
+        f.write(".\n")
+    with open(RCPTHOSTS, "a") as f:
+        for d in range(DOMAINS):
+            f.write("domain%05d.example\n" % d)
+    with open(VIRTUALDOMAINS, "a") as f:
+        for d in range(DOMAINS):
+            f.write("domain%05d.example:domain%05d.example\n" % (d, d))
+    save("large")
+
+
+def fresh(state, prepare):
+    restore(state)
+    if prepare:
+        prepare()
+
+
+def measure(records):
+    make_large(records)
+    series = {}
+    def add(key, value):
+        series.setdefault(key, []).append(value)
+    for rep in range(reps + 1):  # the first round warms up and is not counted
+        for label, args, driver_args, files, prepare, result in EDITS:
+            sample = {}
+            for state in ("small", "large"):
+                fresh(state, prepare)
+                sample["cp " + state] = timed(["/bin/cp"] + files + [COPIES])
+                sample["sorvane " + state] = timed([sorvane] + args)
+                if state == "large":
+                    check(result(), label)
+            fresh("large", prepare)
+            sample["driver copy"] = timed([driver, "synced-copy"] + files)
+            fresh("large", prepare)
+            sample["driver edit"] = timed([driver] + driver_args)
+            check(result(), label + " (driver)")
+            if rep > 0:
+                for key, value in sample.items():
+                    add((label, key), value)
+    return series
+
+
+def median(values, which):
+    return statistics.median(v[which] for v in values)
+
+
+def report(records, series):
+    size = os.path.getsize(SAVED + "/large/var_qmail_users/assign")
+    print()
+    print("%d records (assign %.1f MB), median of %d runs after a warm-up round" % (records, size / 1e6, reps))
+    for which, name in ((1, "CPU"), (0, "wall")):
+        print()
+        print("%s ms | whole: cp | sorvane | x | by size: cp | sorvane | x | edit: copy | edit | x |" % name)
+        print("|---|---|---|---|---|---|---|---|---|---|")
+        for label, _, _, files, _, _ in EDITS:
+            m = {key: median(values, which) for (edit, key), values in series.items() if edit == label}
+            cp_size = m["cp large"] - m["cp small"]
+            sorvane_size = m["sorvane large"] - m["sorvane small"]
+            print("| %s (%s) | %.1f | %.1f | %.2f | %.1f | %.1f | %.2f | %.1f | %.1f | %.2f |" % (
+                label, "+".join(os.path.basename(f) for f in files), m["cp large"], m["sorvane large"],
+                m["sorvane large"] / m["cp large"], cp_size, sorvane_size,
+                sorvane_size / cp_size if cp_size > 0 else float("nan"), m["driver copy"], m["driver edit"],
+                m["driver edit"] / m["driver copy"]), flush=True)
+
+
+for records in counts:
+    report(records, measure(records))
+PY

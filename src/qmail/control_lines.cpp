@@ -95,12 +95,11 @@ bool insert_line_at_top(const char* path, const std::string& line) {
     return file_str_one(path, line, LineAction::add, LinePosition::start) == 0;
 }
 
-LineOnTop put_line_on_top_once(const char* path, const std::string& line) {
+LineOnTop put_line_on_top_once(const char* path, const std::string& line, bool* was_there) {
     struct stat info {};
     if (::lstat(path, &info) != 0 && errno == ENOENT)
         return LineOnTop::no_file;
-    return file_str_one(path, line, LineAction::add_once_at_top, LinePosition::start) == 0 ? LineOnTop::placed
-                                                                                           : LineOnTop::failed;
+    return file_str_on_top(path, line, {}, was_there) == 0 ? LineOnTop::placed : LineOnTop::failed;
 }
 
 }  // namespace crelm::qmail

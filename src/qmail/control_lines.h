@@ -45,7 +45,8 @@ enum class LineOnTop { placed, no_file, failed };
 // line that was there is never missing in between. no_file when the file
 // does not exist (nothing is done: the caller goes step by step, with the
 // messages of a removal that finds no file); failed (file_str has said
-// why) leaves the file as it was.
-LineOnTop put_line_on_top_once(const char* path, const std::string& line);
+// why) leaves the file as it was. With was_there, whether the rewrite took
+// an old copy of line out.
+LineOnTop put_line_on_top_once(const char* path, const std::string& line, bool* was_there = nullptr);
 
 }  // namespace crelm::qmail

@@ -188,11 +188,16 @@ int remove_lines(const Target& target, const std::vector<std::string>& lines, Li
     return finish_temp(temp, before, target, "Error while rename file %s: %s\n");
 }
 
+// The old lines that a rewrite leaves out, and whether it met one.
+struct LeftOut {
+    const std::vector<std::string>& lines;
+    bool met = false;
+};
+
 // The old content after the new lines at the top; with left_out, the old
 // lines equal to one of those are left out (the new lines among them, so
 // that each is there once).
-int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path,
-                      const std::vector<std::string>* left_out) {
+int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path, LeftOut* left_out) {
     crelm::util::UniqueFd source = open_source(target);
     if (!source.valid())
         return failed("Unable to open file %s: %s\n", target.path);
@@ -200,9 +205,11 @@ int copy_old_contents(const Target& target, std::FILE* to, const std::string& te
         if (left_out == nullptr)
             return crelm::util::copy_kept_pieces(source.get(), to);
         const auto removed = [&](std::string_view piece) {
-            return is_removed(piece, *left_out, LineAction::remove_exact, LinePosition::anywhere);
+            const bool out = is_removed(piece, left_out->lines, LineAction::remove_exact, LinePosition::anywhere);
+            left_out->met = left_out->met || out;
+            return out;
         };
-        return copy_leaving_out(source.get(), to, removed, *left_out, LineAction::remove_exact);
+        return copy_leaving_out(source.get(), to, removed, left_out->lines, LineAction::remove_exact);
     };
     const PieceCopy copied = copy();
     if (copied == PieceCopy::write_failed)
@@ -212,8 +219,7 @@ int copy_old_contents(const Target& target, std::FILE* to, const std::string& te
     return 0;
 }
 
-int add_at_top(const Target& target, const std::vector<std::string>& lines, Before before,
-               const std::vector<std::string>* left_out) {
+int add_at_top(const Target& target, const std::vector<std::string>& lines, Before before, LeftOut* left_out) {
     TempOutput temp = open_temp(target);
     if (!temp.stream)
         return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
@@ -275,7 +281,7 @@ int append_lines(const Target& target, const std::vector<std::string>& lines, Be
 }
 
 int edit(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
-         Before before, const std::vector<std::string>& left_out) {
+         Before before, LeftOut& left_out) {
     if (action == LineAction::add_once_at_top)
         return add_at_top(target, lines, before, &left_out);
     if (action != LineAction::add)
@@ -316,10 +322,10 @@ namespace {
 // left_out: for add_once_at_top, the old lines to leave out.
 int edit_under_lock(const std::string& path, const std::vector<std::string>& lines, LineAction action,
                     LinePosition position, crelm::util::FileStamp* left,
-                    const std::vector<std::string>& left_out) {
+                    LeftOut& left_out) {
     const char* why = malformed(lines, action);
     if (why == nullptr)
-        why = malformed(left_out, action);
+        why = malformed(left_out.lines, action);
     if (why != nullptr) {
         errno = EINVAL;
         report_error(0, 0, "Refused to edit file %s: %s\n", path.c_str(), why);
@@ -356,19 +362,26 @@ int edit_under_lock(const std::string& path, const std::vector<std::string>& lin
 }  // namespace
 
 int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position) {
-    return edit_under_lock(path, lines, action, position, nullptr, lines);
+    LeftOut left_out{lines};
+    return edit_under_lock(path, lines, action, position, nullptr, left_out);
 }
 
 int file_str_stamped(const std::string& path, const std::vector<std::string>& lines, LineAction action,
                      LinePosition position, crelm::util::FileStamp& left) {
     left = crelm::util::FileStamp{};
-    return edit_under_lock(path, lines, action, position, &left, lines);
+    LeftOut left_out{lines};
+    return edit_under_lock(path, lines, action, position, &left, left_out);
 }
 
-int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out) {
-    std::vector<std::string> left_out{line};
-    left_out.insert(left_out.end(), also_left_out.begin(), also_left_out.end());
-    return edit_under_lock(path, {line}, LineAction::add_once_at_top, LinePosition::start, nullptr, left_out);
+int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
+                    bool* met_old) {
+    std::vector<std::string> lines{line};
+    lines.insert(lines.end(), also_left_out.begin(), also_left_out.end());
+    LeftOut left_out{lines};
+    const int result = edit_under_lock(path, {line}, LineAction::add_once_at_top, LinePosition::start, nullptr, left_out);
+    if (met_old != nullptr)
+        *met_old = left_out.met;
+    return result;
 }
 
 int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position) {

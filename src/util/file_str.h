@@ -67,8 +67,11 @@ int file_str_stamped(const std::string& path, const std::vector<std::string>& li
 
 // file_str(path, {line}, LineAction::add_once_at_top, ...), with the old
 // lines equal to one of also_left_out left out as well, in the same
-// rewrite (a record that replaces another).
-int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out);
+// rewrite (a record that replaces another). With met_old, whether the
+// rewrite left out an old line (line itself or one of also_left_out): what
+// the file held before, read by the same pass.
+int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
+                    bool* met_old = nullptr);
 
 // file_str with a single line.
 int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position);

@@ -24,6 +24,16 @@ TEST_F(ControlLinesTest, TheLineEndsUpOnTopOnceWithTheOtherLinesInOrder) {
     EXPECT_EQ(temporaries_beside(kAssignPath), std::vector<std::string>{});
 }
 
+TEST_F(ControlLinesTest, TheRewriteTellsWhetherTheLineWasThere) {
+    write_file(kAssignPath, "=b:2\n=a:10\n.\n", 0644);
+    bool was_there = true;
+    EXPECT_EQ(put_line_on_top_once(kAssignPath, "=a:1", &was_there), LineOnTop::placed);
+    EXPECT_FALSE(was_there);
+    EXPECT_EQ(put_line_on_top_once(kAssignPath, "=b:2", &was_there), LineOnTop::placed);
+    EXPECT_TRUE(was_there);
+    EXPECT_EQ(read_file(kAssignPath), "=b:2\n=a:1\n=a:10\n.\n");
+}
+
 TEST_F(ControlLinesTest, AMissingFileIsLeftMissing) {
     ASSERT_EQ(::unlink(kAssignPath), 0);
     EXPECT_EQ(put_line_on_top_once(kAssignPath, "=a:1"), LineOnTop::no_file);
