@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -105,19 +106,24 @@ std::optional<std::string> first_record(const std::function<bool(std::string_vie
     const util::UniqueFd fd = open_assign();
     if (!fd.valid())
         return std::nullopt;
-    std::vector<char> block(kReadBlock);
+    std::size_t size = kReadBlock;
+    std::unique_ptr<char[]> block(new char[size]);  // not cleared: only what was read is looked at
     std::size_t held = 0;  // bytes in block: the carried line, then the last read
     for (;;) {
-        if (held == block.size())
-            block.resize(block.size() * 2);  // a line longer than the block
-        const ssize_t got = ::read(fd.get(), block.data() + held, block.size() - held);
+        if (held == size) {  // a line longer than the block
+            std::unique_ptr<char[]> larger(new char[2 * size]);
+            std::memcpy(larger.get(), block.get(), held);
+            block = std::move(larger);
+            size *= 2;
+        }
+        const ssize_t got = ::read(fd.get(), block.get() + held, size - held);
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
             return std::nullopt;
         const bool at_end = got == 0;
         held += static_cast<std::size_t>(got);
-        const std::string_view text(block.data(), held);
+        const std::string_view text(block.get(), held);
         std::size_t start = 0;
         while (start < text.size()) {
             const std::size_t end = text.find('\n', start);
@@ -135,7 +141,7 @@ std::optional<std::string> first_record(const std::function<bool(std::string_vie
         }
         if (at_end)
             return std::nullopt;
-        std::memmove(block.data(), block.data() + start, held - start);
+        std::memmove(block.get(), block.get() + start, held - start);
         held -= start;
     }
 }
