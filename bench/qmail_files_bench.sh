@@ -64,7 +64,7 @@ stores_setup="$build/tests/mail_stores_setup"
 for program in "$sorvane" "$driver" "$stores_setup"; do
     [ -x "$program" ] || { echo "$0: $program not built" >&2; exit 2; }
 done
-repetitions="${2:-7}"
+repetitions="${2:-5}"
 shift $(($# >= 2 ? 2 : 1))
 counts=("$@")
 [ ${#counts[@]} -gt 0 ] || counts=(10000 100000 1000000)
