@@ -9,6 +9,21 @@
 //                                                  rename, run in process
 //                                                  (rcpthosts, locals,
 //                                                  virtualdomains, assign)
+//   qmail_files_driver add-domain <domain>         qmail_add_domain
+//   qmail_files_driver domain-off <domain>         qmail_domain_off
+//   qmail_files_driver domain-on <domain>          qmail_domain_on
+//   qmail_files_driver add-alias <name> <domain> <alias>
+//                                                  qmail_add_mail_alias
+//   qmail_files_driver remove-alias <name> <domain> <alias>
+//                                                  qmail_remove_mail_alias
+//   qmail_files_driver remove-record <name> <domain>
+//                                                  remove_mailname_files
+//   qmail_files_driver rename-mailname <old> <domain> <new>
+//                                                  qmail_rename_mailname
+//   qmail_files_driver add-domain-alias <domain> <alias>
+//                                                  qmail_add_domain_alias
+//   qmail_files_driver remove-domain-alias <domain> <alias>
+//                                                  qmail_remove_domain_alias
 //   qmail_files_driver copy <path>...              the floor: each file copied
 //                                                  through "<path>.tmp" in large
 //                                                  blocks and renamed onto itself
@@ -31,6 +46,7 @@
 
 #include "qmail/control_files.h"
 #include "qmail/domain_rename_edits.h"
+#include "qmail/mailname_files.h"
 #include "runtime/log.h"
 #include "stores/mail_auth_paths.h"
 #include "stores/mail_auth_store.h"
@@ -86,8 +102,35 @@ int bare_copy(const std::string& path, bool synced) {
 int usage() {
     std::fprintf(stderr,
                  "usage: qmail_files_driver init-stores | add-record <name> <domain> | remove-domain <domain> |"
-                 " rename-edits <old> <new> | copy <path>... | synced-copy <path>...\n");
+                 " rename-edits <old> <new> | copy <path>... | synced-copy <path>... |"
+                 " add-domain <domain> | domain-off <domain> | domain-on <domain> |"
+                 " add-alias <name> <domain> <alias> | remove-alias <name> <domain> <alias> |"
+                 " remove-record <name> <domain> | rename-mailname <old> <domain> <new> |"
+                 " add-domain-alias <domain> <alias> | remove-domain-alias <domain> <alias>\n");
     return 2;
+}
+
+// The edits of the other commands, each as the command makes it.
+int other_edit(const std::string& action, int argc, char** argv) {
+    if (action == "add-domain" && argc == 3)
+        return qmail_add_domain(argv[2], false) == 0 ? 0 : 1;
+    if (action == "domain-off" && argc == 3)
+        return qmail_domain_off(argv[2]) == 0 ? 0 : 1;
+    if (action == "domain-on" && argc == 3)
+        return qmail_domain_on(argv[2]) == 0 ? 0 : 1;
+    if (action == "add-alias" && argc == 5)
+        return qmail_add_mail_alias(argv[2], argv[3], argv[4]) == 0 ? 0 : 1;
+    if (action == "remove-alias" && argc == 5)
+        return qmail_remove_mail_alias(argv[2], argv[3], argv[4]) == 0 ? 0 : 1;
+    if (action == "remove-record" && argc == 4)
+        return remove_mailname_files(argv[2], argv[3]) == 0 ? 0 : 1;
+    if (action == "rename-mailname" && argc == 5)
+        return qmail_rename_mailname(argv[2], argv[3], argv[4], "") == 0 ? 0 : 1;
+    if (action == "add-domain-alias" && argc == 4)
+        return qmail_add_domain_alias(argv[2], argv[3]) == 0 ? 0 : 1;
+    if (action == "remove-domain-alias" && argc == 4)
+        return qmail_remove_domain_alias(argv[2], argv[3]) == 0 ? 0 : 1;
+    return usage();
 }
 
 }  // namespace
@@ -109,5 +152,5 @@ int main(int argc, char** argv) {
         return qmail_remove_domain(argv[2]) == 0 ? 0 : 1;
     if (action == "rename-edits" && argc == 4)
         return crelm::qmail::rename_domain_in_control_files(argv[2], argv[3]) ? 0 : 1;
-    return usage();
+    return other_edit(action, argc, argv);
 }

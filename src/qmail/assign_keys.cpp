@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -27,27 +29,18 @@ struct AssignRecord {
     std::string_view line;
 };
 
-std::optional<std::string> read_assign() {
-    const util::UniqueFd fd(::open(kUsersAssign, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+// The block in which assign is read: large enough that a table of a million
+// records takes few reads, small enough to stay in the processor's cache.
+constexpr std::size_t kReadBlock = std::size_t{1} << 20;
+
+// assign opened for reading, when it is a regular file (a FIFO or device
+// planted in its place is not read).
+util::UniqueFd open_assign() {
+    util::UniqueFd fd(::open(kUsersAssign, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat info {};
     if (!fd.valid() || ::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))
-        return std::nullopt;
-    std::string text(static_cast<std::size_t>(info.st_size), '\0');
-    std::size_t filled = 0;
-    for (;;) {
-        if (filled == text.size())
-            text.resize(text.size() + 65536);
-        const ssize_t got = ::read(fd.get(), text.data() + filled, text.size() - filled);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return std::nullopt;
-        if (got == 0) {
-            text.resize(filled);
-            return text;
-        }
-        filled += static_cast<std::size_t>(got);
-    }
+        return util::UniqueFd();
+    return fd;
 }
 
 // "<kind><key>:<user>:<uid>:<gid>:<home>:..." ; nullopt for any other line.
@@ -104,27 +97,53 @@ bool belongs_to(const AssignRecord& record, const std::string& domain) {
 // reads them, until it returns true; that record's whole line is the
 // result. worth_parsing looks at a raw line first: a table of a million
 // records is mostly lines that cannot matter, and they are passed over
-// without being taken apart. nullopt when no record was taken or assign
-// cannot be read.
+// without being taken apart. assign is read in blocks into one buffer (a
+// line that a read cut is carried to the next), so that a large table is
+// never held whole; the lines given to both calls live until the next read.
+// nullopt when no record was taken or assign cannot be read.
 std::optional<std::string> first_record(const std::function<bool(std::string_view line)>& worth_parsing,
                                         const std::function<bool(const AssignRecord&)>& visit) {
-    const std::optional<std::string> text = read_assign();
-    if (!text)
+    const util::UniqueFd fd = open_assign();
+    if (!fd.valid())
         return std::nullopt;
-    std::string_view rest(*text);
-    while (!rest.empty()) {
-        const std::size_t end = rest.find('\n');
-        const std::string_view line = rest.substr(0, end);
-        if (!line.empty() && line[0] == '.')
-            break;
-        if (worth_parsing(line))
-            if (const std::optional<AssignRecord> record = parse_record(line); record && visit(*record))
-                return std::string(record->line);
-        if (end == std::string_view::npos)
-            break;
-        rest.remove_prefix(end + 1);
+    std::size_t size = kReadBlock;
+    std::unique_ptr<char[]> block(new char[size]);  // not cleared: only what was read is looked at
+    std::size_t held = 0;  // bytes in block: the carried line, then the last read
+    for (;;) {
+        if (held == size) {  // a line longer than the block
+            std::unique_ptr<char[]> larger(new char[2 * size]);
+            std::memcpy(larger.get(), block.get(), held);
+            block = std::move(larger);
+            size *= 2;
+        }
+        const ssize_t got = ::read(fd.get(), block.get() + held, size - held);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return std::nullopt;
+        const bool at_end = got == 0;
+        held += static_cast<std::size_t>(got);
+        const std::string_view text(block.get(), held);
+        std::size_t start = 0;
+        while (start < text.size()) {
+            const std::size_t end = text.find('\n', start);
+            if (end == std::string_view::npos && !at_end)
+                break;
+            const std::string_view line = text.substr(start, end == std::string_view::npos ? end : end - start);
+            if (!line.empty() && line[0] == '.')
+                return std::nullopt;
+            if (worth_parsing(line))
+                if (const std::optional<AssignRecord> record = parse_record(line); record && visit(*record))
+                    return std::string(record->line);
+            if (end == std::string_view::npos)
+                return std::nullopt;
+            start = end + 1;
+        }
+        if (at_end)
+            return std::nullopt;
+        std::memmove(block.get(), block.get() + start, held - start);
+        held -= start;
     }
-    return std::nullopt;
 }
 
 // The domain whose mail names directory holds the record's home

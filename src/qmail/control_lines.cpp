@@ -80,7 +80,10 @@ LineRemoval take_line_out(const char* path, const std::string& line, bool every_
     return missing ? LineRemoval::no_file : LineRemoval::failed;
 }
 
-bool remove_lines_containing(const char* path, const std::vector<std::string>& texts) {
+bool remove_lines_containing(const char* path, const std::vector<std::string>& texts,
+                             crelm::util::FileStamp* left) {
+    if (left != nullptr)
+        return file_str_stamped(path, texts, LineAction::remove_pattern, LinePosition::anywhere, *left) == 0;
     return file_str(path, texts, LineAction::remove_pattern, LinePosition::anywhere) == 0;
 }
 
@@ -90,6 +93,13 @@ bool append_line(const char* path, const std::string& line) {
 
 bool insert_line_at_top(const char* path, const std::string& line) {
     return file_str_one(path, line, LineAction::add, LinePosition::start) == 0;
+}
+
+LineOnTop put_line_on_top_once(const char* path, const std::string& line, bool* was_there) {
+    struct stat info {};
+    if (::lstat(path, &info) != 0 && errno == ENOENT)
+        return LineOnTop::no_file;
+    return file_str_on_top(path, line, {}, was_there) == 0 ? LineOnTop::placed : LineOnTop::failed;
 }
 
 }  // namespace crelm::qmail

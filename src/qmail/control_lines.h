@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "util/file_stamp.h"
+
 namespace crelm::qmail {
 
 // Whether some line of the file equals line (a last line without its
@@ -27,11 +29,24 @@ enum class LineRemoval { taken_out, no_file, failed };
 // remove_line_if_present (or remove_line when every_time is set), told
 // apart as above.
 LineRemoval take_line_out(const char* path, const std::string& line, bool every_time = false);
-// Takes out every line that contains any of texts anywhere.
-bool remove_lines_containing(const char* path, const std::vector<std::string>& texts);
+// Takes out every line that contains any of texts anywhere. With left, the
+// stamp of the file as this edit left it (util/file_stamp.h).
+bool remove_lines_containing(const char* path, const std::vector<std::string>& texts,
+                             crelm::util::FileStamp* left = nullptr);
 // Appends line at the end (rcpthosts, virtualdomains).
 bool append_line(const char* path, const std::string& line);
 // Puts line at the top (assign, so that its "." stays last).
 bool insert_line_at_top(const char* path, const std::string& line);
+// What putting a line at the top once came to.
+enum class LineOnTop { placed, no_file, failed };
+// Takes every copy of line out and puts it at the top, the two halves of
+// remove_line_if_present and insert_line_at_top in one rewrite of the file
+// under its lock: a large file (assign) is read and written once, and a
+// line that was there is never missing in between. no_file when the file
+// does not exist (nothing is done: the caller goes step by step, with the
+// messages of a removal that finds no file); failed (file_str has said
+// why) leaves the file as it was. With was_there, whether the rewrite took
+// an old copy of line out.
+LineOnTop put_line_on_top_once(const char* path, const std::string& line, bool* was_there = nullptr);
 
 }  // namespace crelm::qmail

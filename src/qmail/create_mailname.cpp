@@ -228,11 +228,10 @@ void MailnameBuild::init_quota_record() {
     }
 }
 
-// Read before the record is written: whether the record and the home were
-// there already.
+// Read before the record is written: whether the home was there already
+// (whether the record was is told by its writing).
 Before state_before(const std::string& mailname, const std::string& domain) {
     Before before;
-    before.record = assign_holds_record(mailname_record_line(mailname, domain));
     std::string home;
     before.home = mailname_home_path(home, mailname, domain) != 0 || path_taken(home);
     return before;
@@ -246,8 +245,8 @@ int create_mailname(const std::string& mailname, const std::string& domain) {
     const MailOwnerIds owner = mail_owner_ids();
     if (!owner.known())
         report_fatal("Unable to define UID or GID for user popuser");
-    const Before before = state_before(mailname, domain);
-    qmail_add_mailname_record(mailname, domain);
+    Before before = state_before(mailname, domain);
+    add_mailname_record(mailname, domain, before.record);
     MailnameBuild build(mailname, domain, owner, before);
     build.make_home();
     build.write_dot_qmail();

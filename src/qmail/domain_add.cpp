@@ -19,10 +19,13 @@ namespace {
 // Taking a line out and adding it again makes sure it is there exactly once.
 void put_domain_record(const std::string& domain, const PopuserIds& ids) {
     const std::string record = domain_assign_record(domain, ids);
-    if (!remove_line_if_present(kUsersAssign, record)) {
+    // One rewrite takes the record's old copies out and puts it at the top;
+    // without assign, the removal finds no file and is reported.
+    const LineOnTop placed = put_line_on_top_once(kUsersAssign, record);
+    if (placed == LineOnTop::no_file) {
         report_failure("Unable to remove domain record from assign file");
     }
-    if (!insert_line_at_top(kUsersAssign, record)) {
+    if (placed == LineOnTop::failed || (placed == LineOnTop::no_file && !insert_line_at_top(kUsersAssign, record))) {
         report_fatal("Unable to add default string to assign file for mail domain");
     }
     set_assign_mode();

@@ -6,6 +6,7 @@
 #include "qmail/paths.h"
 #include "qmail/qmail_report.h"
 #include "stores/mail_auth_store.h"
+#include "util/file_stamp.h"
 #include "util/tree_walk.h"
 
 using namespace crelm::qmail;
@@ -37,11 +38,16 @@ int qmail_remove_domain(const std::string& domain_name) {
     // then finds nothing left to rewrite for.
     const std::string home_prefix = domain_home_prefix(domain);
     const std::string domain_record = domain_assign_record(domain, ids);
-    if (!remove_lines_containing(kUsersAssign, {home_prefix, domain_record})) {
+    crelm::util::FileStamp left;
+    if (!remove_lines_containing(kUsersAssign, {home_prefix, domain_record}, &left)) {
         report_fatal("error while deleting from file assign");
     }
     removed = remove_tree(home_prefix) == 0 && removed;
-    if (!remove_line_if_present(kUsersAssign, domain_record)) {
+    // While assign is the file that pass left, it holds no such record and
+    // is not read again; only another editor's rename or append since can
+    // have brought one back.
+    if (!crelm::util::same_stamp(left, crelm::util::stamp_of(kUsersAssign)) &&
+        !remove_line_if_present(kUsersAssign, domain_record)) {
         report_fatal("Unable to remove domain mailbox record from assign file");
     }
     set_assign_mode();

@@ -24,10 +24,13 @@ std::string alias_record(const std::string& mailname, const std::string& domain,
 
 int qmail_add_mail_alias(const std::string& mailname, const std::string& domain, const std::string& alias) {
     const std::string record = alias_record(mailname, domain, alias, "Unable to define UID or GID for user popuser");
-    if (!remove_line_if_present(kUsersAssign, record)) {
+    // One rewrite takes the record's old copies out and puts it at the top;
+    // without assign, the removal finds no file and is reported.
+    const LineOnTop placed = put_line_on_top_once(kUsersAssign, record);
+    if (placed == LineOnTop::no_file) {
         report_failure("Unable to remove record from assign file");
     }
-    if (!insert_line_at_top(kUsersAssign, record)) {
+    if (placed == LineOnTop::failed || (placed == LineOnTop::no_file && !insert_line_at_top(kUsersAssign, record))) {
         report_fatal("Unable to add record to assign file");
     }
     set_assign_mode();

@@ -15,4 +15,9 @@ std::string mailname_record_line(const std::string& mailname, const std::string&
 // that a caller that undoes only its own work leaves the record alone.
 bool assign_holds_record(const std::string& record);
 
+// qmail_add_mailname_record, which also tells in held_before whether assign
+// held the record before (read by the rewrite itself; true as well when
+// assign could not be read), for a caller that undoes only its own work.
+int add_mailname_record(const std::string& mailname, const std::string& domain, bool& held_before);
+
 }  // namespace crelm::qmail

@@ -1,6 +1,10 @@
 // Renaming a mail name within its domain: its assign record, its home, the
 // records of its aliases, its authentication records and the address in its
 // ".qmail".
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "mailbox/mailnames_root.h"
 #include "qmail/control_files.h"
 #include "qmail/control_lines.h"
@@ -12,6 +16,7 @@
 #include "qmail/session_hooks.h"
 #include "stores/mail_auth_store.h"
 #include "util/directories.h"
+#include "util/file_str.h"
 
 using namespace crelm::qmail;
 
@@ -29,11 +34,24 @@ struct MailnameRename {
     }
 };
 
-// The new record replaces the old one at the top of assign; if it cannot be
-// written the old one goes back before the program ends. The new record is
-// taken out before it is put in, so that a rename run again after an
-// interrupted one leaves it there once.
+// The new record replaces the old one at the top of assign, both records'
+// old copies taken out in the same rewrite (so that a rename run again
+// after an interrupted one leaves the new one there once); if it cannot be
+// written, the old one goes back at the top before the program ends.
+// Without assign the steps go one by one, and the first ends the program.
 void replace_record(const MailnameRename& rename) {
+    struct stat info {};
+    if (::lstat(kUsersAssign, &info) == 0 || errno != ENOENT) {
+        if (file_str_on_top(kUsersAssign, rename.record(rename.new_name), {rename.record(rename.old_name)}) != 0) {
+            // The new record could not be put in: the old one goes back at
+            // the top (once, and without the new one), as after a failed
+            // insertion.
+            file_str_on_top(kUsersAssign, rename.record(rename.old_name), {rename.record(rename.new_name)});
+            report_fatal("Unable to add record to assign file");
+        }
+        set_assign_mode();
+        return;
+    }
     if (!remove_line(kUsersAssign, rename.record(rename.old_name))) {
         report_fatal("Unable to remove record from assign file");
     }
@@ -47,8 +65,7 @@ void replace_record(const MailnameRename& rename) {
 
 void rename_home(const MailnameRename& rename) {
     if (rename_dir(rename.home(rename.old_name), rename.home(rename.new_name)) != 0) {
-        remove_line(kUsersAssign, rename.record(rename.new_name));
-        insert_line_at_top(kUsersAssign, rename.record(rename.old_name));
+        file_str_on_top(kUsersAssign, rename.record(rename.old_name), {rename.record(rename.new_name)});
         set_assign_mode();
         report_fatal("Unable to rename directory");
     }

@@ -3,6 +3,7 @@
 #include "runtime/log.h"
 #include "runtime/saved_errno.h"
 #include "util/file_lock.h"
+#include "util/file_stamp.h"
 #include "util/file_str_pieces.h"
 #include "util/line_writer.h"
 #include "util/nofollow.h"
@@ -146,6 +147,28 @@ bool is_removed(std::string_view piece, const std::vector<std::string>& lines, L
     return false;
 }
 
+// Every piece that is left out holds a given line (exactly) or a pattern, so
+// only the lines where one is found need to be judged; an empty exact line
+// gives no such text to look for, and then every piece is judged.
+std::vector<std::string> markers_of(const std::vector<std::string>& lines, LineAction action) {
+    std::vector<std::string> markers;
+    for (const std::string& given : lines) {
+        const std::string_view marker = action == LineAction::remove_pattern ? given : without_newline(given);
+        if (marker.empty())
+            return {};
+        markers.emplace_back(marker);
+    }
+    return markers;
+}
+
+PieceCopy copy_leaving_out(int from, std::FILE* to, const crelm::util::PieceFilter& removed,
+                           const std::vector<std::string>& lines, LineAction action) {
+    const std::vector<std::string> markers = markers_of(lines, action);
+    if (markers.empty())
+        return crelm::util::copy_kept_pieces(from, to, removed);
+    return crelm::util::copy_kept_pieces(from, to, removed, markers);
+}
+
 int remove_lines(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
                  Before before) {
     crelm::util::UniqueFd source = open_source(target);
@@ -155,7 +178,7 @@ int remove_lines(const Target& target, const std::vector<std::string>& lines, Li
     if (!temp.stream)
         return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
     const auto removed = [&](std::string_view piece) { return is_removed(piece, lines, action, position); };
-    const PieceCopy copied = crelm::util::copy_kept_pieces(source.get(), temp.stream.get(), removed);
+    const PieceCopy copied = copy_leaving_out(source.get(), temp.stream.get(), removed, lines, action);
     if (copied == PieceCopy::write_failed)
         report_error(1, 1, "cannot write a line to %s.tmp", target.path.c_str());
     if (copied == PieceCopy::read_failed)
@@ -165,11 +188,30 @@ int remove_lines(const Target& target, const std::vector<std::string>& lines, Li
     return finish_temp(temp, before, target, "Error while rename file %s: %s\n");
 }
 
-int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path) {
+// The old lines that a rewrite leaves out, and whether it met one.
+struct LeftOut {
+    const std::vector<std::string>& lines;
+    bool met = false;
+};
+
+// The old content after the new lines at the top; with left_out, the old
+// lines equal to one of those are left out (the new lines among them, so
+// that each is there once).
+int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path, LeftOut* left_out) {
     crelm::util::UniqueFd source = open_source(target);
     if (!source.valid())
         return failed("Unable to open file %s: %s\n", target.path);
-    const PieceCopy copied = crelm::util::copy_kept_pieces(source.get(), to);
+    const auto copy = [&] {
+        if (left_out == nullptr)
+            return crelm::util::copy_kept_pieces(source.get(), to);
+        const auto removed = [&](std::string_view piece) {
+            const bool out = is_removed(piece, left_out->lines, LineAction::remove_exact, LinePosition::anywhere);
+            left_out->met = left_out->met || out;
+            return out;
+        };
+        return copy_leaving_out(source.get(), to, removed, left_out->lines, LineAction::remove_exact);
+    };
+    const PieceCopy copied = copy();
     if (copied == PieceCopy::write_failed)
         return failed("Unable to fputs to file %s: %s\n", temp_path);
     if (copied == PieceCopy::read_failed)
@@ -177,13 +219,13 @@ int copy_old_contents(const Target& target, std::FILE* to, const std::string& te
     return 0;
 }
 
-int add_at_top(const Target& target, const std::vector<std::string>& lines, Before before) {
+int add_at_top(const Target& target, const std::vector<std::string>& lines, Before before, LeftOut* left_out) {
     TempOutput temp = open_temp(target);
     if (!temp.stream)
         return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
     if (write_lines(temp.stream.get(), lines) != 0)
         return failed("Unable to fputs to file %s: %s\n", temp.file.path());
-    if (before != nullptr && copy_old_contents(target, temp.stream.get(), temp.file.path()) != 0)
+    if (before != nullptr && copy_old_contents(target, temp.stream.get(), temp.file.path(), left_out) != 0)
         return 1;
     return finish_temp(temp, before, target, "Unable to rename file %s: %s\n");
 }
@@ -239,11 +281,13 @@ int append_lines(const Target& target, const std::vector<std::string>& lines, Be
 }
 
 int edit(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
-         Before before) {
+         Before before, LeftOut& left_out) {
+    if (action == LineAction::add_once_at_top)
+        return add_at_top(target, lines, before, &left_out);
     if (action != LineAction::add)
         return remove_lines(target, lines, action, position, before);
     if (position == LinePosition::start)
-        return add_at_top(target, lines, before);
+        return add_at_top(target, lines, before, nullptr);
     return append_lines(target, lines, before);
 }
 
@@ -273,8 +317,16 @@ const char* malformed(const std::vector<std::string>& lines, LineAction action) 
 
 }  // namespace
 
-int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position) {
-    if (const char* why = malformed(lines, action)) {
+namespace {
+
+// left_out: for add_once_at_top, the old lines to leave out.
+int edit_under_lock(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+                    LinePosition position, crelm::util::FileStamp* left,
+                    LeftOut& left_out) {
+    const char* why = malformed(lines, action);
+    if (why == nullptr)
+        why = malformed(left_out.lines, action);
+    if (why != nullptr) {
         errno = EINVAL;
         report_error(0, 0, "Refused to edit file %s: %s\n", path.c_str(), why);
         return 1;
@@ -298,9 +350,37 @@ int file_str(const std::string& path, const std::vector<std::string>& lines, Lin
         errno = ELOOP;
     if ((existed && S_ISLNK(before.st_mode)) || !target.dir.fd.valid())
         return failed("Unable to open file %s: %s\n", path);
-    const int result = edit(target, lines, action, position, existed ? &before : nullptr);
+    const int result = edit(target, lines, action, position, existed ? &before : nullptr, left_out);
+    // Taken while the lock still keeps every other editor out.
+    if (left != nullptr && result == 0)
+        *left = crelm::util::stamp_of(path);
     if (release(lock, path) != 0)
         return 1;
+    return result;
+}
+
+}  // namespace
+
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position) {
+    LeftOut left_out{lines};
+    return edit_under_lock(path, lines, action, position, nullptr, left_out);
+}
+
+int file_str_stamped(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+                     LinePosition position, crelm::util::FileStamp& left) {
+    left = crelm::util::FileStamp{};
+    LeftOut left_out{lines};
+    return edit_under_lock(path, lines, action, position, &left, left_out);
+}
+
+int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
+                    bool* met_old) {
+    std::vector<std::string> lines{line};
+    lines.insert(lines.end(), also_left_out.begin(), also_left_out.end());
+    LeftOut left_out{lines};
+    const int result = edit_under_lock(path, {line}, LineAction::add_once_at_top, LinePosition::start, nullptr, left_out);
+    if (met_old != nullptr)
+        *met_old = left_out.met;
     return result;
 }
 

@@ -4,13 +4,20 @@
 #include <string>
 #include <vector>
 
+#include "util/file_stamp.h"
+
 enum class LineAction {
     add = 0,
     remove_exact = 1,    // lines equal to a given line (compared without newlines)
     remove_pattern = 2,  // lines that match a given pattern at the position
+    // The lines at the top, and every old line equal to one of them left
+    // out, in the same single rewrite: each ends up there once, and a line
+    // that was there is never missing, not even for a moment.
+    add_once_at_top = 3,
 };
 
 // For add: start puts the lines at the top, end (or anywhere) appends them.
+// add_once_at_top ignores it.
 // For remove_pattern: the line begins with, ends with (its newline left
 // out) or contains the pattern. remove_exact ignores it.
 enum class LinePosition { start = 0, end = 1, anywhere = 2 };
@@ -51,6 +58,20 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 // way fails the stat) and a link at the path is refused ("Unable to open
 // file"). The temporary file is removed on every failure.
 int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position);
+
+// file_str that also leaves in left the stamp (util/file_stamp.h) of the
+// file it wrote, taken under the lock, when it returns 0 (not known
+// otherwise): while the file keeps that stamp, no one has edited it since.
+int file_str_stamped(const std::string& path, const std::vector<std::string>& lines, LineAction action,
+                     LinePosition position, crelm::util::FileStamp& left);
+
+// file_str(path, {line}, LineAction::add_once_at_top, ...), with the old
+// lines equal to one of also_left_out left out as well, in the same
+// rewrite (a record that replaces another). With met_old, whether the
+// rewrite left out an old line (line itself or one of also_left_out): what
+// the file held before, read by the same pass.
+int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
+                    bool* met_old = nullptr);
 
 // file_str with a single line.
 int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position);

@@ -1,7 +1,9 @@
 #include "util/file_str_pieces.h"
 
+#include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -62,9 +64,107 @@ Consumed copy_whole_pieces(const char* buffer, std::size_t filled, bool at_end, 
     return {position, write_run(to, buffer + run, position - run)};
 }
 
-}  // namespace
+// Where each marker is next found in the filled bytes of the buffer: a
+// marker is searched again only once the copy has passed its last hit, so
+// that each one costs a single scan of the block however often the others
+// are found.
+class MarkerHits {
+public:
+    explicit MarkerHits(const std::vector<std::string>& markers)
+        : markers_(markers), next_(markers.size()), searched_(markers.size()) {}
 
-PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter) {
+    // The buffer has new content: every marker is searched afresh.
+    void forget() { std::fill(searched_.begin(), searched_.end(), false); }
+
+    // The first byte at or after position where a marker starts, or npos.
+    std::size_t first(std::string_view text, std::size_t position) {
+        std::size_t first_hit = std::string_view::npos;
+        for (std::size_t i = 0; i < markers_.size(); ++i) {
+            if (!searched_[i] || next_[i] < position) {
+                next_[i] = find(text, position, markers_[i]);
+                searched_[i] = true;
+            }
+            first_hit = std::min(first_hit, next_[i]);
+        }
+        return first_hit;
+    }
+
+private:
+    static std::size_t find(std::string_view text, std::size_t position, const std::string& marker) {
+        if (position >= text.size())
+            return std::string_view::npos;
+        const void* hit = ::memmem(text.data() + position, text.size() - position, marker.data(), marker.size());
+        return hit == nullptr ? std::string_view::npos : static_cast<std::size_t>(static_cast<const char*>(hit) - text.data());
+    }
+
+    const std::vector<std::string>& markers_;
+    std::vector<std::size_t> next_;
+    std::vector<bool> searched_;
+};
+
+// Where a line of the filled bytes that holds no marker may be passed over
+// in one step: the start of the line that holds hit (or, with no hit, of
+// the last line, whose bytes may still lack their end), never before
+// position, which is where a piece starts.
+std::size_t line_start_before(const char* buffer, std::size_t position, std::size_t limit) {
+    const void* newline = ::memrchr(buffer + position, '\n', limit - position);
+    return newline == nullptr ? position : static_cast<std::size_t>(static_cast<const char*>(newline) - buffer) + 1;
+}
+
+// copy_whole_pieces for a filter that only rejects pieces holding a marker:
+// the pieces of the lines that hold a hit are judged, every other byte is
+// kept as it comes. A last line that has no end yet is consumed in whole
+// pieces, as the plain walk would.
+Consumed copy_marked_pieces(const char* buffer, std::size_t filled, bool at_end, std::FILE* to,
+                            const PieceFilter& filter, MarkerHits& hits) {
+    const std::string_view text(buffer, filled);
+    std::size_t position = 0;
+    std::size_t run = 0;  // start of the kept bytes not yet written
+    while (position < filled) {
+        const std::size_t hit = hits.first(text, position);
+        if (hit == std::string_view::npos) {
+            if (at_end) {
+                position = filled;
+                break;
+            }
+            position = line_start_before(buffer, position, filled);
+            position += (filled - position) / kPieceLimit * kPieceLimit;
+            break;
+        }
+        position = line_start_before(buffer, position, hit);
+        while (position <= hit) {
+            const std::size_t length = piece_length(buffer + position, filled - position, at_end);
+            if (length == 0)
+                return {position, write_run(to, buffer + run, position - run)};
+            if (filter(std::string_view(buffer + position, length))) {
+                if (!write_run(to, buffer + run, position - run))
+                    return {position, false};
+                run = position + length;
+            }
+            position += length;
+        }
+    }
+    return {position, write_run(to, buffer + run, position - run)};
+}
+
+// Everything from one descriptor to the stream, in large blocks.
+PieceCopy copy_everything(int from, std::FILE* to) {
+    std::vector<char> buffer(kBlock);
+    for (;;) {
+        const ssize_t got = read_more(from, buffer.data(), buffer.size());
+        if (got < 0)
+            return PieceCopy::read_failed;
+        if (got == 0)
+            return PieceCopy::done;
+        if (!write_run(to, buffer.data(), static_cast<std::size_t>(got)))
+            return PieceCopy::write_failed;
+    }
+}
+
+// The block loop: reads behind the unfinished piece kept from the last
+// block, and lets consume copy what it can of the filled bytes.
+template <typename Consume>
+PieceCopy copy_in_blocks(int from, Consume consume) {
     // Room for a whole block behind the unfinished piece kept from the last one.
     std::vector<char> buffer(kBlock + kPieceLimit);
     std::size_t filled = 0;
@@ -74,7 +174,7 @@ PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter) {
             return PieceCopy::read_failed;
         filled += static_cast<std::size_t>(got);
         const bool at_end = got == 0;
-        const Consumed consumed = copy_whole_pieces(buffer.data(), filled, at_end, to, filter);
+        const Consumed consumed = consume(buffer.data(), filled, at_end);
         if (!consumed.written)
             return PieceCopy::write_failed;
         if (at_end)
@@ -82,6 +182,25 @@ PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter) {
         std::memmove(buffer.data(), buffer.data() + consumed.bytes, filled - consumed.bytes);
         filled -= consumed.bytes;
     }
+}
+
+}  // namespace
+
+PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter) {
+    if (!filter)
+        return copy_everything(from, to);
+    return copy_in_blocks(from, [&](const char* buffer, std::size_t filled, bool at_end) {
+        return copy_whole_pieces(buffer, filled, at_end, to, filter);
+    });
+}
+
+PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter,
+                           const std::vector<std::string>& markers) {
+    MarkerHits hits(markers);
+    return copy_in_blocks(from, [&](const char* buffer, std::size_t filled, bool at_end) {
+        hits.forget();
+        return copy_marked_pieces(buffer, filled, at_end, to, filter, hits);
+    });
 }
 
 }  // namespace crelm::util

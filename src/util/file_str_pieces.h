@@ -4,7 +4,9 @@
 
 #include <cstdio>
 #include <functional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace crelm::util {
 
@@ -21,5 +23,12 @@ enum class PieceCopy { done, read_failed, write_failed };
 // so that a large file costs little more than a plain copy. On read_failed or
 // write_failed errno tells why.
 PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter = {});
+
+// The same for a filter that only rejects pieces holding one of markers
+// (none empty): the bytes between the lines where a marker is found are
+// copied without being cut into pieces or judged, so that on a large file
+// only the few lines that can change cost more than the copy.
+PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter,
+                           const std::vector<std::string>& markers);
 
 }  // namespace crelm::util

@@ -11,6 +11,9 @@ namespace crelm::util {
 namespace {
 
 constexpr std::size_t kBlockSize = std::size_t{1} << 20;
+// A run of unchanged lines at least this long is written from where it was
+// read rather than copied into the buffer first.
+constexpr std::size_t kDirectRun = std::size_t{1} << 16;
 
 // Output gathered into large writes.
 class BlockWriter {
@@ -18,10 +21,10 @@ public:
     explicit BlockWriter(int fd) : fd_(fd) { buffer_.reserve(kBlockSize); }
 
     bool add(std::string_view text) {
+        if (text.size() >= kDirectRun)
+            return flush() && write_all(text);
         if (buffer_.size() + text.size() > kBlockSize && !flush())
             return false;
-        if (text.size() >= kBlockSize)
-            return write_all(text);
         buffer_.append(text);
         return true;
     }

@@ -173,6 +173,38 @@ TEST_F(ControlAliasTest, AMailNameRecordThatCannotBeWrittenUndoesTheMailNameAndE
     EXPECT_EQ(read_file(kAssignPath), ".\n");
 }
 
+// How often the run's messages (standard output) say that assign could not
+// be locked: once for each rewrite it tried.
+std::size_t lock_failures(const ProcessResult& run) {
+    const std::string& said = run.out;
+    const std::string failure = "Error occurred while locking the file /var/qmail/users/assign";
+    std::size_t count = 0;
+    for (std::size_t at = said.find(failure); at != std::string::npos; at = said.find(failure, at + 1))
+        ++count;
+    return count;
+}
+
+TEST_F(ControlAliasTest, ANewMailNameRecordThatCannotBeWrittenIsTriedOnce) {
+    sorvane::test::plant_foreign_lock_directory();
+    const ProcessResult run = run_in_child([] { return qmail_add_mailname_record("info", "example.test"); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(lock_failures(run), 1u) << run.out << run.err;
+}
+
+TEST_F(ControlAliasTest, AMailNameRecordThatWasThereIsTriedOnceMoreBeforeTheEnd) {
+    const std::string before = assign_of({name_record("example.test", "sales", "sales"),
+                                          name_record("example.test", "info", "info")});
+    write_file(kAssignPath, before, 0644);
+    sorvane::test::plant_foreign_lock_directory();
+    const ProcessResult run = run_in_child([] { return qmail_add_mailname_record("info", "example.test"); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(lock_failures(run), 2u) << run.out << run.err;
+    const std::string tail = "Unable to add record for info@example.test to assign file\n";
+    ASSERT_GE(run.out.size(), tail.size());
+    EXPECT_EQ(run.out.substr(run.out.size() - tail.size()), tail) << run.out;
+    EXPECT_EQ(read_file(kAssignPath), before);
+}
+
 TEST_F(ControlAliasTest, EmptyMailNameOrDomainEndsTheProgram) {
     const ProcessResult run = run_in_child([] { return qmail_add_mailname_record("", "example.test"); });
     EXPECT_EQ(run.status, 1);

@@ -204,6 +204,28 @@ TEST_F(ControlRenameMailnameTest, AMissingOldRecordEndsTheProgram) {
     EXPECT_TRUE(path_exists(home("a.b")));
 }
 
+TEST_F(ControlRenameMailnameTest, ANewRecordThatCannotBeWrittenPutsTheOldOneBackAndEnds) {
+    const std::string before = read_file(kAssignPath);
+    plant_foreign_lock_directory();
+    const ProcessResult run = run_in_child([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(run.status, 1);
+    // The rewrite that puts the new record in, then the one that puts the
+    // old one back, each refused its lock.
+    const std::string failure = "Error occurred while locking the file /var/qmail/users/assign";
+    const std::size_t first = run.out.find(failure);
+    ASSERT_NE(first, std::string::npos) << run.out;
+    const std::size_t second = run.out.find(failure, first + 1);
+    ASSERT_NE(second, std::string::npos) << run.out;
+    EXPECT_EQ(run.out.find(failure, second + 1), std::string::npos) << run.out;
+    const std::string tail = "Unable to add record to assign file\n";
+    ASSERT_GE(run.out.size(), tail.size());
+    EXPECT_EQ(run.out.substr(run.out.size() - tail.size()), tail) << run.out;
+    EXPECT_EQ(run.out.find("Unable to remove record from assign file"), std::string::npos) << run.out;
+    EXPECT_EQ(read_file(kAssignPath), before);
+    EXPECT_TRUE(path_exists(home("a.b")));
+    EXPECT_FALSE(path_exists(home("c")));
+}
+
 TEST_F(ControlRenameMailnameTest, ALinkPlantedAtDotQmailIsNotFollowed) {
     write_file("/tmp/elsewhere", "&a.b@example.test\n", 0644);
     ASSERT_EQ(unlink((home("a.b") + "/.qmail").c_str()), 0);

@@ -292,3 +292,40 @@ TEST_F(FileStrTest, TemporaryFilesOfKilledEditsAreRemovedByTheNextEdit) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(FileStrTest, AddingOnceAtTheTopTakesTheOldCopiesOutInTheSameRewrite) {
+    write_file(path_, "=x:1\n=new:2\n=new:22\n=new:2\n.\n", 0640);
+    EXPECT_EQ(file_str_one(path_, "=new:2", LineAction::add_once_at_top, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "=new:2\n=x:1\n=new:22\n.\n");
+    EXPECT_EQ(file_info(path_).mode, 0640U);
+    expect_no_temporary_file();
+}
+
+TEST_F(FileStrTest, AddingOnceAtTheTopOfAFileWithoutItIsAddingAtTheTop) {
+    write_file(path_, "=x:1\nlast without newline");
+    EXPECT_EQ(file_str_one(path_, "=new:2", LineAction::add_once_at_top, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "=new:2\n=x:1\nlast without newline");
+}
+
+TEST_F(FileStrTest, AddingOnceAtTheTopTakesOutALastCopyWithoutNewline) {
+    write_file(path_, "=x:1\n=new:2");
+    EXPECT_EQ(file_str_one(path_, "=new:2", LineAction::add_once_at_top, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "=new:2\n=x:1\n");
+}
+
+TEST_F(FileStrTest, AddingOnceAtTheTopOfAMissingFileCreatesIt) {
+    EXPECT_EQ(file_str_one(path_, "=new:2", LineAction::add_once_at_top, LinePosition::start), 0);
+    EXPECT_EQ(read_file(path_), "=new:2\n");
+}
+
+TEST_F(FileStrTest, AddingOnceAtTheTopRefusesALineWithANewlineInside) {
+    write_file(path_, "=x:1\n");
+    const auto printed = printed_by(
+        [&] { EXPECT_EQ(file_str_one(path_, "=a\n=b", LineAction::add_once_at_top, LinePosition::start), 1); });
+    EXPECT_NE(printed.err.find("Refused to edit file"), std::string::npos) << printed.err;
+    EXPECT_EQ(read_file(path_), "=x:1\n");
+}
+
+}  // namespace

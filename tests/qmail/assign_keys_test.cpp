@@ -1,0 +1,76 @@
+// The key checks read assign in blocks: a record cut by a read, a line
+// longer than a block and the closing "." line are taken as qmail-newu
+// takes them.
+#include "qmail/assign_keys.h"
+
+#include "qmail/control_test_support.h"
+
+namespace sorvane::test {
+namespace {
+
+using crelm::qmail::domain_alias_collision;
+using crelm::qmail::domain_key_collision;
+using crelm::qmail::mail_key_collision;
+using crelm::qmail::mail_key_in_assign;
+
+using AssignKeysTest = ControlFilesTest;
+
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
+// Records of other.test's mail names, whole lines, until the text is at
+// least size bytes long.
+std::string filler_of_size(std::size_t size) {
+    std::string text;
+    for (int i = 0; text.size() < size; ++i)
+        text += name_record("other.test", "user" + std::to_string(i), "user" + std::to_string(i)) + "\n";
+    return text;
+}
+
+// A "=" record of other.test whose key is example.test's "info": the record
+// that the checks of example.test's mail name info must find.
+std::string foreign_info_record() {
+    return "=example.test-info:" + owner_fields() + kMailnamesPath + "/other.test/info:::";
+}
+
+// Filler that ends a few bytes short of offset, so that the record written
+// after it is cut by a read of offset bytes.
+std::string filler_ending_before(std::size_t offset) {
+    std::string text = filler_of_size(offset - 200);
+    const std::string line = "=pad-" + std::string(offset - 20 - text.size() - 7, 'x') + ":p\n";
+    return text + line;
+}
+
+TEST_F(AssignKeysTest, ARecordThatAReadCutsIsFound) {
+    const std::string filler = filler_ending_before(kMiB);
+    ASSERT_GT(filler.size() + 10, kMiB - 20);
+    ASSERT_LT(filler.size(), kMiB);
+    const std::string taken = foreign_info_record();
+    write_file(kAssignPath, filler + taken + "\n.\n", 0644);
+    EXPECT_EQ(mail_key_collision("example.test", "info"), taken);
+    EXPECT_TRUE(mail_key_in_assign("example.test", "info"));
+    EXPECT_FALSE(mail_key_in_assign("example.test", "sales"));
+}
+
+TEST_F(AssignKeysTest, ALineLongerThanABlockIsReadWhole) {
+    const std::string taken = plus_record("example.test");
+    const std::string long_line = "=" + std::string(2 * kMiB + 5, 'k') + ":popuser:1:1:/x:::";
+    write_file(kAssignPath, long_line + "\n" + taken + "\n.\n", 0644);
+    EXPECT_EQ(domain_key_collision("example.test"), std::nullopt);
+    EXPECT_EQ(domain_alias_collision("example.test"), taken);
+}
+
+TEST_F(AssignKeysTest, ALastLineWithoutItsNewlineCounts) {
+    const std::string taken = foreign_info_record();
+    write_file(kAssignPath, filler_of_size(3 * kMiB) + taken, 0644);
+    EXPECT_EQ(mail_key_collision("example.test", "info"), taken);
+}
+
+TEST_F(AssignKeysTest, RecordsBelowTheClosingDotDoNotCount) {
+    const std::string taken = foreign_info_record();
+    write_file(kAssignPath, filler_of_size(kMiB + 100) + ".\n" + taken + "\n", 0644);
+    EXPECT_EQ(mail_key_collision("example.test", "info"), std::nullopt);
+    EXPECT_FALSE(mail_key_in_assign("example.test", "info"));
+}
+
+}  // namespace
+}  // namespace sorvane::test
