@@ -91,20 +91,14 @@ def batch_document(n):
 
 
 def run_batch(document):
-    process = subprocess.Popen([sorvane, "--batch"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                               stderr=subprocess.PIPE)
+    """The batch's output and its largest resident set in kB (through
+    /usr/bin/time, whose own cost is one fork and one wait)."""
+    process = subprocess.Popen(["/usr/bin/time", "-f", "%M", sorvane, "--batch"], stdin=subprocess.PIPE,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     out, err = process.communicate(document)
     if process.returncode != 0:
         sys.exit("sorvane --batch ended %d: %s %s" % (process.returncode, err[-2000:], out[-2000:]))
-    return out
-
-
-def batch_max_rss(document):
-    """The largest resident set among the batch and its processes, kB (a
-    second run of its own, through /usr/bin/time)."""
-    fresh()
-    done = run(["/usr/bin/time", "-f", "%M", sorvane, "--batch"], input=document)
-    return int(done.stderr.decode().strip().splitlines()[-1])
+    return out, int(err.decode().strip().splitlines()[-1])
 
 
 def check_compiled(n):
@@ -162,13 +156,12 @@ def singles(n):
 
 document = batch_document(count)
 fresh()
-batch_wall, batch_cpu, output = measured(lambda: run_batch(document))
+batch_wall, batch_cpu, (output, rss) = measured(lambda: run_batch(document))
 objects = [json.loads(line) for line in output.decode().splitlines()]
 failed = [o for o in objects if o["status"] != 0]
 if len(objects) != 2 * count or failed:
     sys.exit("the batch printed %d objects, %d failed: %s" % (len(objects), len(failed), failed[:2]))
 check_compiled(count)
-rss = batch_max_rss(document)
 
 fresh()
 floor_wall, floor_cpu, _ = measured(lambda: floor(count))
