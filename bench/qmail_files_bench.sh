@@ -58,6 +58,7 @@ if [ $# -lt 1 ]; then
     exit 2
 fi
 build="$(cd "$1" && pwd)"
+. "$(cd "$(dirname "$0")" && pwd)/lib.sh"
 sorvane="$build/src/sorvane"
 driver="$build/bench/qmail_files_driver"
 stores_setup="$build/tests/mail_stores_setup"
@@ -97,12 +98,7 @@ done
 # The lock directory must be root's alone.
 chmod 0700 /run/sorvane
 echo "files on $(findmnt -n -o FSTYPE --target /var/qmail) ($(findmnt -n -o SOURCE --target /var/qmail))"
-grep -v '^popuser:' /etc/passwd > "$private/passwd"
-echo 'popuser:x:2110:2110::/var/qmail/popuser:/bin/false' >> "$private/passwd"
-mount --bind "$private/passwd" /etc/passwd
-grep -v -e '^popuser:' -e '^nofiles:' /etc/group > "$private/group"
-printf 'popuser:x:2110:\nnofiles:x:2111:\n' >> "$private/group"
-mount --bind "$private/group" /etc/group
+bench_mail_users "$private"
 hostname bench
 printf '127.0.0.1 localhost\n192.0.2.7 bench.example bench\n' > "$private/hosts"
 mount --bind "$private/hosts" /etc/hosts
