@@ -129,17 +129,22 @@ struct HeldOutcomes {
 // prints their objects. The batch's status, or kBatchNotRun.
 int release_held(HeldOutcomes& held, int result) {
     SharedRebuild rebuild;
-    if (run_shared_rebuild(held.newu, held.reload, rebuild) < 0) {
-        std::fprintf(stderr, "Error: unable to run the batch's rebuild of the user assignment table: %s\n",
-                     std::strerror(errno));
-        return kBatchNotRun;
-    }
+    const bool rebuilt = run_shared_rebuild(held.newu, held.reload, rebuild) == 0;
+    const int rebuild_errno = errno;
+    // Without the shared run the objects still say what each command did,
+    // and the batch says on standard error that the run is missing.
     for (auto& [line, outcome] : held.outcomes) {
-        apply_shared_rebuild(rebuild, outcome.marks, outcome);
+        if (rebuilt)
+            apply_shared_rebuild(rebuild, outcome.marks, outcome);
         if (!write_object(line, outcome))
             return kBatchNotRun;
         if (outcome.status != 0)
             result = kSomeCommandFailed;
+    }
+    if (!rebuilt) {
+        std::fprintf(stderr, "Error: unable to run the batch's rebuild of the user assignment table: %s\n",
+                     std::strerror(rebuild_errno));
+        return kBatchNotRun;
     }
     return result;
 }
