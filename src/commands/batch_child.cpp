@@ -66,7 +66,8 @@ void put_standard_descriptors(const int (&files)[3]) {
     }
 }
 
-// The process's argv from the command's words, as main receives it.
+// Runs command as main would, with an argv of the program's name and the
+// command's words.
 int run_command(const BatchCommand& command, const std::string& program) {
     replace_password_input(command.password, command.crypted_password);
     std::vector<std::string> words{program};
@@ -126,8 +127,9 @@ int run_batch_child(const BatchCommand& command, const std::string& program, Reb
                     BatchOutcome& outcome) {
     UniqueFd input = memory_file("sorvane-batch-stdin");
     UniqueFd marks = memory_file("sorvane-batch-rebuilds");
-    // Kept above the standard descriptors, which the child's own replace
-    // (the batch may have been started with some of them closed).
+    // Kept above the standard descriptors, which the child puts its own
+    // files over (the batch may have been started with some of them
+    // closed, so that a new file could land there).
     if (marks.valid() && marks.get() <= STDERR_FILENO)
         marks = UniqueFd(::fcntl(marks.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     if (!input.valid() || !marks.valid())
