@@ -2,9 +2,11 @@
 // after another, each as its own process, and one output object for each.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +16,7 @@
 #include "commands/batch_document.h"
 #include "commands/batch_output.h"
 #include "commands/batch_rebuilds.h"
+#include "commands/batch_staging.h"
 #include "util/fd_copy.h"
 
 namespace crelm::mail::sorvane_commands {
@@ -125,9 +128,17 @@ struct HeldOutcomes {
     }
 };
 
-// Runs the shared rebuild and reload that the held commands asked for, then
-// prints their objects. The batch's status, or kBatchNotRun.
-int release_held(HeldOutcomes& held, int result) {
+// Writes the files the batch edited in memory, runs the shared rebuild and
+// reload that the held commands asked for, then prints their objects. The
+// batch's status, or kBatchNotRun.
+int release_held(HeldOutcomes& held, BatchStaging& staging, int result) {
+    std::vector<StagedWriteFailure> failures;
+    if (end_batch_staging(staging, failures) != 0) {
+        std::fprintf(stderr, "Error: unable to write the files the batch edited: %s\n", std::strerror(errno));
+        return kBatchNotRun;
+    }
+    if (held.outcomes.empty())
+        return result;
     SharedRebuild rebuild;
     const bool rebuilt = run_shared_rebuild(held.newu, held.reload, rebuild) == 0;
     const int rebuild_errno = errno;
@@ -136,6 +147,7 @@ int release_held(HeldOutcomes& held, int result) {
     for (auto& [line, outcome] : held.outcomes) {
         if (rebuilt)
             apply_shared_rebuild(rebuild, outcome.marks, outcome);
+        apply_staged_write_failures(failures, line, outcome);
         if (!write_object(line, outcome))
             return kBatchNotRun;
         if (outcome.status != 0)
@@ -149,31 +161,48 @@ int release_held(HeldOutcomes& held, int result) {
     return result;
 }
 
+// A renamed domain restarts qmail at once, which must then read the renamed
+// control files: a batch holding one edits the files in place.
+bool renames_domain(const BatchDocument& document) {
+    return std::any_of(document.commands.begin(), document.commands.end(), [](const BatchCommand& command) {
+        return !command.args.empty() && command.args.front() == "--rename-domain";
+    });
+}
+
 int run_commands(BatchDocument& document, const std::string& program, const BatchSettings& settings) {
     int result = kEveryCommandSucceeded;
     const Progress progress(document.commands.size());
     // With --stop-on-error each command's status must be known before the
-    // next one runs, so each runs its own rebuild.
+    // next one runs, so each runs its own rebuild and writes its own files.
     const Rebuilds rebuilds = settings.stop_on_error ? Rebuilds::own : Rebuilds::deferred;
+    BatchStaging staging;
+    if (!settings.stop_on_error && !renames_domain(document))
+        begin_batch_staging(staging);
     HeldOutcomes held;
     std::size_t count = 0;
+    // Set when the batch cannot go on, with what it says last (empty when
+    // it has said it already).
+    std::optional<std::string> stopped;
     for (BatchCommand& command : document.commands) {
         BatchOutcome outcome;
         const int run = run_batch_child(command, program, rebuilds, outcome);
         const int run_errno = errno;
         command.wipe_passwords();
         if (run < 0) {
-            progress.finish();
-            std::fprintf(stderr, "Error: unable to run batch line %zu: %s\n", command.line, std::strerror(run_errno));
-            return kBatchNotRun;
+            stopped = "Error: unable to run batch line " + std::to_string(command.line) + ": " +
+                      std::strerror(run_errno) + "\n";
+            break;
         }
         progress.done(++count);
         const int status = outcome.status;
-        if (!outcome.marks.empty() || !held.outcomes.empty()) {
+        // A command that changed a file the batch edits in memory waits for
+        // that file's write, as one that asked for a rebuild waits for it.
+        const bool edited = note_staged_edits(staging, command.line);
+        if (!outcome.marks.empty() || edited || !held.outcomes.empty()) {
             held.hold(command.line, std::move(outcome));
         } else if (!write_object(command.line, outcome)) {
-            progress.finish();
-            return kBatchNotRun;
+            stopped = std::string();
+            break;
         }
         if (status != 0) {
             result = kSomeCommandFailed;
@@ -184,9 +213,12 @@ int run_commands(BatchDocument& document, const std::string& program, const Batc
     progress.finish();
     for (BatchCommand& command : document.commands)
         command.wipe_passwords();
-    if (!held.outcomes.empty())
-        result = release_held(held, result);
-    return result;
+    // What ran is written and rebuilt even when the batch stops early.
+    result = release_held(held, staging, result);
+    if (!stopped)
+        return result;
+    std::fputs(stopped->c_str(), stderr);
+    return kBatchNotRun;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "runtime/log.h"
 #include "runtime/saved_errno.h"
+#include "util/handed_down_locks.h"
 #include "util/held_locks.h"
 #include "util/lock_directory.h"
 
@@ -60,6 +61,15 @@ FileLock take_lock(const std::string& path, LockPlace place, Waiting waiting) {
     if (waiting == Waiting::wait && crelm::util::lock_held_here(lock_path)) {
         errno = EDEADLK;
         return FileLock(-1, std::move(lock_path));
+    }
+    // A lock that the parent process holds for this one (a batch's) is
+    // this process's at once.
+    if (const int holder = crelm::util::handed_down_lock(lock_path); holder >= 0) {
+        const int fd = ::fcntl(holder, F_DUPFD_CLOEXEC, 3);
+        if (fd < 0)
+            return FileLock(-1, std::move(lock_path));
+        crelm::util::note_lock_held(lock_path);
+        return FileLock(fd, std::move(lock_path));
     }
     const int opened = open_lock_file(lock_path, place);
     // A refused lock directory has been reported; it is never waited on.
