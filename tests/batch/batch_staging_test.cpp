@@ -4,16 +4,22 @@
 // Where the system refuses the batch its private mounts it edits in place,
 // command by command, with the same result; and when the one write of a
 // file fails, every command that changed that file says so and ends 1.
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <map>
 
 #include "batch/batch_support.h"
 #include "e2e/server_state.h"
+#include "runtime/md5_hex.h"
+#include "util/file_lock.h"
 
 namespace sorvane::test {
 namespace {
@@ -173,6 +179,85 @@ TEST_F(BatchStagingTest, AFailedWriteOfAFileFailsEveryCommandThatChangedIt) {
     EXPECT_EQ(read_file("/var/qmail/users/assign"), assign_before);
     EXPECT_NE(read_file("/var/qmail/control/rcpthosts").find("fresh.test\n"), std::string::npos);
     EXPECT_EQ(fake_calls("qmail-newu").size(), 1u);
+}
+
+// Starts sorvane with args in the background, standard input reading
+// input, standard output and error into the file out.
+pid_t start_sorvane(const std::vector<std::string>& args, const std::string& input, const std::string& out) {
+    int feed[2];
+    EXPECT_EQ(::pipe(feed), 0);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        const int output = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ::dup2(feed[0], 0);
+        ::dup2(output, 1);
+        ::dup2(output, 2);
+        ::close(feed[1]);
+        std::vector<char*> argv;
+        const std::string path = sorvane_path();
+        argv.push_back(const_cast<char*>(path.c_str()));
+        for (const std::string& arg : args)
+            argv.push_back(const_cast<char*>(arg.c_str()));
+        argv.push_back(nullptr);
+        ::execv(path.c_str(), argv.data());
+        ::_exit(127);
+    }
+    ::close(feed[0]);
+    EXPECT_EQ(::write(feed[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
+    ::close(feed[1]);
+    return pid;
+}
+
+int exit_status_of(pid_t pid) {
+    int status = 0;
+    if (::waitpid(pid, &status, 0) != pid)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Whether any process waits for the flock of lock_file.
+bool someone_waits_for(const std::string& lock_file) {
+    struct stat info {};
+    if (::stat(lock_file.c_str(), &info) != 0)
+        return false;
+    const std::string inode = ":" + std::to_string(info.st_ino) + " ";
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);)
+        if (line.find("-> FLOCK") != std::string::npos && line.find(inode) != std::string::npos)
+            return true;
+    return false;
+}
+
+// The batch is held half way (its second command waits for a lock the test
+// holds): the real assign is still as before, no mount of the batch's shows
+// outside it, and another panel's command that edits assign waits for the
+// batch; once the batch ends, that command runs on what the batch wrote.
+TEST_F(BatchStagingTest, HalfWayTheRealFilesAreUntouchedAndAnotherPanelWaitsForTheBatch) {
+    const std::string assign_before = read_file("/var/qmail/users/assign");
+    const std::string mounts_before = read_file("/proc/self/mountinfo");
+    FileLock gate = lock_file("/var/qmail/mailnames/" + kDomain + "/one/.qmail", LockPlace::lock_directory);
+    ASSERT_TRUE(gate.held());
+    const std::string document = batch_document({
+        {{"--add-mailname", "--domain-name=" + kDomain, "--mailname=one"}, {}, {}, seeded_document()},
+        {{"--add-mailbox", "--domain-name=" + kDomain, "--mailname=one"}, "secret-one", {}, seeded_document()},
+    });
+    const pid_t batch = start_sorvane({"--batch"}, document, "/tmp/batch-output");
+    while (!someone_waits_for(gate.path()))
+        ASSERT_EQ(::waitpid(batch, nullptr, WNOHANG), 0) << read_file("/tmp/batch-output");
+    EXPECT_EQ(read_file("/var/qmail/users/assign"), assign_before);
+    EXPECT_EQ(read_file("/proc/self/mountinfo"), mounts_before);
+    const pid_t single = start_sorvane({"--add-domain", "--domain-name=other.test"}, "", "/tmp/single-output");
+    const std::string assign_lock = "/run/sorvane/locks/" + md5_hex("/var/qmail/users/assign");
+    while (!waits_for_flock(single, assign_lock))
+        ASSERT_EQ(::waitpid(single, nullptr, WNOHANG), 0) << read_file("/tmp/single-output");
+    ASSERT_EQ(gate.release(), 0);
+    EXPECT_EQ(exit_status_of(batch), 0) << read_file("/tmp/batch-output");
+    EXPECT_EQ(exit_status_of(single), 0) << read_file("/tmp/single-output");
+    const std::string assign = read_file("/var/qmail/users/assign");
+    EXPECT_NE(assign.find("\n=" + kDomain + "-one:"), std::string::npos) << assign;
+    EXPECT_EQ(assign.rfind("+other.test", 0), 0u) << "the other panel's record went on top of the batch's table";
+    for (const OutputObject& object : read_output_objects(read_file("/tmp/batch-output")))
+        EXPECT_EQ(object.status, 0) << object.err;
 }
 
 }  // namespace
