@@ -31,8 +31,11 @@ number) pair; where it first cuts the run is the earliest call of that
 number among all the processes of an uninterrupted run, and a later process
 that makes as many calls of that name is cut too. The sweep picks its
 points so that their first cuts spread over the whole run, and always
-takes the batch process's fork of its shared rebuild: killed there, a batch
-leaves assign as after its last command and users/cdb as before it."""
+takes two forks of the batch process: the first after its last command
+(killed there, a batch leaves the control files and assign as they were
+before it, since it edits them in memory and writes each once after its
+last command) and that of its shared rebuild (killed there, it leaves
+assign as after its last command and users/cdb as before it)."""
 import glob
 import json
 import os
@@ -225,7 +228,10 @@ class Tree:
     """The processes of one traced batch run: the batch process (strace's
     own child, the one that execs sorvane with --batch), each command's
     process (the batch process's forks, in the order of the output objects)
-    with its descendants, and the processes of the shared rebuild."""
+    with its descendants, the batch's writes of the files it edited in
+    memory (its next forks, which run no program) and the processes of the
+    shared rebuild (the forks after them, which run qmail-newu or the
+    reload)."""
 
     def __init__(self, prefix_path, pids, commands_run):
         self.calls = {pid: calls_of(prefix_path, pid) for pid in pids}
@@ -237,9 +243,16 @@ class Tree:
         self.batch = started[0] if started else pids[0]
         children = forked(self.calls[self.batch])
         self.line_of = {}
+        self.writes = set()
+        self.write_forks = 0
         for number, child in enumerate(children):
             line = number + 1 if number < commands_run else None
-            for pid in self.descendants(child):
+            family = self.descendants(child)
+            if line is None and not any(c.name == "execve" for pid in family for c in self.calls.get(pid, [])):
+                self.writes.update(family)
+                self.write_forks += 1
+                continue
+            for pid in family:
                 self.line_of[pid] = line
 
     def descendants(self, pid):
@@ -251,6 +264,8 @@ class Tree:
     def role(self, pid):
         if pid == self.batch:
             return "the batch process"
+        if pid in self.writes:
+            return "the batch's writes"
         line = self.line_of.get(pid)
         return "the shared rebuild" if line is None else "command %d" % line
 
@@ -321,6 +336,7 @@ def kill_sweep(server, results, sampled, audits):
     snapshot()
     before = server_state()
     before_files = control_contents()
+    before_written = {path: before.get(path) for path in WRITTEN_ONCE}
     reference_path = STATE + "/batch-reference.trace"
     result, pids = traced_run(server, document, reference_path)
     if result.returncode != 0:
@@ -345,6 +361,12 @@ def kill_sweep(server, results, sampled, audits):
         failures.append("no kill point reaches the batch process between its last command and its shared rebuild")
     elif rebuild_point not in points:
         points.append(rebuild_point)
+    # and so is the state between its last command and its writes
+    writes_point = before_writes(tree, first)
+    if writes_point is None:
+        failures.append("no kill point reaches the batch process between its last command and its writes")
+    elif writes_point not in points:
+        points.append(writes_point)
     figures = {"batch": 0, "children": 0, "only children": 0, "not killed": 0, "between": 0}
     by_role = {}
     trace = STATE + "/batch-kill.trace"
@@ -370,6 +392,11 @@ def kill_sweep(server, results, sampled, audits):
         torn, between = torn_files(before_files, after_files)
         figures["between"] += between
         problems += torn + broken_stores()
+        if (name, occurrence) == writes_point:
+            problems += unwritten_problems(
+                {path: killed_state.get(path) for path in before_written}, before_written, said)
+            results.figure("batches: killed before its writes: control files and assign as before the batch; the "
+                           "audit says: %s" % ("(not built)" if said is None else "; ".join(said[1][:3]) or "nothing"))
         if (name, occurrence) == rebuild_point:
             problems += unbuilt_table_problems(killed_state, final, said)
             results.figure("batches: killed before its shared rebuild: assign as after the batch, users/cdb as "
@@ -408,15 +435,45 @@ def kill_sweep(server, results, sampled, audits):
     return "%d kill points, every state repaired by running the batch again" % len(points)
 
 
+# The files a batch edits in memory and writes once, after its last command.
+WRITTEN_ONCE = [QMAIL + "/control/" + name for name in ("rcpthosts", "virtualdomains", "locals", "rejectnonexist")] + [
+    QMAIL + "/users/assign"]
+
+
+def batch_fork(tree, first, number):
+    """The kill point at the batch process's fork of that number (from 0),
+    or None when it makes fewer or another process makes as many forks
+    before it."""
+    forks = [c for c in tree.calls[tree.batch] if c.name in FORKS and c.event.result.isdigit()]
+    if len(forks) <= number:
+        return None
+    call = forks[number]
+    return (call.name, call.occurrence) if first.get((call.name, call.occurrence)) is call else None
+
+
 def before_shared_rebuild(tree, first):
     """The kill point at the batch process's fork of its shared rebuild (the
-    fork after one per command), or None when another process makes as many
-    forks before it."""
-    forks = [c for c in tree.calls[tree.batch] if c.name in FORKS and c.event.result.isdigit()]
-    if len(forks) <= len(BATCH):
-        return None
-    call = forks[len(BATCH)]
-    return (call.name, call.occurrence) if first.get((call.name, call.occurrence)) is call else None
+    fork after one per command and one per file it writes)."""
+    return batch_fork(tree, first, len(BATCH) + tree.write_forks)
+
+
+def before_writes(tree, first):
+    """The kill point at the batch process's first fork after its last
+    command: every command has run, none of the files it edited in memory
+    is written."""
+    return batch_fork(tree, first, len(BATCH)) if tree.write_forks else None
+
+
+def unwritten_problems(killed, before, said):
+    """A batch killed before its writes leaves the control files and assign
+    as they were before it, and the audit flags that state."""
+    problems = []
+    for path in sorted(before):
+        if killed.get(path) != before.get(path):
+            problems.append("killed before the batch's writes, %s is not as before the batch" % path)
+    if said is not None and (said[0] != 1 or not said[1]):
+        problems.append("killed before the batch's writes, the audit flags nothing: %s" % said[2][:600])
+    return problems
 
 
 def unbuilt_table_problems(killed, final, said):
