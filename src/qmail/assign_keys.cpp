@@ -1,4 +1,5 @@
 #include "qmail/assign_keys.h"
+#include "util/io_block.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -29,9 +30,8 @@ struct AssignRecord {
     std::string_view line;
 };
 
-// The block in which assign is read: large enough that a table of a million
-// records takes few reads, small enough to stay in the processor's cache.
-constexpr std::size_t kReadBlock = std::size_t{1} << 20;
+// The block in which assign is read (util/io_block.h).
+constexpr std::size_t kReadBlock = util::kIoBlock;
 
 // assign opened for reading, when it is a regular file (a FIFO or device
 // planted in its place is not read).

@@ -1,4 +1,5 @@
 #include "qmail/control_lines.h"
+#include "util/io_block.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,7 +17,7 @@
 namespace crelm::qmail {
 namespace {
 
-constexpr std::size_t kScanBlock = 1 << 20;
+constexpr std::size_t kScanBlock = crelm::util::kIoBlock;
 
 // Whether some line of the file equals line; nullopt when it cannot be read.
 // The file is scanned as if a newline preceded it, for "\n<line>\n"; the

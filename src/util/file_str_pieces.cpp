@@ -1,4 +1,5 @@
 #include "util/file_str_pieces.h"
+#include "util/io_block.h"
 
 #include <string.h>
 #include <unistd.h>
@@ -11,7 +12,7 @@
 namespace crelm::util {
 namespace {
 
-constexpr std::size_t kBlock = std::size_t{1} << 20;
+constexpr std::size_t kBlock = crelm::util::kIoBlock;
 constexpr std::size_t kPieceLimit = 4095;  // what fgets gives with a 4096-byte buffer
 
 ssize_t read_more(int from, char* into, std::size_t room) {

@@ -1,4 +1,5 @@
 #include "util/line_rewrite.h"
+#include "util/io_block.h"
 
 #include "util/fd_copy.h"
 
@@ -10,7 +11,7 @@
 namespace crelm::util {
 namespace {
 
-constexpr std::size_t kBlockSize = std::size_t{1} << 20;
+constexpr std::size_t kBlockSize = crelm::util::kIoBlock;
 // A run of unchanged lines at least this long is written from where it was
 // read rather than copied into the buffer first.
 constexpr std::size_t kDirectRun = std::size_t{1} << 16;
