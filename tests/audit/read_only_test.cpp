@@ -46,7 +46,28 @@ const std::regex kUserLookupConnect("sun_path=\"(/var)?/run/nscd/socket\"");
 
 const std::set<std::string> kOpenCalls{"open", "openat", "openat2"};
 const std::regex kWritingFlag("\\bO_(WRONLY|RDWR|CREAT|TRUNC)\\b");
-const std::regex kQuoted("\"(\\\\.|[^\"\\\\])*\"");
+
+// args with every quoted string emptied ("..." becomes ""), so that a flag
+// named inside a path or a read buffer is not taken for one of the call's.
+// Scanned by hand: a regular expression recurses once per character of a
+// long string (strace shows read buffers), which overflows the stack.
+std::string without_quoted(const std::string& args) {
+    std::string kept;
+    bool quoted = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const char c = args[i];
+        if (!quoted) {
+            kept += c;
+            quoted = c == '"';
+        } else if (c == '\\') {
+            ++i;
+        } else if (c == '"') {
+            kept += c;
+            quoted = false;
+        }
+    }
+    return kept;
+}
 
 // The call of one line of an strace -f log ("[pid N] " or "N " first when
 // several processes are traced), with its arguments; empty for the second
@@ -66,7 +87,7 @@ std::vector<std::string> changing_calls(const std::vector<std::string>& trace, c
     std::vector<std::string> found;
     for (const std::string& line : trace) {
         const auto [call, args] = call_of(line);
-        const std::string unquoted = std::regex_replace(args, kQuoted, "\"\"");
+        const std::string unquoted = without_quoted(args);
         const bool changes = kChangingCalls.count(call) != 0 ||
                              (kOpenCalls.count(call) != 0 && std::regex_search(unquoted, kWritingFlag)) ||
                              (call == "execve" && args.rfind("\"" + own_binary + "\"", 0) != 0) ||
