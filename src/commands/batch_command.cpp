@@ -48,27 +48,11 @@ int read_settings(int argc, char** argv, BatchSettings& settings) {
     return 0;
 }
 
-int read_standard_input(std::string& text) {
-    char buffer[65536];
-    for (;;) {
-        const ssize_t got = ::read(STDIN_FILENO, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return -1;
-        if (got == 0)
-            break;
-        text.append(buffer, static_cast<std::size_t>(got));
-    }
-    explicit_bzero(buffer, sizeof buffer);
-    return 0;
-}
-
 // The document, read whole and checked whole before anything runs; the
 // text read is wiped, since it holds the passwords.
 bool read_document(BatchDocument& document) {
     std::string text;
-    const int read_result = read_standard_input(text);
+    const int read_result = crelm::util::read_to_end(STDIN_FILENO, text) ? 0 : -1;
     const int read_errno = errno;
     if (read_result == 0)
         document = parse_batch_document(text);

@@ -14,6 +14,7 @@
 #include "qmail/paths.h"
 #include "runtime/log.h"
 #include "util/file_lock.h"
+#include "util/fd_copy.h"
 #include "util/file_replace.h"
 #include "util/handed_down_locks.h"
 #include "util/nofollow.h"
@@ -81,20 +82,6 @@ bool same_version(const crelm::util::FileStamp& one, const crelm::util::FileStam
     return one.known == other.known && (!one.known || crelm::util::same_stamp(one, other));
 }
 
-bool read_whole(int fd, std::string& content) {
-    char buffer[1 << 16];
-    for (;;) {
-        const ssize_t got = ::read(fd, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got < 0)
-            return false;
-        if (got == 0)
-            return true;
-        content.append(buffer, static_cast<std::size_t>(got));
-    }
-}
-
 // The copy is gone: so goes the real file.
 int remove_real_file(const std::string& path) {
     FileLock lock = lock_file(path, LockPlace::lock_directory);
@@ -123,7 +110,7 @@ int write_back(const BatchStaging& staging, const StagedFile& file) {
     }
     struct stat info {};
     std::string content;
-    if (::fstat(copy.get(), &info) != 0 || !read_whole(copy.get(), content)) {
+    if (::fstat(copy.get(), &info) != 0 || !crelm::util::read_to_end(copy.get(), content)) {
         report_error(0, 0, "Unable to read file %s: %s\n", file.path.c_str(), std::strerror(errno));
         return 1;
     }

@@ -1,5 +1,6 @@
 #include "util/fd_copy.h"
 
+#include <string.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,25 @@ bool write_all(int fd, std::string_view text) {
         text.remove_prefix(static_cast<std::size_t>(written));
     }
     return true;
+}
+
+bool read_to_end(int fd, std::string& text) {
+    char block[65536];
+    bool read = true;
+    for (;;) {
+        const ssize_t got = ::read(fd, block, sizeof block);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0) {
+            read = got == 0;
+            break;
+        }
+        text.append(block, static_cast<std::size_t>(got));
+    }
+    const int saved = errno;
+    explicit_bzero(block, sizeof block);
+    errno = saved;
+    return read;
 }
 
 CopyFailure copy_descriptor(int from, int to) {
