@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "audit/audit_fixture.h"
+#include "support/strace_lines.h"
 
 namespace sorvane::test {
 namespace {
@@ -47,39 +48,7 @@ const std::regex kUserLookupConnect("sun_path=\"(/var)?/run/nscd/socket\"");
 const std::set<std::string> kOpenCalls{"open", "openat", "openat2"};
 const std::regex kWritingFlag("\\bO_(WRONLY|RDWR|CREAT|TRUNC)\\b");
 
-// args with every quoted string emptied ("..." becomes ""), so that a flag
-// named inside a path or a read buffer is not taken for one of the call's.
-// Scanned by hand: a regular expression recurses once per character of a
-// long string (strace shows read buffers), which overflows the stack.
-std::string without_quoted(const std::string& args) {
-    std::string kept;
-    bool quoted = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const char c = args[i];
-        if (!quoted) {
-            kept += c;
-            quoted = c == '"';
-        } else if (c == '\\') {
-            ++i;
-        } else if (c == '"') {
-            kept += c;
-            quoted = false;
-        }
-    }
-    return kept;
-}
 
-// The call of one line of an strace -f log ("[pid N] " or "N " first when
-// several processes are traced), with its arguments; empty for the second
-// half of an interrupted call, a signal or an exit.
-std::pair<std::string, std::string> call_of(std::string line) {
-    static const std::regex prefix("^(\\[pid +[0-9]+\\] |[0-9]+ +)");
-    line = std::regex_replace(line, prefix, "", std::regex_constants::format_first_only);
-    const auto open = line.find('(');
-    if (open == std::string::npos || open == 0 || line[0] == '<' || line[0] == '-' || line[0] == '+')
-        return {};
-    return {line.substr(0, open), line.substr(open + 1)};
-}
 
 // The lines of the trace that change something or run another program than
 // own_binary (the audit, whose own execve starts the trace).

@@ -15,6 +15,7 @@
 #include <set>
 
 #include "auth/auth_support.h"
+#include "support/strace_lines.h"
 #include "e2e/server_state.h"
 #include "stores/mail_auth_paths.h"
 
@@ -35,7 +36,6 @@ const std::set<std::string> kChangingCalls{
     "sendto",    "sendmsg",   "write",     "pwrite64",   "writev",      "pwritev",         "pwritev2"};
 const std::set<std::string> kOpenCalls{"open", "openat", "openat2"};
 const std::regex kWritingFlag("\\bO_(WRONLY|RDWR|CREAT|TRUNC)\\b");
-const std::regex kQuoted("\"(\\\\.|[^\"\\\\])*\"");
 
 std::vector<std::string> lines_of(const std::string& path) {
     std::vector<std::string> lines;
@@ -45,14 +45,6 @@ std::vector<std::string> lines_of(const std::string& path) {
     return lines;
 }
 
-std::pair<std::string, std::string> call_of(std::string line) {
-    static const std::regex prefix("^(\\[pid +[0-9]+\\] |[0-9]+ +)");
-    line = std::regex_replace(line, prefix, "", std::regex_constants::format_first_only);
-    const auto open = line.find('(');
-    if (open == std::string::npos || open == 0 || line[0] == '<' || line[0] == '-' || line[0] == '+')
-        return {};
-    return {line.substr(0, open), line.substr(open + 1)};
-}
 
 struct Trace {
     ProcessResult result;
@@ -84,7 +76,7 @@ std::vector<std::string> changing_calls(const std::vector<std::string>& calls) {
     std::vector<std::string> found;
     for (const std::string& line : calls) {
         const auto [call, args] = call_of(line);
-        const std::string unquoted = std::regex_replace(args, kQuoted, "\"\"");
+        const std::string unquoted = without_quoted(args);
         const bool opens_for_writing = kOpenCalls.count(call) != 0 && std::regex_search(unquoted, kWritingFlag);
         if (kChangingCalls.count(call) != 0 || opens_for_writing)
             found.push_back(line);
