@@ -96,8 +96,9 @@ bool write_object(std::size_t line, const BatchOutcome& outcome) {
     return false;
 }
 
-// The outcomes held back since the first command that left its rebuild to
-// the batch: their objects wait for the shared run's result.
+// The outcomes held back since the first command that changed a file the
+// batch writes once or left its rebuild to the batch: their objects wait
+// for those writes and the shared run's result.
 struct HeldOutcomes {
     std::vector<std::pair<std::size_t, BatchOutcome>> outcomes;
     bool newu = false;
@@ -117,17 +118,13 @@ struct HeldOutcomes {
 // batch's status, or kBatchNotRun.
 int release_held(HeldOutcomes& held, BatchStaging& staging, int result) {
     std::vector<StagedWriteFailure> failures;
-    if (end_batch_staging(staging, failures) != 0) {
-        std::fprintf(stderr, "Error: unable to write the files the batch edited: %s\n", std::strerror(errno));
-        return kBatchNotRun;
-    }
-    if (held.outcomes.empty())
-        return result;
+    const bool written = end_batch_staging(staging, failures) == 0;
+    const int write_errno = errno;
     SharedRebuild rebuild;
-    const bool rebuilt = run_shared_rebuild(held.newu, held.reload, rebuild) == 0;
+    const bool rebuilt = held.outcomes.empty() || run_shared_rebuild(held.newu, held.reload, rebuild) == 0;
     const int rebuild_errno = errno;
-    // Without the shared run the objects still say what each command did,
-    // and the batch says on standard error that the run is missing.
+    // Without a write or the shared run the objects still say what each
+    // command did, and the batch says on standard error what is missing.
     for (auto& [line, outcome] : held.outcomes) {
         if (rebuilt)
             apply_shared_rebuild(rebuild, outcome.marks, outcome);
@@ -136,6 +133,10 @@ int release_held(HeldOutcomes& held, BatchStaging& staging, int result) {
             return kBatchNotRun;
         if (outcome.status != 0)
             result = kSomeCommandFailed;
+    }
+    if (!written) {
+        std::fprintf(stderr, "Error: unable to write the files the batch edited: %s\n", std::strerror(write_errno));
+        return kBatchNotRun;
     }
     if (!rebuilt) {
         std::fprintf(stderr, "Error: unable to run the batch's rebuild of the user assignment table: %s\n",

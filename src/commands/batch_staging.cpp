@@ -178,8 +178,10 @@ int end_batch_staging(BatchStaging& staging, std::vector<StagedWriteFailure>& fa
             failure.outcome.status = 1;
             failure.outcome.err = "Unable to write file " + file.path + ": the batch could not take its copy away\n";
         } else if (run_captured_child([&staging, &file] { return write_back(staging, file); }, failure.outcome) < 0) {
+            // The file stays as before the batch: its commands say so.
             result = -1;
-            break;
+            failure.outcome.status = 1;
+            failure.outcome.err = "Unable to write file " + file.path + ": " + std::strerror(errno) + "\n";
         }
         if (failure.outcome.status != 0) {
             failure.lines = file.lines;

@@ -56,8 +56,9 @@ bool note_staged_edits(BatchStaging& staging, std::size_t line);
 
 // Writes each changed file once (each in a process of its own whose output
 // is captured), takes the copies away and releases the locks. failures gets
-// each file whose write failed. 0, or -1 when a process could not be run
-// (errno set); nothing is done when staging is not active.
+// each file whose write failed, a file whose process could not be run
+// included. 0, or -1 when such a process could not be run (errno set);
+// nothing is done when staging is not active.
 int end_batch_staging(BatchStaging& staging, std::vector<StagedWriteFailure>& failures);
 
 // Gives outcome, the command of line, the failures of the files it changed:
