@@ -14,7 +14,6 @@
 #include "qmail/paths.h"
 #include "runtime/log.h"
 #include "util/file_lock.h"
-#include "util/fd_copy.h"
 #include "util/file_replace.h"
 #include "util/handed_down_locks.h"
 #include "util/nofollow.h"
@@ -109,8 +108,7 @@ int write_back(const BatchStaging& staging, const StagedFile& file) {
         return 1;
     }
     struct stat info {};
-    std::string content;
-    if (::fstat(copy.get(), &info) != 0 || !crelm::util::read_to_end(copy.get(), content)) {
+    if (::fstat(copy.get(), &info) != 0) {
         report_error(0, 0, "Unable to read file %s: %s\n", file.path.c_str(), std::strerror(errno));
         return 1;
     }
@@ -125,7 +123,7 @@ int write_back(const BatchStaging& staging, const StagedFile& file) {
         }
         return true;
     };
-    return crelm::util::replace_file_locked(file.path, content, give_attributes) == 0 ? 0 : 1;
+    return crelm::util::replace_file_locked_from(file.path, copy.get(), give_attributes) == 0 ? 0 : 1;
 }
 
 }  // namespace

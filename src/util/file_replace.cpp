@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
+#include <optional>
 
 #include "runtime/log.h"
 #include "util/file_lock.h"
@@ -59,13 +61,17 @@ int refused(FileRefusal refusal, const std::string& path) {
     return 1;
 }
 
-// edit is null when the old content does not matter and is not read.
-int replace(const std::string& path, const ContentEdit* edit, const std::string* whole, const FileFinish& finish,
+// Writes the new content into the temporary file: false with errno set.
+using ContentWriter = std::function<bool(int fd)>;
+
+// edit is null when the old content does not matter and is not read; the
+// new content then comes from writer.
+int replace(const std::string& path, const ContentEdit* edit, const ContentWriter* writer, const FileFinish& finish,
             WhenMissing missing) {
     const ParentDir parent = open_parent(path);
     if (!parent.fd.valid())
         return failed("Unable to open file %s: %s\n", path);
-    std::optional<std::string> content;
+    std::string content;
     if (edit != nullptr) {
         std::string old_content;
         FileRefusal refusal = FileRefusal::none;
@@ -77,16 +83,16 @@ int replace(const std::string& path, const ContentEdit* edit, const std::string*
         if (read == Read::failed)
             return failed(errno == EINVAL ? "Unable to open file %s: %s\n" : "Unable to read line from file: %s: %s\n",
                           path);
-        content = (*edit)(old_content);
-        if (!content)
+        std::optional<std::string> edited = (*edit)(old_content);
+        if (!edited)
             return 1;
-    } else {
-        content = *whole;
+        content = std::move(*edited);
     }
     TempFile temp = create_temporary_beside(parent.fd.get(), parent.name, path);
     if (!temp.valid())
         return failed("Unable to open file %s: %s\n", path + ".tmp");
-    if (!write_all(temp.fd(), *content))
+    const bool written = edit != nullptr ? write_all(temp.fd(), content) : (*writer)(temp.fd());
+    if (!written)
         return failed("Unable to write data into file %s: %s\n", path);
     if (!finish(temp.fd()))
         return 1;
@@ -97,16 +103,12 @@ int replace(const std::string& path, const ContentEdit* edit, const std::string*
     return 0;
 }
 
-}  // namespace
-
-namespace {
-
-int replace_locked(const std::string& path, const ContentEdit* edit, const std::string* whole,
+int replace_locked(const std::string& path, const ContentEdit* edit, const ContentWriter* writer,
                    const FileFinish& finish, WhenMissing missing) {
     FileLock lock = lock_file(path, LockPlace::lock_directory);
     if (!lock.held())
         return failed("Error occurred while locking the file %s: %s\n", path);
-    const int result = replace(path, edit, whole, finish, missing);
+    const int result = replace(path, edit, writer, finish, missing);
     if (unlock_file(lock) != 0)
         return 1;
     return result;
@@ -120,7 +122,13 @@ int replace_file_locked(const std::string& path, const ContentEdit& edit, const 
 }
 
 int replace_file_locked(const std::string& path, const std::string& content, const FileFinish& finish) {
-    return replace_locked(path, nullptr, &content, finish, WhenMissing::edit_empty);
+    const ContentWriter writer = [&content](int fd) { return write_all(fd, content); };
+    return replace_locked(path, nullptr, &writer, finish, WhenMissing::edit_empty);
+}
+
+int replace_file_locked_from(const std::string& path, int source, const FileFinish& finish) {
+    const ContentWriter writer = [source](int fd) { return copy_descriptor(source, fd) == CopyFailure::none; };
+    return replace_locked(path, nullptr, &writer, finish, WhenMissing::edit_empty);
 }
 
 }  // namespace crelm::util

@@ -48,5 +48,9 @@ int replace_file_locked(const std::string& path, const ContentEdit& edit, const 
 // has its name (a link or FIFO planted there included) is replaced by the
 // rename, never followed or read.
 int replace_file_locked(const std::string& path, const std::string& content, const FileFinish& finish);
+// The same with the content read from source, from its offset to its end, in
+// blocks: a large file is never held whole in memory. A failed read of
+// source is reported as the write's failure.
+int replace_file_locked_from(const std::string& path, int source, const FileFinish& finish);
 
 }  // namespace crelm::util

@@ -4,6 +4,8 @@
 
 #include "util_test_support.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -103,6 +105,39 @@ TEST_F(FileReplaceTest, AStaleTemporaryFileOrALinkAtItsNameIsReplacedNotFollowed
     EXPECT_EQ(read_file(path()), "| true\n");
     EXPECT_EQ(read_file(dir_ + "/victim"), "victim\n");
     EXPECT_EQ(names(), (std::vector<std::string>{".qmail", "victim"}));
+}
+
+// A memory file holding text, read from its start.
+int source_holding(const std::string& text) {
+    const int fd = memfd_create("file-replace-test", MFD_CLOEXEC);
+    EXPECT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    EXPECT_EQ(lseek(fd, 0, SEEK_SET), 0);
+    return fd;
+}
+
+TEST_F(FileReplaceTest, ContentFromADescriptorReplacesTheFileWhateverItsSize) {
+    write_file(path(), "old\n", 0644);
+    std::string large;
+    for (int i = 0; i < 100000; ++i)
+        large += "=example.test-user" + std::to_string(i) + ":popuser:2110:2110:/home:::\n";
+    const int source = source_holding(large);
+    EXPECT_EQ(crelm::util::replace_file_locked_from(path(), source, give_popuser), 0);
+    close(source);
+    EXPECT_EQ(read_file(path()), large);
+    EXPECT_EQ(file_info(path()).mode, 0600u);
+    EXPECT_EQ(names(), std::vector<std::string>{".qmail"});
+}
+
+TEST_F(FileReplaceTest, ASourceThatCannotBeReadLeavesTheFileAndNoTemporaryFile) {
+    write_file(path(), "old\n", 0644);
+    const int source = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const auto printed =
+        printed_by([&] { EXPECT_EQ(crelm::util::replace_file_locked_from(path(), source, give_popuser), 1); });
+    close(source);
+    expect_reported(printed,
+                    with_system_error("Unable to write data into file " + path() + ": Bad file descriptor\n", EBADF));
+    EXPECT_EQ(read_file(path()), "old\n");
+    EXPECT_EQ(names(), std::vector<std::string>{".qmail"});
 }
 
 }  // namespace
