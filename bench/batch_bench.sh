@@ -17,6 +17,9 @@
 #
 #   bench/batch_bench.sh <release-build-dir> [N...] [-- R...]   (default: 1000 10000 -- 100000 1000000)
 #
+# BATCH_BENCH_WRAP="perf record -g -o <file> --" (or any such prefix) runs
+# each batch under a profiler; the batch's figures then include its cost.
+#
 # Runs as root in a private mount namespace: tmpfs over /var/qmail (a copy of
 # the installed qmail tree), /var/lib/crelm, /run/sorvane, /etc/qvt and
 # /opt/qvt, passwd and group with popuser and nofiles, stand-ins for the

@@ -5,6 +5,7 @@ private namespace, which has made the server."""
 import json
 import os
 import resource
+import shlex
 import shutil
 import sqlite3
 import subprocess
@@ -93,7 +94,11 @@ def batch_document(n):
 def run_batch(document):
     """The batch's output and its largest resident set in kB (through
     /usr/bin/time, whose own cost is one fork and one wait)."""
-    process = subprocess.Popen(["/usr/bin/time", "-f", "%M", sorvane, "--batch"], stdin=subprocess.PIPE,
+    argv = [sorvane, "--batch"]
+    # A profiler's command line around the batch, e.g. "perf record -g -o F --"
+    # (its cost then counts in the batch's figures).
+    argv = shlex.split(os.environ.get("BATCH_BENCH_WRAP", "")) + argv
+    process = subprocess.Popen(["/usr/bin/time", "-f", "%M"] + argv, stdin=subprocess.PIPE,
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     out, err = process.communicate(document)
     if process.returncode != 0:

@@ -96,6 +96,19 @@ int wait_for(pid_t child, int& status) {
 }
 
 
+// Ends a child whose command has returned: its output is flushed into the
+// captured files, and the process ends without the exit handlers and static
+// destructors, which only free memory that dies with it. In a child forked
+// from the batch that freeing is the costliest part of a short command: each
+// page it writes is first copied away from the batch's.
+[[noreturn]] void end_child(int status) {
+    std::cout.flush();
+    std::cerr.flush();
+    std::clog.flush();
+    std::fflush(nullptr);
+    ::_exit(status);
+}
+
 // Forks a child that runs body with input, out and err as its standard
 // descriptors; as main returns, exit flushes the streams into the captured
 // files. Fills outcome's status, output and error.
@@ -113,7 +126,7 @@ int run_forked(const std::function<int()>& body, UniqueFd& input, BatchOutcome& 
         return -1;
     if (child == 0) {
         put_standard_descriptors({input.get(), out.get(), err.get()});
-        std::exit(body());
+        end_child(body());
     }
     if (wait_for(child, outcome.status) < 0 || read_all(out.get(), outcome.out) < 0 ||
         read_all(err.get(), outcome.err) < 0)
