@@ -96,21 +96,26 @@ int wait_for(pid_t child, int& status) {
 }
 
 
+// Writes out what the C++ and C streams hold.
+void flush_streams() {
+    std::cout.flush();
+    std::cerr.flush();
+    std::clog.flush();
+    std::fflush(nullptr);
+}
+
 // Ends a child whose command has returned: its output is flushed into the
 // captured files, and the process ends without the exit handlers and static
 // destructors, which only free memory that dies with it. In a child forked
 // from the batch that freeing is the costliest part of a short command: each
 // page it writes is first copied away from the batch's.
 [[noreturn]] void end_child(int status) {
-    std::cout.flush();
-    std::cerr.flush();
-    std::clog.flush();
-    std::fflush(nullptr);
+    flush_streams();
     ::_exit(status);
 }
 
 // Forks a child that runs body with input, out and err as its standard
-// descriptors; as main returns, exit flushes the streams into the captured
+// descriptors; once body returns, its streams are flushed into the captured
 // files. Fills outcome's status, output and error.
 int run_forked(const std::function<int()>& body, UniqueFd& input, BatchOutcome& outcome) {
     UniqueFd out = memory_file("sorvane-batch-stdout");
@@ -118,9 +123,7 @@ int run_forked(const std::function<int()>& body, UniqueFd& input, BatchOutcome& 
     if (!out.valid() || !err.valid())
         return -1;
     // Nothing buffered here may be written twice, once by each process.
-    std::cout.flush();
-    std::cerr.flush();
-    std::fflush(nullptr);
+    flush_streams();
     const pid_t child = ::fork();
     if (child < 0)
         return -1;
