@@ -43,6 +43,10 @@
 # <dir>, which must be on a disk (ext4, say), so that the flushes that
 # sorvane makes (and cp does not) reach the device and their price shows.
 #
+# QMAIL_FILES_BENCH_WRAP, when set, is a command put in front of every run of
+# sorvane and of the driver (say "strace -f -o <file>" or "perf record -g -o
+# <file> --"), to see where their time goes; its timings then mean nothing.
+#
 # Runs as root in private mount, PID and host-name namespaces: tmpfs over
 # /var/qmail, /var/lib/crelm, /etc/domainkeys, /etc/qvt, /opt/qvt and
 # /run/sorvane (the lock directory), passwd and group with popuser and
@@ -124,6 +128,9 @@ python3 - "$sorvane" "$driver" "$repetitions" "${counts[@]}" <<'PY'
 import os, shutil, subprocess, sys, time
 
 sorvane, driver, reps = sys.argv[1], sys.argv[2], int(sys.argv[3])
+WRAP = os.environ.get("QMAIL_FILES_BENCH_WRAP", "").split()
+if WRAP:
+    WRAP[0] = shutil.which(WRAP[0]) or WRAP[0]
 counts = [int(c) for c in sys.argv[4:]]
 DOMAINS = 10000
 T = "bench-target.example"
@@ -144,6 +151,8 @@ def timed(argv):
     """(wall, cpu) milliseconds of argv, which must end 0; its standard
     input is the session document."""
     errors = "/tmp/qmail-files-bench.err"
+    if WRAP and argv[0] in (sorvane, driver):
+        argv = WRAP + argv
     actions = [(os.POSIX_SPAWN_OPEN, 0, SESSION if os.path.exists(SESSION) else "/dev/null", os.O_RDONLY, 0),
                (os.POSIX_SPAWN_OPEN, 1, "/dev/null", os.O_WRONLY, 0),
                (os.POSIX_SPAWN_OPEN, 2, errors, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)]

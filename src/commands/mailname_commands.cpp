@@ -55,15 +55,6 @@ int create_mailname_and_compile(const std::string& mailname, const std::string& 
     return created != 0 || compiled != 0 ? 1 : 0;
 }
 
-// The "=" records of the mail name's aliases, which point at its home.
-int remove_mail_alias_records(const MailnameAddresses& addresses, const std::string& domain) {
-    int result = 0;
-    for (std::size_t i = 1; i < addresses.local_parts.size(); ++i)
-        if (qmail_remove_mail_alias(addresses.local_parts.front(), domain, addresses.local_parts[i]) != 0)
-            result = -1;
-    return result;
-}
-
 // Deletes the handlers of every address of the mail name. 0, or 1 after
 // logging the first address that failed.
 int remove_mailname_handlers(const MailnameAddresses& addresses) {
@@ -162,9 +153,10 @@ int remove_mailname_command(int argc, char** argv) {
     }
     MailnameAddresses addresses;
     mailname_addresses(mailname, domain, addresses);
-    // The aliases' records point at the home that goes now.
-    const int aliases_removed = remove_mail_alias_records(addresses, domain);
-    const int files_removed = remove_mailname_files(mailname, domain);
+    // The aliases' records point at the home that goes now: they leave
+    // assign with the mail name's own, in one rewrite.
+    const std::vector<std::string> aliases(addresses.local_parts.begin() + 1, addresses.local_parts.end());
+    const int files_removed = remove_mailname_and_alias_files(mailname, domain, aliases);
     const int compiled = qmail_newu();
     if (remove_mailname_handlers(addresses) != 0)
         return 1;
@@ -172,7 +164,7 @@ int remove_mailname_command(int argc, char** argv) {
         log_message(LOG_ERR, "Unable to delete auth records for %s@%s", mailname.c_str(), domain.c_str());
         return 1;
     }
-    return aliases_removed != 0 || files_removed != 0 || compiled != 0 ? 1 : 0;
+    return files_removed != 0 || compiled != 0 ? 1 : 0;
 }
 
 int rename_mailname_command(int argc, char** argv) {

@@ -30,9 +30,6 @@ struct AssignRecord {
     std::string_view line;
 };
 
-// The block in which assign is read (util/io_block.h).
-constexpr std::size_t kReadBlock = util::kIoBlock;
-
 // assign opened for reading, when it is a regular file (a FIFO or device
 // planted in its place is not read).
 util::UniqueFd open_assign() {
@@ -106,7 +103,7 @@ std::optional<std::string> first_record(const std::function<bool(std::string_vie
     const util::UniqueFd fd = open_assign();
     if (!fd.valid())
         return std::nullopt;
-    std::size_t size = kReadBlock;
+    std::size_t size = util::io_block_for(fd.get());
     std::unique_ptr<char[]> block(new char[size]);  // not cleared: only what was read is looked at
     std::size_t held = 0;  // bytes in block: the carried line, then the last read
     for (;;) {

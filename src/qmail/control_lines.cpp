@@ -17,8 +17,6 @@
 namespace crelm::qmail {
 namespace {
 
-constexpr std::size_t kScanBlock = crelm::util::kIoBlock;
-
 // Whether some line of the file equals line; nullopt when it cannot be read.
 // The file is scanned as if a newline preceded it, for "\n<line>\n"; the
 // tail of each block is carried over so that a line split between two reads
@@ -29,11 +27,12 @@ std::optional<bool> holds_line(const char* path, const std::string& line) {
         return std::nullopt;
     }
     const std::string needle = "\n" + line + "\n";
-    std::vector<char> buffer(needle.size() + kScanBlock);
+    const std::size_t block = crelm::util::io_block_for(fd.get());
+    std::vector<char> buffer(needle.size() + block);
     buffer[0] = '\n';
     std::size_t held = 1;
     for (;;) {
-        const ssize_t got = ::read(fd.get(), buffer.data() + held, kScanBlock);
+        const ssize_t got = ::read(fd.get(), buffer.data() + held, block);
         if (got < 0 && errno == EINTR) {
             continue;
         }

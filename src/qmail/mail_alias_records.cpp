@@ -3,15 +3,14 @@
 #include "qmail/control_files.h"
 #include "qmail/control_lines.h"
 #include "qmail/control_names.h"
+#include "qmail/mailname_record.h"
 #include "qmail/paths.h"
 #include "qmail/qmail_report.h"
 
 using namespace crelm::qmail;
 
-namespace {
-
-std::string alias_record(const std::string& mailname, const std::string& domain, const std::string& alias,
-                         const char* unknown_owner_text) {
+std::string crelm::qmail::alias_record(const std::string& mailname, const std::string& domain, const std::string& alias,
+                                       const char* unknown_owner_text) {
     if (mailname.empty() || domain.empty() || alias.empty()) {
         report_fatal("empty mailname, maildomain or mailalias");
     }
@@ -19,8 +18,6 @@ std::string alias_record(const std::string& mailname, const std::string& domain,
     const PopuserIds ids = popuser_ids_or_die(unknown_owner_text);
     return mailname_assign_record(lower_ascii(alias), ascii_domain, lower_ascii(mailname), ids);
 }
-
-}  // namespace
 
 int qmail_add_mail_alias(const std::string& mailname, const std::string& domain, const std::string& alias) {
     const std::string record = alias_record(mailname, domain, alias, "Unable to define UID or GID for user popuser");

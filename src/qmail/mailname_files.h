@@ -8,6 +8,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // "<mailnames>/<domain>/<mailname>" into path, the domain in lower-case
 // ASCII and the mail name lower-cased; refused when it would not fit in
@@ -55,6 +56,15 @@ int create_mailname(const std::string& mailname, const std::string& domain);
 // ("empty mailname or maildomain") and an unknown popuser ("Unable to get
 // popuser uid or gid\n") end the program.
 int remove_mailname_files(const std::string& mailname, const std::string& domain);
+
+// qmail_remove_mail_alias for each of aliases (names of mailname's aliases),
+// then remove_mailname_files, with every record taken out of assign in one
+// rewrite: a large assign is read and written once. When that rewrite
+// fails, the program ends with the message of a failed alias removal
+// ("Unable to remove record from assign file"); without aliases this is
+// remove_mailname_files.
+int remove_mailname_and_alias_files(const std::string& mailname, const std::string& domain,
+                                    const std::vector<std::string>& aliases);
 // Creates or truncates path to hold "| true\n", owner popuser, mode 0600
 // (never writable by others, not even while it is made); a link at path is
 // refused. 0, or -1 after "Unable to open '%s': %s", "Unable to write to

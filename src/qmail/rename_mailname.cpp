@@ -4,6 +4,9 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "mailbox/mailnames_root.h"
 #include "qmail/control_files.h"
@@ -34,15 +37,67 @@ struct MailnameRename {
     }
 };
 
+// The records of the mail name's aliases end in its home: they follow it to
+// the new home. Only a whole "=" record whose fields after its key are
+// exactly the old ones changes, its key kept. Each record changed is
+// remembered (its new text and its old), so that the change can be taken
+// back exactly, and no other record pointing at the new home with it.
+class AliasRepoint {
+public:
+    explicit AliasRepoint(const MailnameRename& rename)
+        : repoint_(repoint_records(mailname_assign_tail(rename.domain, rename.old_name, rename.ids),
+                                   mailname_assign_tail(rename.domain, rename.new_name, rename.ids))) {
+        forward_ = crelm::util::LineRewrite{[this](std::string_view line, std::string& replaced) {
+                                                const crelm::util::LineFate fate = repoint_.line(line, replaced);
+                                                if (fate == crelm::util::LineFate::replace)
+                                                    changed_.emplace_back(replaced, line);
+                                                return fate;
+                                            },
+                                            repoint_.needle,
+                                            {}};
+    }
+
+    // The rewrites refer to this object, which stays where it was made.
+    AliasRepoint(const AliasRepoint&) = delete;
+    AliasRepoint& operator=(const AliasRepoint&) = delete;
+
+    // The rewrite that re-points them.
+    const crelm::util::LineRewrite* forward() { return &forward_; }
+
+    // The rewrite that puts back the records it changed.
+    crelm::util::LineRewrite back() const {
+        return crelm::util::LineRewrite{[this](std::string_view line, std::string& replaced) {
+                                            for (const auto& [now, before] : changed_) {
+                                                if (line == now) {
+                                                    replaced = before;
+                                                    return crelm::util::LineFate::replace;
+                                                }
+                                            }
+                                            return crelm::util::LineFate::keep;
+                                        },
+                                        "",
+                                        {}};
+    }
+
+    bool changed_any() const { return !changed_.empty(); }
+
+private:
+    crelm::util::LineRewrite repoint_;
+    crelm::util::LineRewrite forward_;
+    std::vector<std::pair<std::string, std::string>> changed_;  // new text, old text
+};
+
 // The new record replaces the old one at the top of assign, both records'
-// old copies taken out in the same rewrite (so that a rename run again
-// after an interrupted one leaves the new one there once); if it cannot be
-// written, the old one goes back at the top before the program ends.
+// old copies taken out and the aliases' records re-pointed in the same
+// rewrite (a large assign is read and written once; a rename run again
+// after an interrupted one leaves the new record there once); if it cannot
+// be written, the old one goes back at the top before the program ends.
 // Without assign the steps go one by one, and the first ends the program.
-void replace_record(const MailnameRename& rename) {
+void replace_record(const MailnameRename& rename, AliasRepoint& aliases) {
     struct stat info {};
     if (::lstat(kUsersAssign, &info) == 0 || errno != ENOENT) {
-        if (file_str_on_top(kUsersAssign, rename.record(rename.new_name), {rename.record(rename.old_name)}) != 0) {
+        if (file_str_on_top(kUsersAssign, rename.record(rename.new_name), {rename.record(rename.old_name)}, nullptr,
+                            aliases.forward()) != 0) {
             // The new record could not be put in: the old one goes back at
             // the top (once, and without the new one), as after a failed
             // insertion.
@@ -63,26 +118,16 @@ void replace_record(const MailnameRename& rename) {
     set_assign_mode();
 }
 
-void rename_home(const MailnameRename& rename) {
+// When the home cannot be renamed, assign gets its old records back: the
+// mail name's at the top, its aliases' pointing at the old home again.
+void rename_home(const MailnameRename& rename, const AliasRepoint& aliases) {
     if (rename_dir(rename.home(rename.old_name), rename.home(rename.new_name)) != 0) {
-        file_str_on_top(kUsersAssign, rename.record(rename.old_name), {rename.record(rename.new_name)});
+        const crelm::util::LineRewrite back = aliases.back();
+        file_str_on_top(kUsersAssign, rename.record(rename.old_name), {rename.record(rename.new_name)}, nullptr,
+                        aliases.changed_any() ? &back : nullptr);
         set_assign_mode();
         report_fatal("Unable to rename directory");
     }
-}
-
-// The aliases' records end in the mail name's home: they follow it there.
-// Only a whole "=" record whose fields after its key are exactly the old
-// ones changes, its key kept.
-bool repoint_alias_records(const MailnameRename& rename) {
-    const crelm::util::LineRewrite rewrite =
-        repoint_records(mailname_assign_tail(rename.domain, rename.old_name, rename.ids),
-                        mailname_assign_tail(rename.domain, rename.new_name, rename.ids));
-    if (!rewrite_copy_locked(kUsersAssign, rewrite, CopyAttributes{0644, std::nullopt})) {
-        report_failure("Unable to change aliases in %s\n", kUsersAssign);
-        return false;
-    }
-    return true;
 }
 
 // The mail name's own record in domain. When it cannot be renamed because
@@ -155,9 +200,10 @@ int qmail_rename_mailname(const std::string& old_mailname, const std::string& do
     }
     const MailnameRename rename{control_domain_name(domain), lower_ascii(old_mailname), lower_ascii(new_mailname),
                                 popuser_ids_or_die("Unable to define UID or GID for user popuser")};
-    replace_record(rename);
-    rename_home(rename);
-    int result = repoint_alias_records(rename) ? 0 : -1;
+    AliasRepoint aliases(rename);
+    replace_record(rename, aliases);
+    rename_home(rename, aliases);
+    int result = 0;
     if (!auth_rename.empty() && !rename_auth_records(rename)) {
         result = -1;
     }

@@ -188,15 +188,49 @@ int remove_lines(const Target& target, const std::vector<std::string>& lines, Li
     return finish_temp(temp, before, target, "Error while rename file %s: %s\n");
 }
 
-// The old lines that a rewrite leaves out, and whether it met one.
+// The old lines that a rewrite leaves out, and whether it met one; with
+// rewrite, what becomes of the other old lines.
 struct LeftOut {
     const std::vector<std::string>& lines;
     bool met = false;
+    const crelm::util::LineRewrite* rewrite = nullptr;
 };
+
+// A piece of the old content that is a whole line shorter than a piece
+// (4095 bytes) goes through rewrite; a longer line is kept as it is.
+crelm::util::LineFate rewritten_piece(const crelm::util::LineRewrite& rewrite, std::string_view piece, bool starts_line,
+                                      std::string& replaced) {
+    const bool with_newline = !piece.empty() && piece.back() == '\n';
+    if (!starts_line || (!with_newline && piece.size() >= 4095))
+        return crelm::util::LineFate::keep;
+    const crelm::util::LineFate fate = rewrite.line(without_newline(piece), replaced);
+    if (fate == crelm::util::LineFate::replace && with_newline)
+        replaced.push_back('\n');
+    return fate;
+}
+
+// The copy of the old content that leaves out the lines of left_out and
+// rewrites the others: only the lines that hold a left-out line or the
+// rewrite's needle are judged, unless one of them is empty.
+PieceCopy copy_rewriting(int from, std::FILE* to, LeftOut& left_out) {
+    const crelm::util::LineRewrite& rewrite = *left_out.rewrite;
+    const crelm::util::PieceEdit edit = [&](std::string_view piece, bool starts_line, std::string& replaced) {
+        if (is_removed(piece, left_out.lines, LineAction::remove_exact, LinePosition::anywhere)) {
+            left_out.met = true;
+            return crelm::util::LineFate::drop;
+        }
+        return rewritten_piece(rewrite, piece, starts_line, replaced);
+    };
+    std::vector<std::string> markers = markers_of(left_out.lines, LineAction::remove_exact);
+    if (markers.empty() || rewrite.needle.empty())
+        return crelm::util::copy_edited_pieces(from, to, edit);
+    markers.push_back(rewrite.needle);
+    return crelm::util::copy_edited_pieces(from, to, edit, markers);
+}
 
 // The old content after the new lines at the top; with left_out, the old
 // lines equal to one of those are left out (the new lines among them, so
-// that each is there once).
+// that each is there once) and the others rewritten as it says.
 int copy_old_contents(const Target& target, std::FILE* to, const std::string& temp_path, LeftOut* left_out) {
     crelm::util::UniqueFd source = open_source(target);
     if (!source.valid())
@@ -204,6 +238,8 @@ int copy_old_contents(const Target& target, std::FILE* to, const std::string& te
     const auto copy = [&] {
         if (left_out == nullptr)
             return crelm::util::copy_kept_pieces(source.get(), to);
+        if (left_out->rewrite != nullptr)
+            return copy_rewriting(source.get(), to, *left_out);
         const auto removed = [&](std::string_view piece) {
             const bool out = is_removed(piece, left_out->lines, LineAction::remove_exact, LinePosition::anywhere);
             left_out->met = left_out->met || out;
@@ -374,10 +410,10 @@ int file_str_stamped(const std::string& path, const std::vector<std::string>& li
 }
 
 int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
-                    bool* met_old) {
+                    bool* met_old, const crelm::util::LineRewrite* also_rewritten) {
     std::vector<std::string> lines{line};
     lines.insert(lines.end(), also_left_out.begin(), also_left_out.end());
-    LeftOut left_out{lines};
+    LeftOut left_out{lines, false, also_rewritten};
     const int result = edit_under_lock(path, {line}, LineAction::add_once_at_top, LinePosition::start, nullptr, left_out);
     if (met_old != nullptr)
         *met_old = left_out.met;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "util/file_stamp.h"
+#include "util/line_rewrite.h"
 
 enum class LineAction {
     add = 0,
@@ -69,9 +70,13 @@ int file_str_stamped(const std::string& path, const std::vector<std::string>& li
 // lines equal to one of also_left_out left out as well, in the same
 // rewrite (a record that replaces another). With met_old, whether the
 // rewrite left out an old line (line itself or one of also_left_out): what
-// the file held before, read by the same pass.
+// the file held before, read by the same pass. With also_rewritten, every
+// other old line shorter than 4095 bytes goes through it in the same pass
+// (util/line_rewrite.h; its appended lines are not used): a record and the
+// records that follow it changed in one rewrite of a large file. A longer
+// line is kept as it is.
 int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
-                    bool* met_old = nullptr);
+                    bool* met_old = nullptr, const crelm::util::LineRewrite* also_rewritten = nullptr);
 
 // file_str with a single line.
 int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position);

@@ -1,4 +1,5 @@
 #include "util/file_str_pieces.h"
+#include "util/fd_copy.h"
 #include "util/io_block.h"
 
 #include <string.h>
@@ -12,7 +13,6 @@
 namespace crelm::util {
 namespace {
 
-constexpr std::size_t kBlock = crelm::util::kIoBlock;
 constexpr std::size_t kPieceLimit = 4095;  // what fgets gives with a 4096-byte buffer
 
 ssize_t read_more(int from, char* into, std::size_t room) {
@@ -35,7 +35,13 @@ std::size_t piece_length(const char* bytes, std::size_t available, bool at_end) 
     return at_end ? available : 0;
 }
 
+// A run this long goes to the file in one write of its own (after what the
+// stream holds) instead of being cut up by the stream's buffer.
+constexpr std::size_t kDirectRun = kIoBlock;
+
 bool write_run(std::FILE* to, const char* bytes, std::size_t size) {
+    if (size >= kDirectRun)
+        return std::fflush(to) == 0 && write_all(::fileno(to), std::string_view(bytes, size));
     return size == 0 || std::fwrite(bytes, 1, size, to) == size;
 }
 
@@ -47,22 +53,79 @@ struct Consumed {
     bool written;
 };
 
-Consumed copy_whole_pieces(const char* buffer, std::size_t filled, bool at_end, std::FILE* to,
-                           const PieceFilter& filter) {
+// The filled bytes of a block and what the copy has still to write of them.
+class BlockCopy {
+public:
+    // line_start: whether the first filled byte begins a line.
+    BlockCopy(const char* buffer, std::FILE* to, const PieceEdit& edit, bool line_start)
+        : buffer_(buffer), to_(to), edit_(edit), line_start_(line_start) {}
+
+    // Judges the piece at position: the kept bytes before a piece that goes
+    // or changes are written, then its new text. false when a write failed.
+    bool judge(std::size_t position, std::size_t length) {
+        const bool starts_line = position == 0 ? line_start_ : buffer_[position - 1] == '\n';
+        switch (edit_(std::string_view(buffer_ + position, length), starts_line, replaced_)) {
+            case LineFate::keep:
+                return true;
+            case LineFate::drop:
+                break;
+            case LineFate::replace:
+                if (!flush(position) || !write_run(to_, replaced_.data(), replaced_.size()))
+                    return false;
+                break;
+        }
+        if (!flush(position))
+            return false;
+        run_ = position + length;
+        return true;
+    }
+
+    // Writes the kept bytes before end.
+    bool flush(std::size_t end) {
+        const bool written = write_run(to_, buffer_ + run_, end - run_);
+        run_ = end;
+        return written;
+    }
+
+private:
+    const char* buffer_;
+    std::FILE* to_;
+    const PieceEdit& edit_;
+    bool line_start_;
+    std::size_t run_ = 0;  // start of the kept bytes not yet written
+    std::string replaced_;
+};
+
+Consumed copy_whole_pieces(const char* buffer, std::size_t filled, bool at_end, BlockCopy& copy) {
     std::size_t position = 0;
-    std::size_t run = 0;  // start of the kept bytes not yet written
     while (position < filled) {
         const std::size_t length = piece_length(buffer + position, filled - position, at_end);
         if (length == 0)
             break;
-        if (filter && filter(std::string_view(buffer + position, length))) {
-            if (!write_run(to, buffer + run, position - run))
-                return {position, false};
-            run = position + length;
-        }
+        if (!copy.judge(position, length))
+            return {position, false};
         position += length;
     }
-    return {position, write_run(to, buffer + run, position - run)};
+    return {position, copy.flush(position)};
+}
+
+// The markers worth searching for: a line that holds a marker which
+// contains another one holds that other one too, so only the other one is
+// searched (a record and the tail that ends it: one scan instead of two).
+std::vector<std::string> searched_markers(const std::vector<std::string>& markers) {
+    std::vector<std::string> searched;
+    for (std::size_t i = 0; i < markers.size(); ++i) {
+        const auto holds_other = [&](std::size_t j) {
+            return j != i && markers[i].find(markers[j]) != std::string::npos &&
+                   (markers[i] != markers[j] || j < i);
+        };
+        bool redundant = false;
+        for (std::size_t j = 0; j < markers.size() && !redundant; ++j)
+            redundant = holds_other(j);
+        if (!redundant)
+            searched.push_back(markers[i]);
+    }
+    return searched;
 }
 
 // Where each marker is next found in the filled bytes of the buffer: a
@@ -72,7 +135,7 @@ Consumed copy_whole_pieces(const char* buffer, std::size_t filled, bool at_end, 
 class MarkerHits {
 public:
     explicit MarkerHits(const std::vector<std::string>& markers)
-        : markers_(markers), next_(markers.size()), searched_(markers.size()) {}
+        : markers_(searched_markers(markers)), next_(markers_.size()), searched_(markers_.size()) {}
 
     // The buffer has new content: every marker is searched afresh.
     void forget() { std::fill(searched_.begin(), searched_.end(), false); }
@@ -98,7 +161,7 @@ private:
         return hit == nullptr ? std::string_view::npos : static_cast<std::size_t>(static_cast<const char*>(hit) - text.data());
     }
 
-    const std::vector<std::string>& markers_;
+    const std::vector<std::string> markers_;
     std::vector<std::size_t> next_;
     std::vector<bool> searched_;
 };
@@ -116,11 +179,10 @@ std::size_t line_start_before(const char* buffer, std::size_t position, std::siz
 // the pieces of the lines that hold a hit are judged, every other byte is
 // kept as it comes. A last line that has no end yet is consumed in whole
 // pieces, as the plain walk would.
-Consumed copy_marked_pieces(const char* buffer, std::size_t filled, bool at_end, std::FILE* to,
-                            const PieceFilter& filter, MarkerHits& hits) {
+Consumed copy_marked_pieces(const char* buffer, std::size_t filled, bool at_end, BlockCopy& copy,
+                            MarkerHits& hits) {
     const std::string_view text(buffer, filled);
     std::size_t position = 0;
-    std::size_t run = 0;  // start of the kept bytes not yet written
     while (position < filled) {
         const std::size_t hit = hits.first(text, position);
         if (hit == std::string_view::npos) {
@@ -136,21 +198,18 @@ Consumed copy_marked_pieces(const char* buffer, std::size_t filled, bool at_end,
         while (position <= hit) {
             const std::size_t length = piece_length(buffer + position, filled - position, at_end);
             if (length == 0)
-                return {position, write_run(to, buffer + run, position - run)};
-            if (filter(std::string_view(buffer + position, length))) {
-                if (!write_run(to, buffer + run, position - run))
-                    return {position, false};
-                run = position + length;
-            }
+                return {position, copy.flush(position)};
+            if (!copy.judge(position, length))
+                return {position, false};
             position += length;
         }
     }
-    return {position, write_run(to, buffer + run, position - run)};
+    return {position, copy.flush(position)};
 }
 
 // Everything from one descriptor to the stream, in large blocks.
 PieceCopy copy_everything(int from, std::FILE* to) {
-    std::vector<char> buffer(kBlock);
+    std::vector<char> buffer(io_block_for(from));
     for (;;) {
         const ssize_t got = read_more(from, buffer.data(), buffer.size());
         if (got < 0)
@@ -163,26 +222,36 @@ PieceCopy copy_everything(int from, std::FILE* to) {
 }
 
 // The block loop: reads behind the unfinished piece kept from the last
-// block, and lets consume copy what it can of the filled bytes.
+// block, and lets consume copy what it can of the filled bytes (the last
+// flag tells whether the first of them begins a line).
 template <typename Consume>
 PieceCopy copy_in_blocks(int from, Consume consume) {
     // Room for a whole block behind the unfinished piece kept from the last one.
-    std::vector<char> buffer(kBlock + kPieceLimit);
+    std::vector<char> buffer(io_block_for(from) + kPieceLimit);
     std::size_t filled = 0;
+    bool line_start = true;
     for (;;) {
         const ssize_t got = read_more(from, buffer.data() + filled, buffer.size() - filled);
         if (got < 0)
             return PieceCopy::read_failed;
         filled += static_cast<std::size_t>(got);
         const bool at_end = got == 0;
-        const Consumed consumed = consume(buffer.data(), filled, at_end);
+        const Consumed consumed = consume(buffer.data(), filled, at_end, line_start);
         if (!consumed.written)
             return PieceCopy::write_failed;
         if (at_end)
             return PieceCopy::done;
+        if (consumed.bytes > 0)
+            line_start = buffer[consumed.bytes - 1] == '\n';
         std::memmove(buffer.data(), buffer.data() + consumed.bytes, filled - consumed.bytes);
         filled -= consumed.bytes;
     }
+}
+
+PieceEdit as_edit(const PieceFilter& filter) {
+    return [&filter](std::string_view piece, bool, std::string&) {
+        return filter(piece) ? LineFate::drop : LineFate::keep;
+    };
 }
 
 }  // namespace
@@ -190,17 +259,27 @@ PieceCopy copy_in_blocks(int from, Consume consume) {
 PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter) {
     if (!filter)
         return copy_everything(from, to);
-    return copy_in_blocks(from, [&](const char* buffer, std::size_t filled, bool at_end) {
-        return copy_whole_pieces(buffer, filled, at_end, to, filter);
-    });
+    return copy_edited_pieces(from, to, as_edit(filter));
 }
 
 PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter,
                            const std::vector<std::string>& markers) {
+    return copy_edited_pieces(from, to, as_edit(filter), markers);
+}
+
+PieceCopy copy_edited_pieces(int from, std::FILE* to, const PieceEdit& edit) {
+    return copy_in_blocks(from, [&](const char* buffer, std::size_t filled, bool at_end, bool line_start) {
+        BlockCopy copy(buffer, to, edit, line_start);
+        return copy_whole_pieces(buffer, filled, at_end, copy);
+    });
+}
+
+PieceCopy copy_edited_pieces(int from, std::FILE* to, const PieceEdit& edit, const std::vector<std::string>& markers) {
     MarkerHits hits(markers);
-    return copy_in_blocks(from, [&](const char* buffer, std::size_t filled, bool at_end) {
+    return copy_in_blocks(from, [&](const char* buffer, std::size_t filled, bool at_end, bool line_start) {
         hits.forget();
-        return copy_marked_pieces(buffer, filled, at_end, to, filter, hits);
+        BlockCopy copy(buffer, to, edit, line_start);
+        return copy_marked_pieces(buffer, filled, at_end, copy, hits);
     });
 }
 

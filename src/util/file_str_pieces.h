@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "util/line_rewrite.h"
+
 namespace crelm::util {
 
 // Judges one piece of the file: true when it is to be left out of the copy.
@@ -30,5 +32,18 @@ PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter = 
 // only the few lines that can change cost more than the copy.
 PieceCopy copy_kept_pieces(int from, std::FILE* to, const PieceFilter& filter,
                            const std::vector<std::string>& markers);
+
+// What becomes of one piece: kept, left out, or replaced by the text left in
+// replaced (which holds the newline the piece had, if it is to keep one).
+// starts_line tells whether the piece begins a line: a line longer than a
+// piece is judged piece by piece, and only its first piece begins it.
+using PieceEdit = std::function<LineFate(std::string_view piece, bool starts_line, std::string& replaced)>;
+
+// copy_kept_pieces for an edit that may also replace pieces.
+PieceCopy copy_edited_pieces(int from, std::FILE* to, const PieceEdit& edit);
+
+// The same, with only the pieces of the lines that hold one of markers
+// (none empty) judged: the edit keeps every other piece.
+PieceCopy copy_edited_pieces(int from, std::FILE* to, const PieceEdit& edit, const std::vector<std::string>& markers);
 
 }  // namespace crelm::util

@@ -1,6 +1,8 @@
 // The block in which files are read and written in pieces.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 
 namespace crelm::util {
@@ -11,5 +13,18 @@ namespace crelm::util {
 // buffers, that cost more than the reads), large enough that a table of a
 // million records takes a few thousand reads.
 inline constexpr std::size_t kIoBlock = std::size_t{1} << 16;
+
+// The block for a file larger than kLargeFile: a table of a million records
+// then takes a hundred reads and writes instead of thousands of each, each
+// of which costs a system call and the file system's own work; the faults
+// of the larger buffer are few beside the copy.
+inline constexpr std::size_t kLargeIoBlock = std::size_t{1} << 20;
+inline constexpr off_t kLargeFile = off_t{4} << 20;
+
+// The block to read the file open on fd in.
+inline std::size_t io_block_for(int fd) {
+    struct stat info {};
+    return ::fstat(fd, &info) == 0 && info.st_size > kLargeFile ? kLargeIoBlock : kIoBlock;
+}
 
 }  // namespace crelm::util

@@ -108,7 +108,7 @@ StreamFailure rewrite_stream(int in_fd, int out_fd, const LineRewrite& rewrite) 
     BlockWriter out(out_fd);
     LineStream lines(rewrite, out);
     // carry holds the start of a line that the previous read cut.
-    std::string block(kBlockSize, '\0');
+    std::string block(io_block_for(in_fd), '\0');
     std::size_t carry = 0;
     bool any_input = false;
     for (;;) {

@@ -196,6 +196,36 @@ TEST_F(ControlRenameMailnameTest, ATakenHomePutsTheOldRecordBackAndEnds) {
     EXPECT_EQ(read_file(home("a.b") + "/.qmail"), dot_qmail_of("a.b"));
 }
 
+// The mail name's record and its aliases' records change in one rewrite of
+// assign, before the home is renamed: when the home is taken after all,
+// exactly the records that rewrite changed point at the old home again, and
+// the aliases' records that pointed at the taken home before stay as they
+// were (the new name's own record goes, as the undone insertion's always
+// did).
+TEST_F(ControlRenameMailnameTest, ATakenHomeGivesBackTheAliasRecordsAndKeepsThoseOfTheHomeThatIsThere) {
+    std::vector<std::string> records{name_record(kDomain, "c", "c"), name_record(kDomain, "alias-c", "c")};
+    for (const std::string& name : names_) {
+        records.push_back(name_record(kDomain, name, name));
+        records.push_back(name_record(kDomain, "alias-" + name, name));
+    }
+    records.push_back(name_record(kDomain, "second-alias-a.b", "a.b"));
+    write_file(kAssignPath, assign_of(records));
+    ASSERT_EQ(mkdir(home("c").c_str(), 0700), 0);
+    const ProcessResult run = run_in_child([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "Directory rename error: target directory " + home("c") +
+                           " already exists.\nUnable to rename directory\n");
+    std::vector<std::string> expected{name_record(kDomain, "a.b", "a.b"), name_record(kDomain, "alias-c", "c")};
+    for (const std::string& name : names_) {
+        if (name != "a.b")
+            expected.push_back(name_record(kDomain, name, name));
+        expected.push_back(name_record(kDomain, "alias-" + name, name));
+    }
+    expected.push_back(name_record(kDomain, "second-alias-a.b", "a.b"));
+    EXPECT_EQ(read_file(kAssignPath), assign_of(expected));
+    EXPECT_EQ(entries_of("/var/qmail/users"), std::vector<std::string>{"assign"});
+}
+
 TEST_F(ControlRenameMailnameTest, AMissingOldRecordEndsTheProgram) {
     ASSERT_EQ(unlink(kAssignPath), 0);
     const ProcessResult run = run_in_child([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
@@ -290,17 +320,17 @@ namespace {
 // it over the file leaves the copy: the next edit of that file removes it,
 // and nothing that merely looks like one.
 TEST_F(ControlRenameMailnameTest, CopiesLeftByAnInterruptedRenameAreRemovedByTheNextOne) {
-    write_file("/var/qmail/users/assign.mail.Ab12Cd", "=half");
+    write_file("/var/qmail/users/assign.tmp.Ab12Cd", "=half");
     write_file(home("a.b") + "/.qmail.mail.Xy34Zw", "&a.b@exa");
-    for (const char* kept : {"assign.mail.short", "assign.mail.Ab12Cd7", "assignx.mail.Ab12Cd", "assign.mail.Ab-2Cd"})
+    for (const char* kept : {"assign.tmp.short", "assign.tmp.Ab12Cd7", "assignx.tmp.Ab12Cd", "assign.mail.Ab12Cd"})
         write_file(std::string("/var/qmail/users/") + kept, "kept\n");
     ASSERT_EQ(symlink("/var/qmail/users/assign", (home("a.b") + "/.qmail.mail.Link01").c_str()), 0);
     const StepResult step = run_step([] { return qmail_rename_mailname("a.b", "example.test", "c", ""); });
     EXPECT_EQ(step.status, 0);
     EXPECT_EQ(read_file(kAssignPath), assign_after("a.b", "c"));
     EXPECT_EQ(entries_of("/var/qmail/users"),
-              (std::vector<std::string>{"assign", "assign.mail.Ab-2Cd", "assign.mail.Ab12Cd7", "assign.mail.short",
-                                        "assignx.mail.Ab12Cd"}));
+              (std::vector<std::string>{"assign", "assign.mail.Ab12Cd", "assign.tmp.Ab12Cd7", "assign.tmp.short",
+                                        "assignx.tmp.Ab12Cd"}));
     EXPECT_EQ(entries_of(home("c")), std::vector<std::string>{".qmail"});
 }
 

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <random>
@@ -131,6 +132,82 @@ TEST_F(FileStrMarkersTest, RandomFilesOfSeveralBlocksCopyAsIfEveryPieceWereJudge
         const std::vector<std::string> given = {markers[0], markers[1] + "x"};
         const std::string out = same_both_ways(content, removed, given);
         EXPECT_LT(out.size(), content.size()) << "round " << round;
+    }
+}
+
+// The pieces of content as a line reader with a 4096-byte buffer sees them,
+// each edited by edit: the copy that copy_edited_pieces must make.
+std::string edited_piece_by_piece(const std::string& content, const crelm::util::PieceEdit& edit) {
+    std::string out;
+    std::string replaced;
+    for (std::size_t position = 0; position < content.size();) {
+        const std::size_t newline = content.find('\n', position);
+        const std::size_t line_rest = newline == std::string::npos ? content.size() - position : newline + 1 - position;
+        const std::size_t length = std::min<std::size_t>(line_rest, 4095);
+        const std::string_view piece(content.data() + position, length);
+        const bool starts_line = position == 0 || content[position - 1] == '\n';
+        switch (edit(piece, starts_line, replaced)) {
+            case crelm::util::LineFate::keep:
+                out.append(piece);
+                break;
+            case crelm::util::LineFate::replace:
+                out.append(replaced);
+                break;
+            case crelm::util::LineFate::drop:
+                break;
+        }
+        position += length;
+    }
+    return out;
+}
+
+// Seeded random files of about 3 and 6 MiB (read in small and in large
+// blocks), with lines longer than a piece: an edit that drops some pieces
+// holding a marker and replaces others (telling the first piece of a line
+// from the later ones) gives the same copy with and without the markers,
+// and the same as editing piece by piece.
+TEST_F(FileStrMarkersTest, RandomFilesEditedWithOrWithoutMarkersMatchAnEditPieceByPiece) {
+    std::mt19937 random(20261126);
+    const std::vector<std::string> words = {"=dom.test-", "info", "+dom.test:", "alias", ":::", "x"};
+    for (int round = 0; round < 4; ++round) {
+        std::string content;
+        const std::size_t size = (round < 2 ? 3 : 6) * (std::size_t{1} << 20);
+        while (content.size() < size) {
+            const std::size_t length = random() % 50 == 0 ? 3000 + random() % 9000 : random() % 120;
+            std::string line;
+            while (line.size() < length)
+                line += words[random() % words.size()];
+            content += line + "\n";
+        }
+        if (round % 2 == 1)
+            content += "=dom.test-info tail without newline";
+        const std::vector<std::string> markers = {words[random() % 4] + words[random() % 4], words[random() % 4] + "x"};
+        const crelm::util::PieceEdit edit = [&](std::string_view piece, bool starts_line, std::string& replaced) {
+            if (contains(piece, markers[1]))
+                return crelm::util::LineFate::drop;
+            if (!contains(piece, markers[0]))
+                return crelm::util::LineFate::keep;
+            replaced.assign(starts_line ? "first:" : "later:").append(piece.substr(0, 7));
+            if (piece.back() == '\n')
+                replaced.push_back('\n');
+            return crelm::util::LineFate::replace;
+        };
+        write_file(dir_ + "/in", content);
+        const auto copy = [&](const std::vector<std::string>* given) {
+            const int from = ::open((dir_ + "/in").c_str(), O_RDONLY);
+            std::FILE* to = std::fopen((dir_ + "/out").c_str(), "w");
+            EXPECT_TRUE(from >= 0 && to != nullptr);
+            EXPECT_EQ(given == nullptr ? crelm::util::copy_edited_pieces(from, to, edit)
+                                       : crelm::util::copy_edited_pieces(from, to, edit, *given),
+                      PieceCopy::done);
+            EXPECT_EQ(std::fclose(to), 0);
+            ::close(from);
+            return read_file(dir_ + "/out");
+        };
+        const std::string expected = edited_piece_by_piece(content, edit);
+        EXPECT_NE(expected, content) << "round " << round;
+        EXPECT_TRUE(copy(nullptr) == expected) << "round " << round << ", every piece judged";
+        EXPECT_TRUE(copy(&markers) == expected) << "round " << round << ", with markers";
     }
 }
 

@@ -328,4 +328,62 @@ TEST_F(FileStrTest, AddingOnceAtTheTopRefusesALineWithANewlineInside) {
     EXPECT_EQ(read_file(path_), "=x:1\n");
 }
 
+// A line ending in ":old" gets ":new" instead, its key kept.
+crelm::util::LineRewrite old_to_new() {
+    return crelm::util::LineRewrite{[](std::string_view line, std::string& replaced) {
+                                        if (!line.ends_with(":old"))
+                                            return crelm::util::LineFate::keep;
+                                        replaced.assign(line.substr(0, line.size() - 4)).append(":new");
+                                        return crelm::util::LineFate::replace;
+                                    },
+                                    ":old",
+                                    {}};
+}
+
+TEST_F(FileStrTest, OnTopWithARewriteChangesTheOtherOldLinesInTheSamePass) {
+    write_file(path_, "=a:old\n=b:x\n=c:old\n=d:old:kept\n.\n=e:old", 0640);
+    const crelm::util::LineRewrite rewrite = old_to_new();
+    bool met = false;
+    EXPECT_EQ(file_str_on_top(path_, "=n:new", {"=a:old"}, &met, &rewrite), 0);
+    EXPECT_EQ(read_file(path_), "=n:new\n=b:x\n=c:new\n=d:old:kept\n.\n=e:new");
+    EXPECT_TRUE(met);
+    EXPECT_EQ(file_info(path_).mode, 0640U);
+    expect_no_temporary_file();
+}
+
+// A line left out is not rewritten: a copy of the new line that the rewrite
+// would make out of an old one stays, as it would after the two edits one
+// after the other.
+TEST_F(FileStrTest, OnTopWithARewriteLeavesOutFirstAndRewritesWhatStays) {
+    write_file(path_, "=n:old\n=n:new\n=m:old\n.\n");
+    const crelm::util::LineRewrite rewrite = old_to_new();
+    bool met = false;
+    EXPECT_EQ(file_str_on_top(path_, "=n:new", {}, &met, &rewrite), 0);
+    EXPECT_EQ(read_file(path_), "=n:new\n=n:new\n=m:new\n.\n");
+    EXPECT_TRUE(met);
+}
+
+// Lines are judged 4095 bytes at a time: a longer line is never rewritten,
+// not even by the piece that ends it.
+TEST_F(FileStrTest, OnTopWithARewriteKeepsALineOfAPieceOrMoreAsItIs) {
+    const std::string longest_rewritten = "=" + std::string(4089, 'k') + ":old";
+    const std::string too_long = "=" + std::string(4090, 'k') + ":old";
+    const std::string ending_piece = std::string(4095, 'k') + "=z:old";
+    write_file(path_, longest_rewritten + "\n" + too_long + "\n" + ending_piece + "\n.\n" + too_long);
+    const crelm::util::LineRewrite rewrite = old_to_new();
+    EXPECT_EQ(file_str_on_top(path_, "=n:new", {}, nullptr, &rewrite), 0);
+    EXPECT_EQ(read_file(path_), "=n:new\n=" + std::string(4089, 'k') + ":new\n" + too_long + "\n" + ending_piece +
+                                    "\n.\n" + too_long);
+}
+
+TEST_F(FileStrTest, OnTopWithARewriteWithoutNeedleJudgesEveryLine) {
+    write_file(path_, "=a:old\n=b:x\n.\n");
+    crelm::util::LineRewrite rewrite = old_to_new();
+    rewrite.needle.clear();
+    bool met = true;
+    EXPECT_EQ(file_str_on_top(path_, "=n:new", {}, &met, &rewrite), 0);
+    EXPECT_EQ(read_file(path_), "=n:new\n=a:new\n=b:x\n.\n");
+    EXPECT_FALSE(met);
+}
+
 }  // namespace
