@@ -80,11 +80,12 @@ LineRemoval take_line_out(const char* path, const std::string& line, bool every_
     return missing ? LineRemoval::no_file : LineRemoval::failed;
 }
 
-bool remove_lines_containing(const char* path, const std::vector<std::string>& texts,
-                             crelm::util::FileStamp* left) {
+bool remove_lines_containing(const char* path, const std::vector<std::string>& texts, crelm::util::FileStamp* left,
+                             std::string_view held_by_all) {
     if (left != nullptr)
-        return file_str_stamped(path, texts, LineAction::remove_pattern, LinePosition::anywhere, *left) == 0;
-    return file_str(path, texts, LineAction::remove_pattern, LinePosition::anywhere) == 0;
+        return file_str_stamped(path, texts, LineAction::remove_pattern, LinePosition::anywhere, *left,
+                                held_by_all) == 0;
+    return file_str(path, texts, LineAction::remove_pattern, LinePosition::anywhere, held_by_all) == 0;
 }
 
 bool append_line(const char* path, const std::string& line) {

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "util/file_stamp.h"
@@ -30,9 +31,11 @@ enum class LineRemoval { taken_out, no_file, failed };
 // apart as above.
 LineRemoval take_line_out(const char* path, const std::string& line, bool every_time = false);
 // Takes out every line that contains any of texts anywhere. With left, the
-// stamp of the file as this edit left it (util/file_stamp.h).
+// stamp of the file as this edit left it (util/file_stamp.h). held_by_all:
+// a text that every one of texts holds, searched for once instead of each
+// of them (util/file_str.h).
 bool remove_lines_containing(const char* path, const std::vector<std::string>& texts,
-                             crelm::util::FileStamp* left = nullptr);
+                             crelm::util::FileStamp* left = nullptr, std::string_view held_by_all = {});
 // Appends line at the end (rcpthosts, virtualdomains).
 bool append_line(const char* path, const std::string& line);
 // Puts line at the top (assign, so that its "." stays last).

@@ -96,8 +96,9 @@ private:
 void replace_record(const MailnameRename& rename, AliasRepoint& aliases) {
     struct stat info {};
     if (::lstat(kUsersAssign, &info) == 0 || errno != ENOENT) {
+        // Every line this rewrite changes lies in the domain's directory.
         if (file_str_on_top(kUsersAssign, rename.record(rename.new_name), {rename.record(rename.old_name)}, nullptr,
-                            aliases.forward()) != 0) {
+                            aliases.forward(), "/" + rename.domain + "/") != 0) {
             // The new record could not be put in: the old one goes back at
             // the top (once, and without the new one), as after a failed
             // insertion.

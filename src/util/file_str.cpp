@@ -147,10 +147,25 @@ bool is_removed(std::string_view piece, const std::vector<std::string>& lines, L
     return false;
 }
 
+// Whether text (not empty) is part of every given line: only then can the
+// lines that hold it stand for those that hold a given line.
+bool held_in_all(std::string_view text, const std::vector<std::string>& lines) {
+    if (text.empty())
+        return false;
+    for (const std::string& given : lines)
+        if (given.find(text) == std::string::npos)
+            return false;
+    return true;
+}
+
 // Every piece that is left out holds a given line (exactly) or a pattern, so
 // only the lines where one is found need to be judged; an empty exact line
-// gives no such text to look for, and then every piece is judged.
-std::vector<std::string> markers_of(const std::vector<std::string>& lines, LineAction action) {
+// gives no such text to look for, and then every piece is judged. A text
+// that the caller knows every such piece to hold is searched for alone.
+std::vector<std::string> markers_of(const std::vector<std::string>& lines, LineAction action,
+                                    std::string_view held_by_every_line) {
+    if (held_in_all(held_by_every_line, lines))
+        return {std::string(held_by_every_line)};
     std::vector<std::string> markers;
     for (const std::string& given : lines) {
         const std::string_view marker = action == LineAction::remove_pattern ? given : without_newline(given);
@@ -162,15 +177,16 @@ std::vector<std::string> markers_of(const std::vector<std::string>& lines, LineA
 }
 
 PieceCopy copy_leaving_out(int from, std::FILE* to, const crelm::util::PieceFilter& removed,
-                           const std::vector<std::string>& lines, LineAction action) {
-    const std::vector<std::string> markers = markers_of(lines, action);
+                           const std::vector<std::string>& lines, LineAction action,
+                           std::string_view held_by_every_line) {
+    const std::vector<std::string> markers = markers_of(lines, action, held_by_every_line);
     if (markers.empty())
         return crelm::util::copy_kept_pieces(from, to, removed);
     return crelm::util::copy_kept_pieces(from, to, removed, markers);
 }
 
 int remove_lines(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
-                 Before before) {
+                 Before before, std::string_view held_by_every_line) {
     crelm::util::UniqueFd source = open_source(target);
     if (!source.valid())
         return failed("Unable to open file %s: %s\n", target.path);
@@ -178,7 +194,8 @@ int remove_lines(const Target& target, const std::vector<std::string>& lines, Li
     if (!temp.stream)
         return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
     const auto removed = [&](std::string_view piece) { return is_removed(piece, lines, action, position); };
-    const PieceCopy copied = copy_leaving_out(source.get(), temp.stream.get(), removed, lines, action);
+    const PieceCopy copied =
+        copy_leaving_out(source.get(), temp.stream.get(), removed, lines, action, held_by_every_line);
     if (copied == PieceCopy::write_failed)
         report_error(1, 1, "cannot write a line to %s.tmp", target.path.c_str());
     if (copied == PieceCopy::read_failed)
@@ -189,11 +206,13 @@ int remove_lines(const Target& target, const std::vector<std::string>& lines, Li
 }
 
 // The old lines that a rewrite leaves out, and whether it met one; with
-// rewrite, what becomes of the other old lines.
+// rewrite, what becomes of the other old lines; with held_by_every_line,
+// what every line that the edit leaves out or rewrites holds.
 struct LeftOut {
     const std::vector<std::string>& lines;
     bool met = false;
     const crelm::util::LineRewrite* rewrite = nullptr;
+    std::string_view held_by_every_line = {};
 };
 
 // A piece of the old content that is a whole line shorter than a piece
@@ -221,10 +240,13 @@ PieceCopy copy_rewriting(int from, std::FILE* to, LeftOut& left_out) {
         }
         return rewritten_piece(rewrite, piece, starts_line, replaced);
     };
-    std::vector<std::string> markers = markers_of(left_out.lines, LineAction::remove_exact);
+    std::vector<std::string> markers =
+        markers_of(left_out.lines, LineAction::remove_exact, left_out.held_by_every_line);
     if (markers.empty() || rewrite.needle.empty())
         return crelm::util::copy_edited_pieces(from, to, edit);
-    markers.push_back(rewrite.needle);
+    if (!held_in_all(left_out.held_by_every_line, left_out.lines) ||
+        rewrite.needle.find(left_out.held_by_every_line) == std::string::npos)
+        markers.push_back(rewrite.needle);
     return crelm::util::copy_edited_pieces(from, to, edit, markers);
 }
 
@@ -245,7 +267,8 @@ int copy_old_contents(const Target& target, std::FILE* to, const std::string& te
             left_out->met = left_out->met || out;
             return out;
         };
-        return copy_leaving_out(source.get(), to, removed, left_out->lines, LineAction::remove_exact);
+        return copy_leaving_out(source.get(), to, removed, left_out->lines, LineAction::remove_exact,
+                                left_out->held_by_every_line);
     };
     const PieceCopy copied = copy();
     if (copied == PieceCopy::write_failed)
@@ -321,7 +344,7 @@ int edit(const Target& target, const std::vector<std::string>& lines, LineAction
     if (action == LineAction::add_once_at_top)
         return add_at_top(target, lines, before, &left_out);
     if (action != LineAction::add)
-        return remove_lines(target, lines, action, position, before);
+        return remove_lines(target, lines, action, position, before, left_out.held_by_every_line);
     if (position == LinePosition::start)
         return add_at_top(target, lines, before, nullptr);
     return append_lines(target, lines, before);
@@ -397,23 +420,25 @@ int edit_under_lock(const std::string& path, const std::vector<std::string>& lin
 
 }  // namespace
 
-int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position) {
-    LeftOut left_out{lines};
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position,
+             std::string_view held_by_every_line) {
+    LeftOut left_out{lines, false, nullptr, held_by_every_line};
     return edit_under_lock(path, lines, action, position, nullptr, left_out);
 }
 
 int file_str_stamped(const std::string& path, const std::vector<std::string>& lines, LineAction action,
-                     LinePosition position, crelm::util::FileStamp& left) {
+                     LinePosition position, crelm::util::FileStamp& left, std::string_view held_by_every_line) {
     left = crelm::util::FileStamp{};
-    LeftOut left_out{lines};
+    LeftOut left_out{lines, false, nullptr, held_by_every_line};
     return edit_under_lock(path, lines, action, position, &left, left_out);
 }
 
 int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
-                    bool* met_old, const crelm::util::LineRewrite* also_rewritten) {
+                    bool* met_old, const crelm::util::LineRewrite* also_rewritten,
+                    std::string_view held_by_every_line) {
     std::vector<std::string> lines{line};
     lines.insert(lines.end(), also_left_out.begin(), also_left_out.end());
-    LeftOut left_out{lines, false, also_rewritten};
+    LeftOut left_out{lines, false, also_rewritten, held_by_every_line};
     const int result = edit_under_lock(path, {line}, LineAction::add_once_at_top, LinePosition::start, nullptr, left_out);
     if (met_old != nullptr)
         *met_old = left_out.met;

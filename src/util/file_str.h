@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "util/file_stamp.h"
@@ -58,13 +59,19 @@ enum class LinePosition { start = 0, end = 1, anywhere = 2 };
 // reached by the walk of util/nofollow.h (a link a mail user planted on the
 // way fails the stat) and a link at the path is refused ("Unable to open
 // file"). The temporary file is removed on every failure.
-int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position);
+//
+// held_by_every_line, when not empty, is a text that every line this edit
+// can take out holds (a record's home, say): when every given line holds it,
+// only the lines where it is found are judged, so that a large file is
+// scanned once for it instead of once for each given line.
+int file_str(const std::string& path, const std::vector<std::string>& lines, LineAction action, LinePosition position,
+             std::string_view held_by_every_line = {});
 
 // file_str that also leaves in left the stamp (util/file_stamp.h) of the
 // file it wrote, taken under the lock, when it returns 0 (not known
 // otherwise): while the file keeps that stamp, no one has edited it since.
 int file_str_stamped(const std::string& path, const std::vector<std::string>& lines, LineAction action,
-                     LinePosition position, crelm::util::FileStamp& left);
+                     LinePosition position, crelm::util::FileStamp& left, std::string_view held_by_every_line = {});
 
 // file_str(path, {line}, LineAction::add_once_at_top, ...), with the old
 // lines equal to one of also_left_out left out as well, in the same
@@ -74,9 +81,11 @@ int file_str_stamped(const std::string& path, const std::vector<std::string>& li
 // other old line shorter than 4095 bytes goes through it in the same pass
 // (util/line_rewrite.h; its appended lines are not used): a record and the
 // records that follow it changed in one rewrite of a large file. A longer
-// line is kept as it is.
+// line is kept as it is. held_by_every_line as for file_str, when the
+// rewrite's needle holds it too.
 int file_str_on_top(const std::string& path, const std::string& line, const std::vector<std::string>& also_left_out,
-                    bool* met_old = nullptr, const crelm::util::LineRewrite* also_rewritten = nullptr);
+                    bool* met_old = nullptr, const crelm::util::LineRewrite* also_rewritten = nullptr,
+                    std::string_view held_by_every_line = {});
 
 // file_str with a single line.
 int file_str_one(const std::string& path, const std::string& line, LineAction action, LinePosition position);

@@ -387,3 +387,30 @@ TEST_F(FileStrTest, OnTopWithARewriteWithoutNeedleJudgesEveryLine) {
 }
 
 }  // namespace
+
+namespace {
+
+// A text that every given line holds is searched for in their stead: the
+// lines taken out are the same.
+TEST_F(FileStrTest, ATextHeldByEveryGivenLineFindsTheSameLines) {
+    write_file(path_, "=d-a:/m/d/a:::\n=d-b:/m/d/a:::\n=e-a:/m/e/a:::\n=d-a:/m/d/a:::x\n.\n");
+    EXPECT_EQ(file_str(path_, {"=d-a:/m/d/a:::", "=d-b:/m/d/a:::"}, LineAction::remove_exact, LinePosition::anywhere,
+                       "/d/a:::"),
+              0);
+    EXPECT_EQ(read_file(path_), "=e-a:/m/e/a:::\n=d-a:/m/d/a:::x\n.\n");
+}
+
+// A text that some given line does not hold could hide that line's copies:
+// it is not used.
+TEST_F(FileStrTest, ATextNotHeldByEveryGivenLineIsNotUsed) {
+    write_file(path_, "=d-a:/m/d/a:::\n+d:/m/d:::\n=e-a:/m/e/a:::\n.\n");
+    EXPECT_EQ(file_str(path_, {"/m/d/", "+d:/m/d:::"}, LineAction::remove_pattern, LinePosition::anywhere, "/m/d/"),
+              0);
+    EXPECT_EQ(read_file(path_), "=e-a:/m/e/a:::\n.\n");
+    write_file(path_, "=n:old\n=a:old\n=b:x\n.\n");
+    const crelm::util::LineRewrite rewrite = old_to_new();
+    EXPECT_EQ(file_str_on_top(path_, "=n:new", {"=n:old"}, nullptr, &rewrite, "=n:"), 0);
+    EXPECT_EQ(read_file(path_), "=n:new\n=a:new\n=b:x\n.\n");
+}
+
+}  // namespace
