@@ -35,12 +35,13 @@ int qmail_remove_domain(const std::string& domain_name) {
     // merely begin the same ("a.test" and "a.test.example"). The domain's
     // own "+" record (no other line can hold it whole) goes in the same
     // pass, so that a large assign is rewritten once; its removal below
-    // then finds nothing left to rewrite for. Both texts hold "/<domain>",
-    // which is searched for once.
+    // then finds nothing left to rewrite for. Both texts hold the domain's
+    // directory without its closing "/", which is searched for once.
     const std::string home_prefix = domain_home_prefix(domain);
     const std::string domain_record = domain_assign_record(domain, ids);
     crelm::util::FileStamp left;
-    if (!remove_lines_containing(kUsersAssign, {home_prefix, domain_record}, &left, "/" + domain)) {
+    if (!remove_lines_containing(kUsersAssign, {home_prefix, domain_record}, &left,
+                                 home_prefix.substr(0, home_prefix.size() - 1))) {
         report_fatal("error while deleting from file assign");
     }
     removed = remove_tree(home_prefix) == 0 && removed;

@@ -63,9 +63,9 @@ int remove_mailname_and_alias_files(const std::string& mailname, const std::stri
     const std::string ascii = control_domain_name(domain);
     const std::string name = lower_ascii(mailname);
     records.push_back(mailname_assign_record(name, ascii, name, {owner.uid, owner.gid}));
-    // Every one of these records ends in the mail name's home.
+    // Every one of these records ends in the fields of the mail name's home.
     if (file_str(kUsersAssign, records, LineAction::remove_exact, LinePosition::anywhere,
-                 "/" + ascii + "/" + name + ":::") != 0)
+                 mailname_assign_tail(ascii, name, {owner.uid, owner.gid})) != 0)
         report_fatal("Unable to remove record from assign file");
     set_assign_mode();
     return remove_record_owners_files(mailname, domain, name, ascii);

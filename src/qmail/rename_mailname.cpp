@@ -96,9 +96,12 @@ private:
 void replace_record(const MailnameRename& rename, AliasRepoint& aliases) {
     struct stat info {};
     if (::lstat(kUsersAssign, &info) == 0 || errno != ENOENT) {
-        // Every line this rewrite changes lies in the domain's directory.
+        // Every line this rewrite changes ends in a home in the domain's
+        // directory: the fields up to that directory are searched for once.
+        std::string domain_fields = mailname_assign_tail(rename.domain, "", rename.ids);
+        domain_fields.resize(domain_fields.size() - 3);
         if (file_str_on_top(kUsersAssign, rename.record(rename.new_name), {rename.record(rename.old_name)}, nullptr,
-                            aliases.forward(), "/" + rename.domain + "/") != 0) {
+                            aliases.forward(), domain_fields) != 0) {
             // The new record could not be put in: the old one goes back at
             // the top (once, and without the new one), as after a failed
             // insertion.
