@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <vector>
 
 #include "qmail/assign_keys.h"
 #include "qmail/mailname_files.h"
@@ -30,9 +31,10 @@ struct MailnameParts {
     bool quota = false;
 };
 
-MailnameParts parts_of(const std::string& domain, const std::string& mailname) {
+// record: whether assign holds the mail name's key.
+MailnameParts parts_of(const std::string& domain, const std::string& mailname, bool record) {
     MailnameParts parts;
-    parts.record = crelm::qmail::mail_key_in_assign(domain, mailname);
+    parts.record = record;
     std::string home;
     parts.home = mailname_home_path(home, mailname, domain) != 0 || path_taken(home);
     parts.quota = MailboxQuotaDb().hasMailbox(domain, mailname).value_or(false);
@@ -47,8 +49,10 @@ MailnameParts parts_of(const std::string& domain, const std::string& mailname) {
 // is a mail name of its own.
 const char* taken_over_part(const std::string& domain, const std::string& old_mailname,
                             const std::string& new_mailname) {
-    const MailnameParts old_parts = parts_of(domain, old_mailname);
-    const MailnameParts new_parts = parts_of(domain, new_mailname);
+    // Both keys are looked for in one read of assign.
+    const std::vector<bool> records = crelm::qmail::mail_keys_in_assign(domain, {old_mailname, new_mailname});
+    const MailnameParts old_parts = parts_of(domain, old_mailname, records[0]);
+    const MailnameParts new_parts = parts_of(domain, new_mailname, records[1]);
     if (old_parts.record && new_parts.record)
         return "a record in assign";
     if (old_parts.home && new_parts.home)

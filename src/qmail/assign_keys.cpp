@@ -233,10 +233,34 @@ std::optional<std::string> mail_key_collision(const std::string& domain, const s
 }
 
 bool mail_key_in_assign(const std::string& domain, const std::string& name) {
-    const std::string key = domain + "-" + name;
-    return first_record([&](std::string_view line) { return line.starts_with('=') && may_be_key_or_domain(line, key); },
-                        [&](const AssignRecord& record) { return record.kind == '=' && same_key(record.key, key); })
-        .has_value();
+    return mail_keys_in_assign(domain, {name}).front();
+}
+
+std::vector<bool> mail_keys_in_assign(const std::string& domain, const std::vector<std::string>& names) {
+    std::vector<std::string> keys;
+    for (const std::string& name : names)
+        keys.push_back(domain + "-" + name);
+    std::vector<bool> found(keys.size(), false);
+    std::size_t left = keys.size();
+    const auto may_hold_a_key = [&](std::string_view line) {
+        if (!line.starts_with('='))
+            return false;
+        for (const std::string& key : keys)
+            if (may_be_key_or_domain(line, key))
+                return true;
+        return false;
+    };
+    // Goes on until every key has been found (or assign ends).
+    first_record(may_hold_a_key, [&](const AssignRecord& record) {
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            if (!found[i] && record.kind == '=' && same_key(record.key, keys[i])) {
+                found[i] = true;
+                --left;
+            }
+        }
+        return left == 0;
+    });
+    return found;
 }
 
 std::optional<std::string> domain_key_collision(const std::string& domain, const std::string& renamed_from) {

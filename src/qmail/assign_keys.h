@@ -26,6 +26,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace crelm::qmail {
 
@@ -42,6 +43,9 @@ std::optional<std::string> mail_key_collision(const std::string& domain, const s
 // "<domain>-<name>" (a mail name or a mail alias); false when assign cannot
 // be read.
 bool mail_key_in_assign(const std::string& domain, const std::string& name);
+
+// mail_key_in_assign for each of names, in one read of assign.
+std::vector<bool> mail_keys_in_assign(const std::string& domain, const std::vector<std::string>& names);
 
 // The same for the domain itself: a "+" record of another home with the
 // key domain, or a "=" record of another domain whose key is "<domain>-..."

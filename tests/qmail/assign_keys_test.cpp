@@ -12,6 +12,7 @@ using crelm::qmail::domain_alias_collision;
 using crelm::qmail::domain_key_collision;
 using crelm::qmail::mail_key_collision;
 using crelm::qmail::mail_key_in_assign;
+using crelm::qmail::mail_keys_in_assign;
 
 using AssignKeysTest = ControlFilesTest;
 
@@ -70,6 +71,28 @@ TEST_F(AssignKeysTest, RecordsBelowTheClosingDotDoNotCount) {
     write_file(kAssignPath, filler_of_size(kMiB + 100) + ".\n" + taken + "\n", 0644);
     EXPECT_EQ(mail_key_collision("example.test", "info"), std::nullopt);
     EXPECT_FALSE(mail_key_in_assign("example.test", "info"));
+}
+
+// A table larger than 4 MiB is read a megabyte at a time: a record that the
+// fifth read cuts is found all the same.
+TEST_F(AssignKeysTest, ARecordThatALargeReadCutsIsFound) {
+    const std::string filler = filler_ending_before(5 * kMiB);
+    const std::string taken = foreign_info_record();
+    write_file(kAssignPath, filler + taken + "\n" + filler_of_size(kMiB) + ".\n", 0644);
+    EXPECT_EQ(mail_key_collision("example.test", "info"), taken);
+    EXPECT_TRUE(mail_key_in_assign("example.test", "info"));
+}
+
+// Several keys in one read: each is told apart, whichever comes first, and
+// a key above the closing "." line only counts.
+TEST_F(AssignKeysTest, SeveralKeysAreLookedForInOneRead) {
+    const std::string sales = name_record("example.test", "sales", "sales");
+    write_file(kAssignPath, filler_of_size(kMiB) + sales + "\n" + foreign_info_record() + "\n.\n" +
+                                name_record("example.test", "late", "late") + "\n",
+               0644);
+    EXPECT_EQ(mail_keys_in_assign("example.test", {"info", "none", "SALES", "late"}),
+              (std::vector<bool>{true, false, true, false}));
+    EXPECT_EQ(mail_keys_in_assign("example.test", {"sales", "sales"}), (std::vector<bool>{true, true}));
 }
 
 }  // namespace
