@@ -14,38 +14,54 @@ using namespace crelm::qmail;
 
 namespace {
 
-// The mail name's authentication record and its home tree, after its
-// record left assign; each failure is reported and the other still tried.
-int remove_record_owners_files(const std::string& mailname, const std::string& domain, const std::string& name,
-                               const std::string& ascii) {
-    int result = 0;
-    if (remove_mail_auth_user(name, ascii) != 0)
-        result = -1;
-    std::string home;
-    if (mailname_home_path(home, mailname, domain) != 0 || remove_tree(home) != 0)
-        result = -1;
-    return result;
-}
+// The mail name as its record and home know it. Empty names ("empty
+// mailname or maildomain") and an unknown popuser ("Unable to get popuser
+// uid or gid\n") end the program.
+struct RemovedMailname {
+    std::string mailname;  // as given, for its home
+    std::string domain;
+    std::string ascii;  // the domain as the control files write it
+    std::string name;   // the mail name in lower case
+    PopuserIds ids;
+
+    RemovedMailname(const std::string& given_mailname, const std::string& given_domain)
+        : mailname(given_mailname), domain(given_domain) {
+        if (mailname.empty() || domain.empty())
+            report_fatal("empty mailname or maildomain");
+        const MailOwnerIds owner = mail_owner_ids();
+        if (!owner.known())
+            report_fatal("Unable to get popuser uid or gid\n");
+        ascii = control_domain_name(domain);
+        name = lower_ascii(mailname);
+        ids = {owner.uid, owner.gid};
+    }
+
+    std::string record() const { return mailname_assign_record(name, ascii, name, ids); }
+
+    // Its authentication record and its home tree, after its record left
+    // assign; each failure is reported and the other still tried.
+    int remove_owned_files() const {
+        int result = 0;
+        if (remove_mail_auth_user(name, ascii) != 0)
+            result = -1;
+        std::string home;
+        if (mailname_home_path(home, mailname, domain) != 0 || remove_tree(home) != 0)
+            result = -1;
+        return result;
+    }
+};
 
 }  // namespace
 
 int remove_mailname_files(const std::string& mailname, const std::string& domain) {
-    if (mailname.empty() || domain.empty())
-        report_fatal("empty mailname or maildomain");
-    const MailOwnerIds owner = mail_owner_ids();
-    if (!owner.known())
-        report_fatal("Unable to get popuser uid or gid\n");
-    const std::string ascii = control_domain_name(domain);
-    const std::string name = lower_ascii(mailname);
-    const std::string record = mailname_assign_record(name, ascii, name, {owner.uid, owner.gid});
-    const std::string address = name + "@" + ascii;
-
+    const RemovedMailname removed(mailname, domain);
     int result = 0;
-    if (file_str_one(kUsersAssign, record, LineAction::remove_exact, LinePosition::anywhere) != 0) {
+    if (file_str_one(kUsersAssign, removed.record(), LineAction::remove_exact, LinePosition::anywhere) != 0) {
+        const std::string address = removed.name + "@" + removed.ascii;
         report_failure("Unable to remove %s mailbox record from assign file", address.c_str());
         result = -1;
     }
-    return remove_record_owners_files(mailname, domain, name, ascii) != 0 ? -1 : result;
+    return removed.remove_owned_files() != 0 ? -1 : result;
 }
 
 int remove_mailname_and_alias_files(const std::string& mailname, const std::string& domain,
@@ -55,18 +71,12 @@ int remove_mailname_and_alias_files(const std::string& mailname, const std::stri
     std::vector<std::string> records;
     for (const std::string& alias : aliases)
         records.push_back(alias_record(mailname, domain, alias, "Unable to get popuser uid or gid\n"));
-    if (mailname.empty() || domain.empty())
-        report_fatal("empty mailname or maildomain");
-    const MailOwnerIds owner = mail_owner_ids();
-    if (!owner.known())
-        report_fatal("Unable to get popuser uid or gid\n");
-    const std::string ascii = control_domain_name(domain);
-    const std::string name = lower_ascii(mailname);
-    records.push_back(mailname_assign_record(name, ascii, name, {owner.uid, owner.gid}));
+    const RemovedMailname removed(mailname, domain);
+    records.push_back(removed.record());
     // Every one of these records ends in the fields of the mail name's home.
     if (file_str(kUsersAssign, records, LineAction::remove_exact, LinePosition::anywhere,
-                 mailname_assign_tail(ascii, name, {owner.uid, owner.gid})) != 0)
+                 mailname_assign_tail(removed.ascii, removed.name, removed.ids)) != 0)
         report_fatal("Unable to remove record from assign file");
     set_assign_mode();
-    return remove_record_owners_files(mailname, domain, name, ascii);
+    return removed.remove_owned_files();
 }

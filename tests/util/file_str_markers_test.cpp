@@ -64,6 +64,28 @@ protected:
 
 bool contains(std::string_view piece, std::string_view text) { return piece.find(text) != std::string_view::npos; }
 
+// The words that random files are made of; the first four make markers.
+const std::vector<std::string> kWords = {"=dom.test-", "info", "+dom.test:", "alias", ":::", "x"};
+
+std::string random_word(std::mt19937& random) { return kWords[random() % 4]; }
+
+// Lines of random words and random lengths (one in fifty longer than a
+// piece) until size bytes, and with unterminated a last line without its
+// newline.
+std::string random_content(std::mt19937& random, std::size_t size, bool unterminated) {
+    std::string content;
+    while (content.size() < size) {
+        const std::size_t length = random() % 50 == 0 ? 3000 + random() % 9000 : random() % 120;
+        std::string line;
+        while (line.size() < length)
+            line += kWords[random() % kWords.size()];
+        content += line + "\n";
+    }
+    if (unterminated)
+        content += "=dom.test-info tail without newline";
+    return content;
+}
+
 TEST_F(FileStrMarkersTest, OnlyTheLinesHoldingAMarkerAreJudged) {
     const std::string content = "=a:1\n=b:2\n+c:3\n=b:4\n.\n";
     const auto removed = [](std::string_view piece) { return piece == "=b:2\n"; };
@@ -113,19 +135,9 @@ TEST_F(FileStrMarkersTest, AMarkerSplitBetweenTwoPiecesOfALongLineIsInNeither) {
 // markers; both ways give the same copy.
 TEST_F(FileStrMarkersTest, RandomFilesOfSeveralBlocksCopyAsIfEveryPieceWereJudged) {
     std::mt19937 random(20261125);
-    const std::vector<std::string> words = {"=dom.test-", "info", "+dom.test:", "alias", ":::", "x"};
     for (int round = 0; round < 6; ++round) {
-        std::string content;
-        while (content.size() < 3 * (std::size_t{1} << 20)) {
-            const std::size_t length = random() % 50 == 0 ? 3000 + random() % 9000 : random() % 120;
-            std::string line;
-            while (line.size() < length)
-                line += words[random() % words.size()];
-            content += line + "\n";
-        }
-        if (round % 2 == 1)
-            content += "=dom.test-info tail without newline";
-        const std::vector<std::string> markers = {words[random() % 4] + words[random() % 4], words[random() % 4]};
+        const std::string content = random_content(random, 3 * (std::size_t{1} << 20), round % 2 == 1);
+        const std::vector<std::string> markers = {random_word(random) + random_word(random), random_word(random)};
         const auto removed = [&](std::string_view piece) {
             return (contains(piece, markers[0]) && piece.size() % 3 == 0) || contains(piece, markers[1] + "x");
         };
@@ -168,20 +180,11 @@ std::string edited_piece_by_piece(const std::string& content, const crelm::util:
 // and the same as editing piece by piece.
 TEST_F(FileStrMarkersTest, RandomFilesEditedWithOrWithoutMarkersMatchAnEditPieceByPiece) {
     std::mt19937 random(20261126);
-    const std::vector<std::string> words = {"=dom.test-", "info", "+dom.test:", "alias", ":::", "x"};
     for (int round = 0; round < 4; ++round) {
-        std::string content;
         const std::size_t size = (round < 2 ? 3 : 6) * (std::size_t{1} << 20);
-        while (content.size() < size) {
-            const std::size_t length = random() % 50 == 0 ? 3000 + random() % 9000 : random() % 120;
-            std::string line;
-            while (line.size() < length)
-                line += words[random() % words.size()];
-            content += line + "\n";
-        }
-        if (round % 2 == 1)
-            content += "=dom.test-info tail without newline";
-        const std::vector<std::string> markers = {words[random() % 4] + words[random() % 4], words[random() % 4] + "x"};
+        const std::string content = random_content(random, size, round % 2 == 1);
+        const std::vector<std::string> markers = {random_word(random) + random_word(random),
+                                                  random_word(random) + "x"};
         const crelm::util::PieceEdit edit = [&](std::string_view piece, bool starts_line, std::string& replaced) {
             if (contains(piece, markers[1]))
                 return crelm::util::LineFate::drop;
