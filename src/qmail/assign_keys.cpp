@@ -232,10 +232,6 @@ std::optional<std::string> mail_key_collision(const std::string& domain, const s
                         });
 }
 
-bool mail_key_in_assign(const std::string& domain, const std::string& name) {
-    return mail_keys_in_assign(domain, {name}).front();
-}
-
 std::vector<bool> mail_keys_in_assign(const std::string& domain, const std::vector<std::string>& names) {
     std::vector<std::string> keys;
     for (const std::string& name : names)

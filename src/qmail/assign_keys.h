@@ -39,12 +39,9 @@ namespace crelm::qmail {
 // report their own failure).
 std::optional<std::string> mail_key_collision(const std::string& domain, const std::string& name);
 
-// Whether some "=" record of assign, of any domain, has the key
-// "<domain>-<name>" (a mail name or a mail alias); false when assign cannot
-// be read.
-bool mail_key_in_assign(const std::string& domain, const std::string& name);
-
-// mail_key_in_assign for each of names, in one read of assign.
+// For each of names, whether some "=" record of assign, of any domain, has
+// the key "<domain>-<name>" (a mail name or a mail alias), all in one read
+// of assign; false when assign cannot be read.
 std::vector<bool> mail_keys_in_assign(const std::string& domain, const std::vector<std::string>& names);
 
 // The same for the domain itself: a "+" record of another home with the

@@ -11,7 +11,6 @@ namespace {
 using crelm::qmail::domain_alias_collision;
 using crelm::qmail::domain_key_collision;
 using crelm::qmail::mail_key_collision;
-using crelm::qmail::mail_key_in_assign;
 using crelm::qmail::mail_keys_in_assign;
 
 using AssignKeysTest = ControlFilesTest;
@@ -48,8 +47,8 @@ TEST_F(AssignKeysTest, ARecordThatAReadCutsIsFound) {
     const std::string taken = foreign_info_record();
     write_file(kAssignPath, filler + taken + "\n.\n", 0644);
     EXPECT_EQ(mail_key_collision("example.test", "info"), taken);
-    EXPECT_TRUE(mail_key_in_assign("example.test", "info"));
-    EXPECT_FALSE(mail_key_in_assign("example.test", "sales"));
+    EXPECT_TRUE(mail_keys_in_assign("example.test", {"info"}).front());
+    EXPECT_FALSE(mail_keys_in_assign("example.test", {"sales"}).front());
 }
 
 TEST_F(AssignKeysTest, ALineLongerThanABlockIsReadWhole) {
@@ -70,7 +69,7 @@ TEST_F(AssignKeysTest, RecordsBelowTheClosingDotDoNotCount) {
     const std::string taken = foreign_info_record();
     write_file(kAssignPath, filler_of_size(kMiB + 100) + ".\n" + taken + "\n", 0644);
     EXPECT_EQ(mail_key_collision("example.test", "info"), std::nullopt);
-    EXPECT_FALSE(mail_key_in_assign("example.test", "info"));
+    EXPECT_FALSE(mail_keys_in_assign("example.test", {"info"}).front());
 }
 
 // A table larger than 4 MiB is read a megabyte at a time: a record that the
@@ -80,7 +79,7 @@ TEST_F(AssignKeysTest, ARecordThatALargeReadCutsIsFound) {
     const std::string taken = foreign_info_record();
     write_file(kAssignPath, filler + taken + "\n" + filler_of_size(kMiB) + ".\n", 0644);
     EXPECT_EQ(mail_key_collision("example.test", "info"), taken);
-    EXPECT_TRUE(mail_key_in_assign("example.test", "info"));
+    EXPECT_TRUE(mail_keys_in_assign("example.test", {"info"}).front());
 }
 
 // Several keys in one read: each is told apart, whichever comes first, and
