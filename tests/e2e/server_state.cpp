@@ -1,11 +1,14 @@
 #include "e2e/server_state.h"
 
 #include <sys/stat.h>
+#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <sstream>
 
 #include "stores/mail_auth_paths.h"
@@ -384,29 +387,80 @@ std::string decipher_password(const std::string& stored) {
     return decipher_passwords({stored}).at(0);
 }
 
+namespace {
+
+// The key file's bytes, read again for every call: a test may replace it.
+std::string auth_key_bytes() {
+    return path_exists(kAuthKey) ? read_file(kAuthKey) : std::string();
+}
+
+// Base64 without line breaks, as the store keeps it; nullopt when it is not
+// Base64.
+std::optional<std::string> base64_decoded(const std::string& text) {
+    if (text.empty() || text.size() % 4 != 0)
+        return std::nullopt;
+    std::string bytes(text.size() / 4 * 3, '\0');
+    const int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                                       reinterpret_cast<const unsigned char*>(text.data()),
+                                       static_cast<int>(text.size()));
+    if (length < 0)
+        return std::nullopt;
+    // EVP_DecodeBlock counts the bytes that the padding stands for.
+    std::size_t padding = 0;
+    for (auto it = text.rbegin(); it != text.rend() && *it == '=' && padding < 2; ++it)
+        ++padding;
+    bytes.resize(static_cast<std::size_t>(length) - padding);
+    return bytes;
+}
+
+// AES-256-CBC with PKCS#7 padding through libcrypto, the library behind the
+// openssl program (the cipher's own tests check the stored form against the
+// program itself; here a state is read many times, and a program per row
+// cost seconds per test).
+std::optional<std::string> aes_256_cbc_decrypted(const std::string& key, const std::string& iv,
+                                                 const std::string& cipher_text) {
+    if (key.size() != 32 || iv.size() != 16)
+        return std::nullopt;
+    std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(EVP_CIPHER_CTX_new(),
+                                                                            &EVP_CIPHER_CTX_free);
+    std::string plain(cipher_text.size() + 16, '\0');
+    int written = 0;
+    int last = 0;
+    auto* out = reinterpret_cast<unsigned char*>(plain.data());
+    if (!context ||
+        EVP_DecryptInit_ex(context.get(), EVP_aes_256_cbc(), nullptr,
+                           reinterpret_cast<const unsigned char*>(key.data()),
+                           reinterpret_cast<const unsigned char*>(iv.data())) != 1 ||
+        EVP_DecryptUpdate(context.get(), out, &written, reinterpret_cast<const unsigned char*>(cipher_text.data()),
+                          static_cast<int>(cipher_text.size())) != 1 ||
+        EVP_DecryptFinal_ex(context.get(), out + written, &last) != 1)
+        return std::nullopt;
+    plain.resize(static_cast<std::size_t>(written + last));
+    return plain;
+}
+
+}  // namespace
+
 std::vector<std::string> decipher_passwords(const std::vector<std::string>& stored) {
-    // Each "$AES-256-CBC:PKCS$<IV in Base64>$<cipher text in Base64>" goes to
-    // the openssl program with the key file's bytes; each result ends in NUL.
-    const std::string script =
-        "key=$(od -An -v -tx1 \"$0\" | tr -d ' \\n')\n"
-        "for stored; do\n"
-        "  case $stored in '$AES-256-CBC:PKCS$'*) ;; *) printf '<not enciphered: %s>\\0' \"$stored\"; continue;; esac\n"
-        "  rest=${stored#'$AES-256-CBC:PKCS$'}\n"
-        "  iv=$(printf '%s\\n' \"${rest%%'$'*}\" | openssl base64 -d -A | od -An -v -tx1 | tr -d ' \\n')\n"
-        "  printf '%s\\n' \"${rest#*'$'}\" | openssl enc -d -aes-256-cbc -K \"$key\" -iv \"$iv\" -a -A "
-        "|| printf '<undecipherable>'\n"
-        "  printf '\\0'\n"
-        "done\n";
-    std::vector<std::string> argv{"/bin/sh", "-c", script, kAuthKey};
-    argv.insert(argv.end(), stored.begin(), stored.end());
-    const ProcessResult result = run_process(argv);
-    EXPECT_EQ(result.status, 0) << result.err;
+    // Each "$AES-256-CBC:PKCS$<IV in Base64>$<cipher text in Base64>" with
+    // the key file's bytes.
+    static const std::string kPrefix = "$AES-256-CBC:PKCS$";
+    const std::string key = auth_key_bytes();
     std::vector<std::string> plain;
-    std::size_t start = 0;
-    for (std::size_t end; (end = result.out.find('\0', start)) != std::string::npos; start = end + 1)
-        plain.push_back(result.out.substr(start, end - start));
-    EXPECT_EQ(plain.size(), stored.size()) << result.out;
-    plain.resize(stored.size(), "<missing>");
+    for (const std::string& each : stored) {
+        if (each.compare(0, kPrefix.size(), kPrefix) != 0) {
+            plain.push_back("<not enciphered: " + each + ">");
+            continue;
+        }
+        const std::string rest = each.substr(kPrefix.size());
+        const std::size_t dollar = rest.find('$');
+        const auto iv = base64_decoded(rest.substr(0, dollar));
+        const auto cipher_text =
+            dollar == std::string::npos ? std::nullopt : base64_decoded(rest.substr(dollar + 1));
+        const auto deciphered =
+            iv && cipher_text ? aes_256_cbc_decrypted(key, *iv, *cipher_text) : std::nullopt;
+        plain.push_back(deciphered ? *deciphered : "<undecipherable>");
+    }
     return plain;
 }
 

@@ -7,6 +7,7 @@
 #include "stores/base64_codec.h"
 #include "stores/mail_auth_paths.h"
 #include "stores/store_test_support.h"
+#include "support/repeated_text.h"
 
 namespace sorvane::test {
 namespace {
@@ -189,7 +190,8 @@ TEST_F(MailPasswdCipherTest, PlainTextOfTwoGigabytesIsRefused) {
     use_key(kKeyA);
     ASSERT_TRUE(mail_passwd_cipher_init(key_path));
     errno = 0;
-    EXPECT_EQ(mail_passwd_encrypt(std::string(2147483647, 'x')), std::nullopt);
+    const RepeatedText plain("", 'x', 2147483647);
+    EXPECT_EQ(mail_passwd_encrypt(plain.view()), std::nullopt);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(logged(), std::vector<std::string>{"4 Attempt to feed into symmetric cipher more plain data (2147483647 "
                                                  "bytes) than it's designed to handle."});
@@ -199,10 +201,9 @@ TEST_F(MailPasswdCipherTest, CipherTextOfTwoGigabytesIsRefused) {
     use_key(kKeyA);
     ASSERT_TRUE(mail_passwd_cipher_init(key_path));
     // 2863311532 Base64 characters stand for 2147483649 bytes.
-    std::string stored = "$AES-256-CBC:PKCS$" + kIvBase64 + "$";
-    stored.append(2863311532, 'A');
+    const RepeatedText stored("$AES-256-CBC:PKCS$" + kIvBase64 + "$", 'A', 2863311532);
     errno = 0;
-    EXPECT_EQ(mail_passwd_decrypt(stored), std::nullopt);
+    EXPECT_EQ(mail_passwd_decrypt(stored.view()), std::nullopt);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(logged(), std::vector<std::string>{"4 Attempt to feed into symmetric cipher more encrypted data "
                                                  "(2147483649 bytes) than it's designed to handle."});
