@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
@@ -11,23 +12,28 @@ namespace {
 
 constexpr std::size_t kBlock = std::size_t{2} << 20;
 
-[[noreturn]] void fail(const char* what) {
-    throw std::runtime_error(std::string("RepeatedText: ") + what + ": " + std::strerror(errno));
+[[noreturn]] void fail(const char* what, int error) {
+    throw std::runtime_error(std::string("RepeatedText: ") + what + ": " + std::strerror(error));
 }
 
-// A memory file of one block filled with the byte.
-int block_file(char repeated) {
-    const int fd = memfd_create("repeated-text", MFD_CLOEXEC);
-    if (fd < 0)
-        fail("memfd_create");
+// A descriptor closed when it goes out of scope.
+struct OwnedFd {
+    int fd;
+    ~OwnedFd() {
+        if (fd >= 0)
+            close(fd);
+    }
+};
+
+// Gives the memory file one block filled with the byte.
+void fill_block_file(int fd, char repeated) {
     if (ftruncate(fd, static_cast<off_t>(kBlock)) != 0)
-        fail("ftruncate");
+        fail("ftruncate", errno);
     void* block = mmap(nullptr, kBlock, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (block == MAP_FAILED)
-        fail("mmap");
+        fail("mmap", errno);
     std::memset(block, repeated, kBlock);
     munmap(block, kBlock);
-    return fd;
 }
 
 }  // namespace
@@ -36,22 +42,24 @@ RepeatedText::RepeatedText(const std::string& head, char repeated, std::size_t r
     : size_(head.size() + repeated_count) {
     if (head.size() > kBlock)
         throw std::invalid_argument("RepeatedText: the head is longer than a block");
+    const OwnedFd file{memfd_create("repeated-text", MFD_CLOEXEC)};
+    if (file.fd < 0)
+        fail("memfd_create", errno);
+    fill_block_file(file.fd, repeated);
     mapped_ = (size_ + kBlock - 1) / kBlock * kBlock;
     // One reservation first, so that the blocks lie one after another.
     void* area = mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (area == MAP_FAILED)
-        fail("mmap");
+        fail("mmap", errno);
     data_ = static_cast<char*>(area);
-    const int fd = block_file(repeated);
     for (std::size_t offset = 0; offset < mapped_; offset += kBlock) {
         // Private mappings: the head written below copies its own page only.
-        if (mmap(data_ + offset, kBlock, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, fd, 0) == MAP_FAILED) {
-            close(fd);
+        if (mmap(data_ + offset, kBlock, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, file.fd, 0) == MAP_FAILED) {
+            const int error = errno;
             munmap(data_, mapped_);
-            fail("mmap");
+            fail("mmap", error);
         }
     }
-    close(fd);
     std::memcpy(data_, head.data(), head.size());
 }
 
