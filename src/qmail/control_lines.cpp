@@ -28,11 +28,11 @@ std::optional<bool> holds_line(const char* path, const std::string& line) {
     }
     const std::string needle = "\n" + line + "\n";
     const std::size_t block = crelm::util::io_block_for(fd.get());
-    std::vector<char> buffer(needle.size() + block);
+    const std::unique_ptr<char[]> buffer = crelm::util::io_buffer(needle.size() + block);
     buffer[0] = '\n';
     std::size_t held = 1;
     for (;;) {
-        const ssize_t got = ::read(fd.get(), buffer.data() + held, block);
+        const ssize_t got = ::read(fd.get(), buffer.get() + held, block);
         if (got < 0 && errno == EINTR) {
             continue;
         }
@@ -43,17 +43,17 @@ std::optional<bool> holds_line(const char* path, const std::string& line) {
             break;
         }
         held += static_cast<std::size_t>(got);
-        if (::memmem(buffer.data(), held, needle.data(), needle.size()) != nullptr) {
+        if (::memmem(buffer.get(), held, needle.data(), needle.size()) != nullptr) {
             return true;
         }
         const std::size_t carry = std::min(held, needle.size() - 1);
-        std::copy(buffer.data() + held - carry, buffer.data() + held, buffer.data());
+        std::copy(buffer.get() + held - carry, buffer.get() + held, buffer.get());
         held = carry;
     }
     // A last line without its newline.
     const std::size_t tail = needle.size() - 1;
     return held >= tail && std::equal(needle.begin(), needle.begin() + static_cast<std::ptrdiff_t>(tail),
-                                      buffer.data() + held - tail);
+                                      buffer.get() + held - tail);
 }
 
 }  // namespace

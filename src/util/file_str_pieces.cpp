@@ -209,14 +209,15 @@ Consumed copy_marked_pieces(const char* buffer, std::size_t filled, bool at_end,
 
 // Everything from one descriptor to the stream, in large blocks.
 PieceCopy copy_everything(int from, std::FILE* to) {
-    std::vector<char> buffer(io_block_for(from));
+    const std::size_t size = io_block_for(from);
+    const std::unique_ptr<char[]> buffer = io_buffer(size);
     for (;;) {
-        const ssize_t got = read_more(from, buffer.data(), buffer.size());
+        const ssize_t got = read_more(from, buffer.get(), size);
         if (got < 0)
             return PieceCopy::read_failed;
         if (got == 0)
             return PieceCopy::done;
-        if (!write_run(to, buffer.data(), static_cast<std::size_t>(got)))
+        if (!write_run(to, buffer.get(), static_cast<std::size_t>(got)))
             return PieceCopy::write_failed;
     }
 }
@@ -227,23 +228,24 @@ PieceCopy copy_everything(int from, std::FILE* to) {
 template <typename Consume>
 PieceCopy copy_in_blocks(int from, Consume consume) {
     // Room for a whole block behind the unfinished piece kept from the last one.
-    std::vector<char> buffer(io_block_for(from) + kPieceLimit);
+    const std::size_t size = io_block_for(from) + kPieceLimit;
+    const std::unique_ptr<char[]> buffer = io_buffer(size);
     std::size_t filled = 0;
     bool line_start = true;
     for (;;) {
-        const ssize_t got = read_more(from, buffer.data() + filled, buffer.size() - filled);
+        const ssize_t got = read_more(from, buffer.get() + filled, size - filled);
         if (got < 0)
             return PieceCopy::read_failed;
         filled += static_cast<std::size_t>(got);
         const bool at_end = got == 0;
-        const Consumed consumed = consume(buffer.data(), filled, at_end, line_start);
+        const Consumed consumed = consume(buffer.get(), filled, at_end, line_start);
         if (!consumed.written)
             return PieceCopy::write_failed;
         if (at_end)
             return PieceCopy::done;
         if (consumed.bytes > 0)
             line_start = buffer[consumed.bytes - 1] == '\n';
-        std::memmove(buffer.data(), buffer.data() + consumed.bytes, filled - consumed.bytes);
+        std::memmove(buffer.get(), buffer.get() + consumed.bytes, filled - consumed.bytes);
         filled -= consumed.bytes;
     }
 }
