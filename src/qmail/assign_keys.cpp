@@ -104,11 +104,11 @@ std::optional<std::string> first_record(const std::function<bool(std::string_vie
     if (!fd.valid())
         return std::nullopt;
     std::size_t size = util::io_block_for(fd.get());
-    std::unique_ptr<char[]> block(new char[size]);  // not cleared: only what was read is looked at
+    std::unique_ptr<char[]> block = util::io_buffer(size);
     std::size_t held = 0;  // bytes in block: the carried line, then the last read
     for (;;) {
         if (held == size) {  // a line longer than the block
-            std::unique_ptr<char[]> larger(new char[2 * size]);
+            std::unique_ptr<char[]> larger = util::io_buffer(2 * size);
             std::memcpy(larger.get(), block.get(), held);
             block = std::move(larger);
             size *= 2;

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <optional>
-#include <vector>
 
 #include "util/file_str.h"
 #include "util/unique_fd.h"
