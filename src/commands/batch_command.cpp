@@ -17,6 +17,7 @@
 #include "commands/batch_output.h"
 #include "commands/batch_rebuilds.h"
 #include "commands/batch_staging.h"
+#include "stores/library_warm_up.h"
 #include "util/fd_copy.h"
 
 namespace crelm::mail::sorvane_commands {
@@ -160,6 +161,9 @@ int run_commands(BatchDocument& document, const std::string& program, const Batc
     // With --stop-on-error each command's status must be known before the
     // next one runs, so each runs its own rebuild and writes its own files.
     const Rebuilds rebuilds = settings.stop_on_error ? Rebuilds::own : Rebuilds::deferred;
+    // Each command's process digests names, enciphers passwords and opens
+    // the stores: set the libraries up once here rather than in every one.
+    warm_up_libraries_before_forks();
     BatchStaging staging;
     if (!settings.stop_on_error && !renames_domain(document))
         begin_batch_staging(staging);

@@ -15,10 +15,19 @@ struct DigestContextFree {
 };
 using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextFree>;
 
+// MD5 fetched from the provider once per process: a digest named through
+// EVP_md5() is looked up again at every use, which costs more than
+// digesting a short name. The method lives until the process ends.
+const EVP_MD* md5_method() {
+    static EVP_MD* const method = EVP_MD_fetch(nullptr, "MD5", nullptr);
+    return method;
+}
+
 bool digest_md5(std::string_view first, std::string_view second, unsigned char (&digest)[16]) {
+    const EVP_MD* method = md5_method();
     DigestContext context(EVP_MD_CTX_new());
     unsigned int length = 0;
-    return context && EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) == 1 &&
+    return method != nullptr && context && EVP_DigestInit_ex(context.get(), method, nullptr) == 1 &&
            EVP_DigestUpdate(context.get(), first.data(), first.size()) == 1 &&
            EVP_DigestUpdate(context.get(), second.data(), second.size()) == 1 &&
            EVP_DigestFinal_ex(context.get(), digest, &length) == 1 && length == 16;

@@ -328,6 +328,31 @@ TEST_F(BatchTest, EachCommandHasItsOwnPasswordOrNone) {
     EXPECT_EQ(objects[3].err, alone.err);
 }
 
+// The batch sets libcrypto up once before its commands fork, random
+// generators included: each command must still draw random bytes of its
+// own, or mailboxes given one password would be stored alike (the same IV)
+// and a reader of the store could tell which share it.
+TEST_F(BatchTest, MailboxesGivenOnePasswordAreEachStoredDifferently) {
+    const std::string secret = "shared-secret";
+    constexpr int kMailboxes = 8;
+    std::vector<BatchEntry> entries;
+    for (int i = 0; i < kMailboxes; ++i) {
+        const std::string mailname = "same" + std::to_string(i);
+        entries.push_back({mailname_args("--add-mailname", mailname), {}, {}, seeded_document()});
+        entries.push_back({mailname_args("--add-mailbox", mailname), secret, {}, seeded_document()});
+    }
+    const ProcessResult batch = run_batch(batch_document(entries));
+    ASSERT_EQ(batch.status, 0) << batch.out << batch.err;
+    const ProcessResult stored = run_process(
+        {"/usr/bin/sqlite3", "-batch", "/var/lib/crelm/mail/auth/passwd.db",
+         "SELECT count(*), count(DISTINCT userPassword) FROM users WHERE name LIKE 'same%' AND dom_id = "
+         "(SELECT id FROM domains WHERE name = '" + kDomain + "');"});
+    EXPECT_EQ(stored.out, std::to_string(kMailboxes) + "|" + std::to_string(kMailboxes) + "\n") << stored.err;
+    const std::string users = auth_users();
+    for (int i = 0; i < kMailboxes; ++i)
+        EXPECT_NE(users.find(auth_user_row("same" + std::to_string(i), kDomain, secret)), std::string::npos) << users;
+}
+
 TEST_F(BatchTest, APasswordReachesNoChildArgumentEnvironmentLogOrMessage) {
     const std::string secret = "batch-secret-8d1f";
     install_fake("/var/qmail/bin/qmail-newu",
