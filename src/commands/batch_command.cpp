@@ -174,6 +174,7 @@ int run_commands(BatchDocument& document, const std::string& program, const Batc
     std::optional<std::string> stopped;
     for (BatchCommand& command : document.commands) {
         BatchOutcome outcome;
+        open_held_edits(staging);
         const int run = run_batch_child(command, program, rebuilds, outcome);
         const int run_errno = errno;
         command.wipe_passwords();

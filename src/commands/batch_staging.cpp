@@ -15,7 +15,9 @@
 #include "runtime/log.h"
 #include "util/file_lock.h"
 #include "util/file_replace.h"
+#include "util/fd_copy.h"
 #include "util/handed_down_locks.h"
+#include "util/held_lines.h"
 #include "util/nofollow.h"
 
 namespace crelm::mail::sorvane_commands {
@@ -126,6 +128,65 @@ int write_back(const BatchStaging& staging, const StagedFile& file) {
     return crelm::util::replace_file_locked_from(file.path, copy.get(), give_attributes) == 0 ? 0 : 1;
 }
 
+// assign's copy read into a table of lines, held for the commands; left
+// as a file when it cannot be read or is not whole short lines.
+void hold_assign_lines() {
+    const UniqueFd copy(::open(crelm::qmail::kUsersAssign, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!copy.valid())
+        return;
+    std::unique_ptr<crelm::util::LineTable> table = crelm::util::LineTable::read_from(copy.get());
+    if (table)
+        crelm::util::hold_lines(crelm::qmail::kUsersAssign, std::move(table));
+}
+
+// The held lines written over assign's copy (its owner and mode stay).
+bool write_held_lines(const crelm::util::LineTable& table) {
+    const UniqueFd copy(::open(crelm::qmail::kUsersAssign, O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC));
+    return copy.valid() && table.write_to(copy.get());
+}
+
+StagedFile* staged_assign(BatchStaging& staging) {
+    for (StagedFile& file : staging.files)
+        if (file.path == crelm::qmail::kUsersAssign)
+            return &file;
+    return nullptr;
+}
+
+// The held lines given back to assign's copy, which the commands then edit.
+// When they cannot be written, every command that changed them fails with
+// the batch's write of assign.
+void end_holding(BatchStaging& staging) {
+    crelm::util::LineTable* table = crelm::util::held_lines(crelm::qmail::kUsersAssign);
+    if (table == nullptr)
+        return;
+    if (staging.held_changed && staging.held_lost == 0 && !write_held_lines(*table))
+        staging.held_lost = errno;
+    crelm::util::release_held_lines();
+    if (StagedFile* assign = staged_assign(staging))
+        assign->stamp = crelm::util::stamp_of(assign->path);
+}
+
+// Replays the edits the command made of the held lines: whether it made any.
+bool replay_held_edits(BatchStaging& staging) {
+    crelm::util::LineTable* table = crelm::util::held_lines(crelm::qmail::kUsersAssign);
+    if (table == nullptr)
+        return false;
+    const std::optional<std::size_t> replayed = table->replay_log();
+    if (!replayed) {
+        // The command's changes cannot be known: assign is not written.
+        staging.held_lost = errno;
+        staging.held_changed = true;
+        crelm::util::release_held_lines();
+        return true;
+    }
+    staging.held_changed = staging.held_changed || *replayed > 0;
+    if (table->given_up()) {
+        // The command wrote the lines to the copy and edited it there.
+        crelm::util::release_held_lines();
+    }
+    return *replayed > 0;
+}
+
 }  // namespace
 
 void begin_batch_staging(BatchStaging& staging) {
@@ -141,15 +202,24 @@ void begin_batch_staging(BatchStaging& staging) {
     for (FileLock& lock : locks)
         crelm::util::hand_down_lock(std::move(lock));
     staging.active = true;
+    hold_assign_lines();
+}
+
+void open_held_edits(BatchStaging& staging) {
+    crelm::util::LineTable* table = crelm::util::held_lines(crelm::qmail::kUsersAssign);
+    if (table != nullptr && !table->open_log())
+        end_holding(staging);
 }
 
 bool note_staged_edits(BatchStaging& staging, std::size_t line) {
     if (!staging.active)
         return false;
+    const bool held_edited = replay_held_edits(staging);
     bool changed = false;
     for (StagedFile& file : staging.files) {
         const crelm::util::FileStamp now = crelm::util::stamp_of(file.path);
-        if (same_version(now, file.stamp))
+        const bool edited = held_edited && file.path == crelm::qmail::kUsersAssign;
+        if (same_version(now, file.stamp) && !edited)
             continue;
         file.stamp = now;
         file.lines.push_back(line);
@@ -162,6 +232,7 @@ int end_batch_staging(BatchStaging& staging, std::vector<StagedWriteFailure>& fa
     if (!staging.active)
         return 0;
     staging.active = false;
+    end_holding(staging);
     // Taken away first, so that the real files are the ones written; the
     // copies stay readable through their directories' handles.
     bool unstaged = true;
@@ -172,7 +243,10 @@ int end_batch_staging(BatchStaging& staging, std::vector<StagedWriteFailure>& fa
         if (file.lines.empty())
             continue;
         StagedWriteFailure failure;
-        if (!unstaged) {
+        if (staging.held_lost != 0 && file.path == crelm::qmail::kUsersAssign) {
+            failure.outcome.status = 1;
+            failure.outcome.err = "Unable to write file " + file.path + ": " + std::strerror(staging.held_lost) + "\n";
+        } else if (!unstaged) {
             failure.outcome.status = 1;
             failure.outcome.err = "Unable to write file " + file.path + ": the batch could not take its copy away\n";
         } else if (run_captured_child([&staging, &file] { return write_back(staging, file); }, failure.outcome) < 0) {

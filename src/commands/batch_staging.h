@@ -13,6 +13,11 @@
 // directory flushed. A batch killed before that leaves every one of those
 // files as it was before the batch.
 //
+// assign, the largest of them, is held in memory as its lines
+// (util/held_lines.h): each command's edits of it are made on the lines and
+// logged, replayed in the batch's own copy of the lines, and written to the
+// file once, with the rest.
+//
 // When the locks cannot be taken or the system refuses the private mounts
 // (no privilege for them), the batch edits the real files in place, command
 // by command, as single commands do.
@@ -40,6 +45,11 @@ struct BatchStaging {
     bool active = false;
     std::vector<crelm::util::StagedDirectory> directories;
     std::vector<StagedFile> files;
+    // assign's lines, held in memory (util/held_lines.h) while its copy
+    // stays as staged: whether a command changed them, and the error that
+    // lost a command's changes (0 while none did).
+    bool held_changed = false;
+    int held_lost = 0;
 };
 
 // A file whose write failed: what the write printed, and which lines had changed it.
@@ -51,7 +61,13 @@ struct StagedWriteFailure {
 // Takes the locks and stages the files; staging.active tells whether it did.
 void begin_batch_staging(BatchStaging& staging);
 
-// After the command of line: notes which files it changed. Whether it changed one.
+// Before each command: opens the log of its edits of the lines held for
+// assign (or, when it cannot, writes them to assign's copy and lets the
+// commands edit that).
+void open_held_edits(BatchStaging& staging);
+
+// After the command of line: notes which files it changed (replaying its
+// edits of the lines held for assign). Whether it changed one.
 bool note_staged_edits(BatchStaging& staging, std::size_t line);
 
 // Writes each changed file once (each in a process of its own whose output

@@ -15,6 +15,7 @@
 #include "mailbox/mailnames_root.h"
 #include "qmail/control_names.h"
 #include "qmail/paths.h"
+#include "util/held_lines.h"
 #include "util/unique_fd.h"
 
 namespace crelm::qmail {
@@ -100,6 +101,22 @@ bool belongs_to(const AssignRecord& record, const std::string& domain) {
 // nullopt when no record was taken or assign cannot be read.
 std::optional<std::string> first_record(const std::function<bool(std::string_view line)>& worth_parsing,
                                         const std::function<bool(const AssignRecord&)>& visit) {
+    if (const util::LineTable* table = util::held_lines(kUsersAssign)) {
+        // The lines a batch holds for assign, each with its newline.
+        std::optional<std::string> found;
+        table->for_each([&](util::LineTable::Id, std::string_view held) {
+            const std::string_view line = held.substr(0, held.size() - 1);
+            if (!line.empty() && line[0] == '.')
+                return true;
+            if (worth_parsing(line))
+                if (const std::optional<AssignRecord> record = parse_record(line); record && visit(*record)) {
+                    found = std::string(record->line);
+                    return true;
+                }
+            return false;
+        });
+        return found;
+    }
     const util::UniqueFd fd = open_assign();
     if (!fd.valid())
         return std::nullopt;

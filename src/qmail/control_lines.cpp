@@ -12,16 +12,31 @@
 #include <optional>
 
 #include "util/file_str.h"
+#include "util/held_lines.h"
 #include "util/unique_fd.h"
 
 namespace crelm::qmail {
 namespace {
+
+// The same search in the lines a batch holds for the file.
+bool table_holds_line(const crelm::util::LineTable& table, const std::string& line) {
+    if (line.find('\n') != std::string::npos)
+        return ("\n" + table.text()).find("\n" + line + "\n") != std::string::npos;
+    bool found = false;
+    table.for_each([&](crelm::util::LineTable::Id, std::string_view held) {
+        found = held.size() == line.size() + 1 && held.starts_with(line);
+        return found;
+    });
+    return found;
+}
 
 // Whether some line of the file equals line; nullopt when it cannot be read.
 // The file is scanned as if a newline preceded it, for "\n<line>\n"; the
 // tail of each block is carried over so that a line split between two reads
 // is still seen.
 std::optional<bool> holds_line(const char* path, const std::string& line) {
+    if (const crelm::util::LineTable* table = crelm::util::held_lines(path))
+        return table_holds_line(*table, line);
     const crelm::util::UniqueFd fd(::open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd.valid()) {
         return std::nullopt;

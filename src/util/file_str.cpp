@@ -5,6 +5,7 @@
 #include "util/file_lock.h"
 #include "util/file_stamp.h"
 #include "util/file_str_pieces.h"
+#include "util/held_lines.h"
 #include "util/line_writer.h"
 #include "util/nofollow.h"
 #include "util/stdio_file.h"
@@ -339,6 +340,127 @@ int append_lines(const Target& target, const std::vector<std::string>& lines, Be
     return 0;
 }
 
+// Whether a rewrite on top judges piece: as the copy in copy_rewriting, only
+// the lines that hold a left-out line or the rewrite's needle, unless one
+// of them is empty.
+class RewriteJudge {
+public:
+    explicit RewriteJudge(const LeftOut& left_out) {
+        if (left_out.rewrite == nullptr)
+            return;
+        markers_ = markers_of(left_out.lines, LineAction::remove_exact, left_out.held_by_every_line);
+        const std::string& needle = left_out.rewrite->needle;
+        if (markers_.empty() || needle.empty()) {
+            markers_.clear();
+            return;
+        }
+        if (!held_in_all(left_out.held_by_every_line, left_out.lines) ||
+            needle.find(left_out.held_by_every_line) == std::string::npos)
+            markers_.push_back(needle);
+    }
+
+    bool judges(std::string_view piece) const {
+        if (markers_.empty())
+            return true;
+        for (const std::string& marker : markers_)
+            if (piece.find(marker) != std::string_view::npos)
+                return true;
+        return false;
+    }
+
+private:
+    std::vector<std::string> markers_;
+};
+
+// The edit made on the table held for the file (util/held_lines.h): the
+// same lines kept, left out, rewritten and put on top as the rewrite of the
+// file would. Every line of the table is whole and shorter than a piece, so
+// each is judged as one piece that begins a line.
+using crelm::util::LineTable;
+
+// The changes of the edit, or false when the table cannot take it: an
+// append at the end, or a line that would be a piece or longer.
+bool held_changes(const LineTable& table, const std::vector<std::string>& lines, LineAction action,
+                  LinePosition position, LeftOut& left_out, LineTable::Edit& changes) {
+    bool fits = true;
+    const auto on_top = [&](std::string text) {
+        if (text.empty() || text.back() != '\n')
+            text.push_back('\n');
+        fits = fits && text.size() < LineTable::kLongestLine;
+        changes.put_on_top(std::move(text));
+    };
+    if (action == LineAction::add) {
+        if (position != LinePosition::start)
+            return false;
+        for (auto line = lines.rbegin(); line != lines.rend(); ++line)
+            on_top(*line);
+        return fits;
+    }
+    if (action != LineAction::add_once_at_top) {
+        table.for_each([&](LineTable::Id id, std::string_view piece) {
+            if (is_removed(piece, lines, action, position))
+                changes.drop(id);
+            return false;
+        });
+        return true;
+    }
+    const RewriteJudge judge(left_out);
+    table.for_each([&](LineTable::Id id, std::string_view piece) {
+        if (is_removed(piece, left_out.lines, LineAction::remove_exact, LinePosition::anywhere)) {
+            left_out.met = true;
+            changes.drop(id);
+            return false;
+        }
+        if (left_out.rewrite == nullptr || !judge.judges(piece))
+            return false;
+        std::string replaced;
+        switch (rewritten_piece(*left_out.rewrite, piece, true, replaced)) {
+        case crelm::util::LineFate::keep:
+            break;
+        case crelm::util::LineFate::drop:
+            changes.drop(id);
+            break;
+        case crelm::util::LineFate::replace:
+            fits = fits && !replaced.empty() && replaced.back() == '\n' && replaced.size() < LineTable::kLongestLine;
+            changes.replace(id, std::move(replaced));
+            break;
+        }
+        return false;
+    });
+    on_top(lines.front());
+    return fits;
+}
+
+// The table's text written to the file, as a rewrite writes it, and the
+// table given up: from now on the file is edited.
+int give_up_held(LineTable& table, const Target& target, Before before) {
+    TempOutput temp = open_temp(target);
+    if (!temp.stream)
+        return failed("Unable to open file %s: %s\n", temp_path_of(target.path));
+    if (std::fflush(temp.stream.get()) != 0 || !table.write_to(::fileno(temp.stream.get())))
+        return failed("Unable to fputs to file %s: %s\n", temp.file.path());
+    if (finish_temp(temp, before, target, "Unable to rename file %s: %s\n") != 0)
+        return 1;
+    if (!table.give_up())
+        return failed("Unable to write data into file %s: %s\n", target.path);
+    crelm::util::release_held_lines();
+    return 0;
+}
+
+// The edit on the held table: 0 or 1 as the edit of the file, or -1 when
+// the table was given up and the file is to be edited instead.
+int edit_held(LineTable& table, const Target& target, const std::vector<std::string>& lines, LineAction action,
+              LinePosition position, Before before, LeftOut& left_out) {
+    LineTable::Edit changes(table);
+    if (!held_changes(table, lines, action, position, left_out, changes)) {
+        left_out.met = false;
+        return give_up_held(table, target, before) == 0 ? -1 : 1;
+    }
+    if (!changes.commit())
+        return failed("Unable to write data into file %s: %s\n", target.path);
+    return 0;
+}
+
 int edit(const Target& target, const std::vector<std::string>& lines, LineAction action, LinePosition position,
          Before before, LeftOut& left_out) {
     if (action == LineAction::add_once_at_top)
@@ -409,7 +531,11 @@ int edit_under_lock(const std::string& path, const std::vector<std::string>& lin
         errno = ELOOP;
     if ((existed && S_ISLNK(before.st_mode)) || !target.dir.fd.valid())
         return failed("Unable to open file %s: %s\n", path);
-    const int result = edit(target, lines, action, position, existed ? &before : nullptr, left_out);
+    int result = -1;
+    if (LineTable* table = crelm::util::held_lines(path); table != nullptr && existed)
+        result = edit_held(*table, target, lines, action, position, &before, left_out);
+    if (result < 0)
+        result = edit(target, lines, action, position, existed ? &before : nullptr, left_out);
     // Taken while the lock still keeps every other editor out.
     if (left != nullptr && result == 0)
         *left = crelm::util::stamp_of(path);
