@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -160,6 +162,49 @@ std::optional<std::string> first_record(const std::function<bool(std::string_vie
     }
 }
 
+// first_record, when the only records that can be taken are those whose
+// first field ("=<key>" or "+<key>", case aside) is one of fields: on the
+// lines a batch holds for assign, only those records are looked at, through
+// the table's index, in the order of the table and above its closing "."
+// line; otherwise the whole table is read as first_record reads it.
+std::optional<std::string> first_record_among(const std::vector<std::string>& fields,
+                                              const std::function<bool(std::string_view line)>& worth_parsing,
+                                              const std::function<bool(const AssignRecord&)>& visit) {
+    const util::LineTable* table = util::held_lines(kUsersAssign);
+    if (table == nullptr)
+        return first_record(worth_parsing, visit);
+    std::vector<util::LineTable::Id> ids;
+    for (const std::string& field : fields)
+        for (const util::LineTable::Id id : table->with_first_field(field))
+            if (std::find(ids.begin(), ids.end(), id) == ids.end())
+                ids.push_back(id);
+    std::sort(ids.begin(), ids.end(), [table](util::LineTable::Id one, util::LineTable::Id other) {
+        return table->position(one) < table->position(other);
+    });
+    const std::vector<util::LineTable::Id> dots = table->beginning_with_dot();
+    const std::size_t end = dots.empty() ? SIZE_MAX : table->position(dots.front());
+    for (const util::LineTable::Id id : ids) {
+        if (table->position(id) >= end)
+            break;
+        const std::string_view held = table->line(id);
+        const std::string_view line = held.substr(0, held.size() - 1);
+        if (worth_parsing(line))
+            if (const std::optional<AssignRecord> record = parse_record(line); record && visit(*record))
+                return std::string(record->line);
+    }
+    return std::nullopt;
+}
+
+// The fields of the records that can hold key's addresses: its "=" record,
+// and the "+" record of each domain whose addresses include it (each
+// beginning of key that a '-' follows).
+std::vector<std::string> fields_for_key(const std::string& key) {
+    std::vector<std::string> fields{"=" + key};
+    for (std::size_t dash = key.find('-'); dash != std::string::npos; dash = key.find('-', dash + 1))
+        fields.push_back("+" + key.substr(0, dash));
+    return fields;
+}
+
 // The domain whose mail names directory holds the record's home
 // ("<mailnames>/<domain>/<name>"), or nullopt for a home elsewhere.
 std::optional<std::string_view> owner_of(const AssignRecord& record) {
@@ -237,7 +282,7 @@ std::optional<std::string> renamed_keys_collision(const std::string& domain, con
 
 std::optional<std::string> mail_key_collision(const std::string& domain, const std::string& name) {
     const std::string key = domain + "-" + name;
-    return first_record([&](std::string_view line) { return may_be_key_or_domain(line, key); },
+    return first_record_among(fields_for_key(key), [&](std::string_view line) { return may_be_key_or_domain(line, key); },
                         [&](const AssignRecord& record) {
                             if (belongs_to(record, domain))
                                 return false;
@@ -263,8 +308,11 @@ std::vector<bool> mail_keys_in_assign(const std::string& domain, const std::vect
                 return true;
         return false;
     };
+    std::vector<std::string> fields;
+    for (const std::string& key : keys)
+        fields.push_back("=" + key);
     // Goes on until every key has been found (or assign ends).
-    first_record(may_hold_a_key, [&](const AssignRecord& record) {
+    first_record_among(fields, may_hold_a_key, [&](const AssignRecord& record) {
         for (std::size_t i = 0; i < keys.size(); ++i) {
             if (!found[i] && record.kind == '=' && same_key(record.key, keys[i])) {
                 found[i] = true;

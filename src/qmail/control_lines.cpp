@@ -22,12 +22,7 @@ namespace {
 bool table_holds_line(const crelm::util::LineTable& table, const std::string& line) {
     if (line.find('\n') != std::string::npos)
         return ("\n" + table.text()).find("\n" + line + "\n") != std::string::npos;
-    bool found = false;
-    table.for_each([&](crelm::util::LineTable::Id, std::string_view held) {
-        found = held.size() == line.size() + 1 && held.starts_with(line);
-        return found;
-    });
-    return found;
+    return !table.equal_to(line).empty();
 }
 
 // Whether some line of the file equals line; nullopt when it cannot be read.

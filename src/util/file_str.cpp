@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -378,6 +379,19 @@ private:
 // each is judged as one piece that begins a line.
 using crelm::util::LineTable;
 
+// Drops every line equal to one of lines (each compared without its
+// newline), found through the table's index: whether there was one.
+bool drop_equal_lines(const LineTable& table, const std::vector<std::string>& lines, LineTable::Edit& changes) {
+    std::vector<LineTable::Id> dropped;
+    for (const std::string& given : lines)
+        for (const LineTable::Id id : table.equal_to(without_newline(given)))
+            if (std::find(dropped.begin(), dropped.end(), id) == dropped.end())
+                dropped.push_back(id);
+    for (const LineTable::Id id : dropped)
+        changes.drop(id);
+    return !dropped.empty();
+}
+
 // The changes of the edit, or false when the table cannot take it: an
 // append at the end, or a line that would be a piece or longer.
 bool held_changes(const LineTable& table, const std::vector<std::string>& lines, LineAction action,
@@ -396,6 +410,10 @@ bool held_changes(const LineTable& table, const std::vector<std::string>& lines,
             on_top(*line);
         return fits;
     }
+    if (action == LineAction::remove_exact) {
+        drop_equal_lines(table, lines, changes);
+        return true;
+    }
     if (action != LineAction::add_once_at_top) {
         table.for_each([&](LineTable::Id id, std::string_view piece) {
             if (is_removed(piece, lines, action, position))
@@ -403,6 +421,11 @@ bool held_changes(const LineTable& table, const std::vector<std::string>& lines,
             return false;
         });
         return true;
+    }
+    if (left_out.rewrite == nullptr) {
+        left_out.met = drop_equal_lines(table, left_out.lines, changes);
+        on_top(lines.front());
+        return fits;
     }
     const RewriteJudge judge(left_out);
     table.for_each([&](LineTable::Id id, std::string_view piece) {

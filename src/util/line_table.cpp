@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -73,6 +74,9 @@ bool LineTable::count_lines() {
     base_starts_.push_back(static_cast<std::uint32_t>(all.size()));
     base_count_ = static_cast<Id>(base_starts_.size() - 1);
     base_changed_.assign(base_count_, false);
+    by_field_.reserve(base_count_);
+    for (Id id = 0; id < base_count_; ++id)
+        index(id, all.substr(base_starts_[id], base_starts_[id + 1] - base_starts_[id]));
     return true;
 }
 
@@ -132,6 +136,101 @@ std::string LineTable::text() const {
     return all;
 }
 
+std::uint64_t LineTable::field_hash(std::string_view line) {
+    std::string_view field = line.substr(0, line.find(':'));
+    if (!field.empty() && field.back() == '\n')
+        field.remove_suffix(1);
+    // FNV-1a over the field's bytes, A-Z taken as a-z.
+    std::uint64_t hash = 14695981039346656037ULL;
+    for (const char byte : field) {
+        const char lower = byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
+        hash = (hash ^ static_cast<unsigned char>(lower)) * 1099511628211ULL;
+    }
+    return hash;
+}
+
+void LineTable::index(Id id, std::string_view line) {
+    by_field_.emplace(field_hash(line), id);
+    if (line.starts_with('.'))
+        dot_lines_.push_back(id);
+}
+
+void LineTable::unindex(Id id, std::string_view line) {
+    auto [first, last] = by_field_.equal_range(field_hash(line));
+    for (auto entry = first; entry != last; ++entry)
+        if (entry->second == id) {
+            by_field_.erase(entry);
+            break;
+        }
+    if (line.starts_with('.'))
+        std::erase(dot_lines_, id);
+}
+
+LineTable::Line LineTable::held(Id id) const {
+    if (id >= base_count_)
+        return tops_[id - base_count_];
+    if (base_changed_[id])
+        return base_changes_.at(id);
+    return Line{base_text_ + base_starts_[id], base_starts_[id + 1] - base_starts_[id], true};
+}
+
+std::string_view LineTable::line(Id id) const {
+    return held(id).text();
+}
+
+std::size_t LineTable::position(Id id) const {
+    return id >= base_count_ ? tops_.size() - 1 - (id - base_count_) : tops_.size() + id;
+}
+
+void LineTable::sort_by_position(std::vector<Id>& ids) const {
+    std::sort(ids.begin(), ids.end(), [this](Id one, Id other) { return position(one) < position(other); });
+}
+
+namespace {
+
+// Field equality as the hash sees it: up to the first ':' (or the newline),
+// A-Z taken as a-z.
+bool same_first_field(std::string_view line, std::string_view field) {
+    std::string_view own = line.substr(0, line.find(':'));
+    if (!own.empty() && own.back() == '\n')
+        own.remove_suffix(1);
+    if (own.size() != field.size())
+        return false;
+    for (std::size_t i = 0; i < own.size(); ++i) {
+        const auto lower = [](char byte) { return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte; };
+        if (lower(own[i]) != lower(field[i]))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::vector<LineTable::Id> LineTable::with_first_field(std::string_view field) const {
+    std::vector<Id> ids;
+    auto [first, last] = by_field_.equal_range(field_hash(field));
+    for (auto entry = first; entry != last; ++entry)
+        if (held(entry->second).live && same_first_field(line(entry->second), field))
+            ids.push_back(entry->second);
+    sort_by_position(ids);
+    return ids;
+}
+
+std::vector<LineTable::Id> LineTable::equal_to(std::string_view text) const {
+    std::vector<Id> ids = with_first_field(text.substr(0, text.find(':')));
+    std::erase_if(ids, [&](Id id) {
+        const std::string_view held_text = line(id);
+        return held_text.substr(0, held_text.size() - 1) != text;
+    });
+    return ids;
+}
+
+std::vector<LineTable::Id> LineTable::beginning_with_dot() const {
+    std::vector<Id> ids = dot_lines_;
+    sort_by_position(ids);
+    return ids;
+}
+
 LineTable::Line* LineTable::changed(Id id) {
     if (id >= base_count_ + tops_.size())
         return nullptr;
@@ -169,17 +268,20 @@ void LineTable::apply(const Edit::Step& step) {
     if (step.change == Edit::Change::top) {
         const std::string& text = owned_.emplace_back(step.text);
         tops_.push_back(Line{text.data(), static_cast<std::uint32_t>(text.size()), true});
+        index(base_count_ + static_cast<Id>(tops_.size() - 1), text);
         return;
     }
     Line* line = changed(step.id);
-    if (line == nullptr)
+    if (line == nullptr || !line->live)
         return;
+    unindex(step.id, line->text());
     if (step.change == Edit::Change::drop) {
         line->live = false;
         return;
     }
     const std::string& text = owned_.emplace_back(step.text);
     *line = Line{text.data(), static_cast<std::uint32_t>(text.size()), true};
+    index(step.id, text);
 }
 
 std::string LineTable::encode(const std::vector<Edit::Step>& steps) {

@@ -51,6 +51,23 @@ public:
     // Calls visit for each line (with its newline), top to bottom, until it
     // returns true.
     void for_each(const std::function<bool(Id id, std::string_view line)>& visit) const;
+    // The ids of the live lines whose first field (the text before the
+    // first ':', or the whole line without its newline) is field, ASCII case
+    // aside, in the order of the table, top to bottom. Looked up in an index
+    // kept with every change, so that finding a line or a record's key
+    // costs no pass over the table.
+    std::vector<Id> with_first_field(std::string_view field) const;
+    // The ids of the live lines equal to text (given without its newline),
+    // top to bottom, found through the same index.
+    std::vector<Id> equal_to(std::string_view text) const;
+    // The ids of the live lines that begin with a dot (the line that ends
+    // qmail's assign), top to bottom.
+    std::vector<Id> beginning_with_dot() const;
+    // A live line's text, with its newline.
+    std::string_view line(Id id) const;
+    // Where the line stands, counted from the top (for ordering ids).
+    std::size_t position(Id id) const;
+
     // The whole text, top to bottom.
     std::string text() const;
     // Writes the whole text to fd in blocks, never holding it whole. false
@@ -108,6 +125,11 @@ private:
     LineTable() = default;
     bool allocate(std::size_t size);
     bool count_lines();
+    Line held(Id id) const;
+    static std::uint64_t field_hash(std::string_view line);
+    void index(Id id, std::string_view line);
+    void unindex(Id id, std::string_view line);
+    void sort_by_position(std::vector<Id>& ids) const;
     void apply(const Edit::Step& step);
     Line* changed(Id id);
     static std::string encode(const std::vector<Edit::Step>& steps);
@@ -127,6 +149,8 @@ private:
     std::unordered_map<Id, Line> base_changes_;  // and what they became
     std::vector<Line> tops_;                  // lines put on top since, the newest last
     std::deque<std::string> owned_;           // the texts of lines put on top or replaced
+    std::unordered_multimap<std::uint64_t, Id> by_field_;  // every live line, by its first field's hash
+    std::vector<Id> dot_lines_;               // live lines that begin with a dot
     UniqueFd log_;
     bool given_up_ = false;
 };

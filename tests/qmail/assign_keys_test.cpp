@@ -3,7 +3,10 @@
 // takes them.
 #include "qmail/assign_keys.h"
 
+#include <random>
+
 #include "qmail/control_test_support.h"
+#include "util/held_lines.h"
 
 namespace sorvane::test {
 namespace {
@@ -92,6 +95,94 @@ TEST_F(AssignKeysTest, SeveralKeysAreLookedForInOneRead) {
     EXPECT_EQ(mail_keys_in_assign("example.test", {"info", "none", "SALES", "late"}),
               (std::vector<bool>{true, false, true, false}));
     EXPECT_EQ(mail_keys_in_assign("example.test", {"sales", "sales"}), (std::vector<bool>{true, true}));
+}
+
+}  // namespace
+}  // namespace sorvane::test
+
+namespace sorvane::test {
+namespace {
+
+using crelm::qmail::mail_key_collision;
+using crelm::qmail::mail_keys_in_assign;
+
+// Random tables of look-alike domains ("a.test", "a.test-x.com", "x.com"):
+// "=" records of each (keys in mixed case, homes in their own or another
+// domain's directory), "+" records, lines that are no records, and records
+// below the closing "." line.
+class RandomAssign {
+public:
+    explicit RandomAssign(unsigned seed) : random_(seed) {}
+
+    std::size_t pick(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(random_); }
+    std::string domain() {
+        static const char* const kDomains[] = {"a.test", "a.test-x.com", "x.com", "b.test"};
+        return kDomains[pick(std::size(kDomains))];
+    }
+    std::string name() {
+        static const char* const kNames[] = {"info", "x.com-info", "sales", "INFO", "com-info"};
+        return kNames[pick(std::size(kNames))];
+    }
+    std::string line() {
+        switch (pick(6)) {
+        case 0:
+            return plus_record(domain());
+        case 1:
+            return "+" + domain() + "-:" + owner_fields() + kMailnamesPath + "/" + domain() + ":-::";
+        case 2:
+            return "# " + name();
+        default: {
+            const std::string key = domain() + "-" + name();
+            return name_record(domain(), pick(3) == 0 ? to_upper(key) : key, name());
+        }
+        }
+    }
+    std::string table() {
+        std::string text;
+        for (std::size_t i = pick(30); i > 0; --i)
+            text += line() + "\n";
+        text += ".\n";
+        for (std::size_t i = pick(3); i > 0; --i)
+            text += line() + "\n";
+        return text;
+    }
+
+private:
+    static std::string to_upper(std::string text) {
+        for (char& c : text)
+            c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+        return text;
+    }
+    std::mt19937 random_;
+};
+
+// The checks a batch makes on the lines it holds for assign find what the
+// same checks find in the file.
+TEST_F(AssignKeysTest, TheHeldLinesAnswerAsTheFileDoes) {
+    for (unsigned seed = 1; seed <= 200; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        RandomAssign random(seed);
+        const std::string text = random.table();
+        write_file(kAssignPath, text, 0644);
+        std::vector<std::pair<std::string, std::string>> queries;
+        for (int i = 0; i < 6; ++i)
+            queries.emplace_back(random.domain(), random.name());
+        std::vector<std::optional<std::string>> from_file;
+        std::vector<std::vector<bool>> keys_from_file;
+        for (const auto& [domain, name] : queries) {
+            from_file.push_back(mail_key_collision(domain, name));
+            keys_from_file.push_back(mail_keys_in_assign(domain, {name, "info", "sales"}));
+        }
+        crelm::util::hold_lines(kAssignPath, crelm::util::LineTable::from_text(text));
+        ASSERT_NE(crelm::util::held_lines(kAssignPath), nullptr);
+        write_file(kAssignPath, "", 0644);  // the held lines must answer alone
+        for (std::size_t i = 0; i < queries.size(); ++i) {
+            SCOPED_TRACE(queries[i].first + " " + queries[i].second + "\n" + text);
+            EXPECT_EQ(mail_key_collision(queries[i].first, queries[i].second), from_file[i]);
+            EXPECT_EQ(mail_keys_in_assign(queries[i].first, {queries[i].second, "info", "sales"}), keys_from_file[i]);
+        }
+        crelm::util::release_held_lines();
+    }
 }
 
 }  // namespace
