@@ -31,28 +31,12 @@ bool take_number(std::string_view& in, Number& number) {
     return true;
 }
 
-// Huge pages are this large, and the text's memory is aligned to them.
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
-
 }  // namespace
 
-LineTable::~LineTable() {
-    if (mapping_ != nullptr)
-        ::munmap(mapping_, mapping_size_);
-}
-
 bool LineTable::allocate(std::size_t size) {
-    mapping_size_ = (size / kHugePage + 2) * kHugePage;
-    void* mapping = ::mmap(nullptr, mapping_size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapping == MAP_FAILED)
+    if (!text_.allocate(size))
         return false;
-    mapping_ = mapping;
-    const auto address = reinterpret_cast<std::uintptr_t>(mapping);
-    char* aligned = static_cast<char*>(mapping) + (kHugePage - address % kHugePage) % kHugePage;
-    // Only advice: without huge pages the table works the same.
-    (void)::madvise(aligned, mapping_size_ - static_cast<std::size_t>(aligned - static_cast<char*>(mapping)),
-                    MADV_HUGEPAGE);
-    base_text_ = aligned;
+    base_text_ = text_.data();
     base_size_ = size;
     return true;
 }
@@ -64,17 +48,25 @@ bool LineTable::count_lines() {
         return false;
     if (all.size() > UINT32_MAX)
         return false;
-    for (std::size_t start = 0; start < all.size();) {
+    std::size_t count = 0;
+    for (std::size_t start = 0; start < all.size(); ++count) {
         const std::size_t end = all.find('\n', start) + 1;
         if (end - start >= kLongestLine)
             return false;
-        base_starts_.push_back(static_cast<std::uint32_t>(start));
         start = end;
     }
-    base_starts_.push_back(static_cast<std::uint32_t>(all.size()));
-    base_count_ = static_cast<Id>(base_starts_.size() - 1);
+    if (!starts_.allocate((count + 1) * sizeof(std::uint32_t)) || !by_field_.reserve(count))
+        return false;
+    auto* starts = reinterpret_cast<std::uint32_t*>(starts_.data());
+    std::size_t line = 0;
+    for (std::size_t start = 0; start < all.size(); ++line) {
+        starts[line] = static_cast<std::uint32_t>(start);
+        start = all.find('\n', start) + 1;
+    }
+    starts[count] = static_cast<std::uint32_t>(all.size());
+    base_starts_ = starts;
+    base_count_ = static_cast<Id>(count);
     base_changed_.assign(base_count_, false);
-    by_field_.reserve(base_count_);
     for (Id id = 0; id < base_count_; ++id)
         index(id, all.substr(base_starts_[id], base_starts_[id + 1] - base_starts_[id]));
     return true;
@@ -150,18 +142,15 @@ std::uint64_t LineTable::field_hash(std::string_view line) {
 }
 
 void LineTable::index(Id id, std::string_view line) {
-    by_field_.emplace(field_hash(line), id);
+    // An index that cannot grow any more keeps the lines it has: a forked
+    // editor never adds so many.
+    (void)by_field_.insert(field_hash(line), id);
     if (line.starts_with('.'))
         dot_lines_.push_back(id);
 }
 
 void LineTable::unindex(Id id, std::string_view line) {
-    auto [first, last] = by_field_.equal_range(field_hash(line));
-    for (auto entry = first; entry != last; ++entry)
-        if (entry->second == id) {
-            by_field_.erase(entry);
-            break;
-        }
+    by_field_.erase(field_hash(line), id);
     if (line.starts_with('.'))
         std::erase(dot_lines_, id);
 }
@@ -208,10 +197,9 @@ bool same_first_field(std::string_view line, std::string_view field) {
 
 std::vector<LineTable::Id> LineTable::with_first_field(std::string_view field) const {
     std::vector<Id> ids;
-    auto [first, last] = by_field_.equal_range(field_hash(field));
-    for (auto entry = first; entry != last; ++entry)
-        if (held(entry->second).live && same_first_field(line(entry->second), field))
-            ids.push_back(entry->second);
+    for (const Id id : by_field_.find(field_hash(field)))
+        if (held(id).live && same_first_field(line(id), field))
+            ids.push_back(id);
     sort_by_position(ids);
     return ids;
 }

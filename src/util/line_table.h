@@ -26,6 +26,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "util/huge_block.h"
+#include "util/line_index.h"
 #include "util/unique_fd.h"
 
 namespace crelm::util {
@@ -42,7 +44,6 @@ public:
     // start; null also when it cannot be read (errno set).
     static std::unique_ptr<LineTable> read_from(int fd);
 
-    ~LineTable();
     LineTable(const LineTable&) = delete;
     LineTable& operator=(const LineTable&) = delete;
 
@@ -135,21 +136,19 @@ private:
     static std::string encode(const std::vector<Edit::Step>& steps);
     bool apply_record(std::string_view record);
 
-    // The file's text, in memory of its own mapped with huge pages where
-    // the system allows: each forked editor reads it through a few page
-    // entries instead of one per 4 KiB, which on some machines costs a
-    // fault each.
-    void* mapping_ = nullptr;
-    std::size_t mapping_size_ = 0;
+    // The file's text and where each line begins (and the end), each in a
+    // huge block (util/huge_block.h).
+    HugeBlock text_;
+    HugeBlock starts_;
     const char* base_text_ = nullptr;
     std::size_t base_size_ = 0;
     Id base_count_ = 0;                       // the file's lines
-    std::vector<std::uint32_t> base_starts_;  // where each begins, and the end
+    const std::uint32_t* base_starts_ = nullptr;
     std::vector<bool> base_changed_;          // which of them were dropped or replaced
     std::unordered_map<Id, Line> base_changes_;  // and what they became
     std::vector<Line> tops_;                  // lines put on top since, the newest last
     std::deque<std::string> owned_;           // the texts of lines put on top or replaced
-    std::unordered_multimap<std::uint64_t, Id> by_field_;  // every live line, by its first field's hash
+    LineIndex by_field_;                      // every live line, by its first field's hash
     std::vector<Id> dot_lines_;               // live lines that begin with a dot
     UniqueFd log_;
     bool given_up_ = false;
