@@ -373,10 +373,6 @@ private:
     std::vector<std::string> markers_;
 };
 
-// The edit made on the table held for the file (util/held_lines.h): the
-// same lines kept, left out, rewritten and put on top as the rewrite of the
-// file would. Every line of the table is whole and shorter than a piece, so
-// each is judged as one piece that begins a line.
 using crelm::util::LineTable;
 
 // Drops every line equal to one of lines (each compared without its
@@ -392,8 +388,12 @@ bool drop_equal_lines(const LineTable& table, const std::vector<std::string>& li
     return !dropped.empty();
 }
 
-// The changes of the edit, or false when the table cannot take it: an
-// append at the end, or a line that would be a piece or longer.
+// The edit made on the table held for the file (util/held_lines.h): the
+// same lines kept, left out, rewritten and put on top as the rewrite of the
+// file would. Every line of the table is whole and shorter than a piece, so
+// each is judged as one piece that begins a line. The changes of the edit,
+// or false when the table cannot take it: an append at the end, or a line
+// that would be a piece or longer.
 bool held_changes(const LineTable& table, const std::vector<std::string>& lines, LineAction action,
                   LinePosition position, LeftOut& left_out, LineTable::Edit& changes) {
     bool fits = true;

@@ -5,7 +5,10 @@
 // which stays as it was until the holder writes the table's text to it.
 // An edit that the table cannot take (a line of 4095 bytes or more, an
 // append at the end) first writes the table's text to the file, gives the
-// table up and goes to the file, as without a table.
+// table up and goes to the file, as without a table. Every edit of a held
+// file must come through util/file_str.h: the whole-file rewrites of a
+// domain rename (qmail/locked_line_copy.h) do not, and a batch that holds a
+// domain rename holds no lines.
 #pragma once
 
 #include <memory>
