@@ -230,6 +230,22 @@ crelm::util::LineFate rewritten_piece(const crelm::util::LineRewrite& rewrite, s
     return fate;
 }
 
+// The texts whose lines a rewrite on top judges (the others it keeps as
+// they are): a left-out line's or the one every such line holds, and the
+// rewrite's needle; none, so that every line is judged, when one of them
+// is empty.
+std::vector<std::string> rewrite_markers(const LeftOut& left_out) {
+    std::vector<std::string> markers =
+        markers_of(left_out.lines, LineAction::remove_exact, left_out.held_by_every_line);
+    const std::string& needle = left_out.rewrite->needle;
+    if (markers.empty() || needle.empty())
+        return {};
+    if (!held_in_all(left_out.held_by_every_line, left_out.lines) ||
+        needle.find(left_out.held_by_every_line) == std::string::npos)
+        markers.push_back(needle);
+    return markers;
+}
+
 // The copy of the old content that leaves out the lines of left_out and
 // rewrites the others: only the lines that hold a left-out line or the
 // rewrite's needle are judged, unless one of them is empty.
@@ -242,13 +258,9 @@ PieceCopy copy_rewriting(int from, std::FILE* to, LeftOut& left_out) {
         }
         return rewritten_piece(rewrite, piece, starts_line, replaced);
     };
-    std::vector<std::string> markers =
-        markers_of(left_out.lines, LineAction::remove_exact, left_out.held_by_every_line);
-    if (markers.empty() || rewrite.needle.empty())
+    const std::vector<std::string> markers = rewrite_markers(left_out);
+    if (markers.empty())
         return crelm::util::copy_edited_pieces(from, to, edit);
-    if (!held_in_all(left_out.held_by_every_line, left_out.lines) ||
-        rewrite.needle.find(left_out.held_by_every_line) == std::string::npos)
-        markers.push_back(rewrite.needle);
     return crelm::util::copy_edited_pieces(from, to, edit, markers);
 }
 
@@ -341,24 +353,10 @@ int append_lines(const Target& target, const std::vector<std::string>& lines, Be
     return 0;
 }
 
-// Whether a rewrite on top judges piece: as the copy in copy_rewriting, only
-// the lines that hold a left-out line or the rewrite's needle, unless one
-// of them is empty.
+// Whether a rewrite on top judges piece, as the copy in copy_rewriting does.
 class RewriteJudge {
 public:
-    explicit RewriteJudge(const LeftOut& left_out) {
-        if (left_out.rewrite == nullptr)
-            return;
-        markers_ = markers_of(left_out.lines, LineAction::remove_exact, left_out.held_by_every_line);
-        const std::string& needle = left_out.rewrite->needle;
-        if (markers_.empty() || needle.empty()) {
-            markers_.clear();
-            return;
-        }
-        if (!held_in_all(left_out.held_by_every_line, left_out.lines) ||
-            needle.find(left_out.held_by_every_line) == std::string::npos)
-            markers_.push_back(needle);
-    }
+    explicit RewriteJudge(const LeftOut& left_out) : markers_(rewrite_markers(left_out)) {}
 
     bool judges(std::string_view piece) const {
         if (markers_.empty())
@@ -434,7 +432,7 @@ bool held_changes(const LineTable& table, const std::vector<std::string>& lines,
             changes.drop(id);
             return false;
         }
-        if (left_out.rewrite == nullptr || !judge.judges(piece))
+        if (!judge.judges(piece))
             return false;
         std::string replaced;
         switch (rewritten_piece(*left_out.rewrite, piece, true, replaced)) {

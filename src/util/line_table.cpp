@@ -333,10 +333,6 @@ bool LineTable::apply_record(std::string_view record) {
             return false;
         step.text.assign(record.substr(0, size));
         record.remove_prefix(size);
-        // Lines put on top by this record's earlier steps count too.
-        const std::size_t lines = base_count_ + tops_.size() + steps.size();
-        if ((step.change == Edit::Change::drop || step.change == Edit::Change::replace) && step.id >= lines)
-            return false;
         steps.push_back(std::move(step));
     }
     for (const Edit::Step& step : steps)

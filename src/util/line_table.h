@@ -83,7 +83,6 @@ public:
         void put_on_top(std::string text) { changes_.push_back({Change::top, 0, std::move(text)}); }
         void drop(Id id) { changes_.push_back({Change::drop, id, {}}); }
         void replace(Id id, std::string text) { changes_.push_back({Change::replace, id, std::move(text)}); }
-        bool empty() const { return changes_.empty(); }
         // Applies the changes and logs them when a log is open. false (errno
         // set) when the log could not be written; the table is then left as
         // it was.
