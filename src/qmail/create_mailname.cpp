@@ -28,7 +28,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <optional>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 using namespace crelm::qmail;
@@ -178,13 +181,12 @@ void MailnameBuild::make_home() {
     if (mailname_home_path(home_, mailname_, domain_) != 0)
         undo_and_end("Unable to make %s dir: %s", mailname_, ENAMETOOLONG);
     OwnedFailure failure;
-    if (make_owned_dir(home_, owner_, kMailnameDirMode, failure) != 0)
+    OwnedDir made;
+    if (make_owned_dir(home_, owner_, kMailnameDirMode, failure, &made) != 0)
         undo_and_end(failure.step == OwnedStep::made ? "Unable to make %s dir: %s" : "Unable to chown %s dir: %s",
                      home_, failure.error);
     // Everything below is reached through this handle on the home itself.
-    home_fd_ = open_owned_dir(home_);
-    if (!home_fd_.valid())
-        undo_and_end("Unable to make %s dir: %s", home_, errno);
+    home_fd_ = std::move(made.fd);
 }
 
 void MailnameBuild::write_dot_qmail() {
@@ -201,20 +203,36 @@ void MailnameBuild::write_dot_qmail() {
     }
 }
 
+// Each entry is made through the handle on its parent, made just before
+// it, rather than by a walk from the home: the tree's handles stay a fixed
+// few, and no directory is looked up twice.
 void MailnameBuild::make_tree() {
     OwnedFailure failure;
+    std::map<std::string_view, crelm::util::UniqueFd> made_dirs;
+    const auto place_of = [&](std::string_view relative) -> std::pair<int, std::string> {
+        const std::size_t slash = relative.rfind('/');
+        if (slash != std::string_view::npos)
+            if (const auto parent = made_dirs.find(relative.substr(0, slash)); parent != made_dirs.end())
+                return {parent->second.get(), std::string(relative.substr(slash + 1))};
+        return {home_fd_.get(), std::string(relative)};
+    };
     for (const MailnameTreeEntry& entry : kMailnameTree) {
-        if (!entry_taken(home_fd_.get(), entry.directory))
+        const auto [parent, name] = place_of(entry.directory);
+        OwnedDir made;
+        const int result = make_owned_dir_at(parent, name, owner_, kMailnameDirMode, failure, &made);
+        if (made.created)
             new_dirs_.push_back(&entry);
-        if (make_owned_dir_at(home_fd_.get(), entry.directory, owner_, kMailnameDirMode, failure) != 0)
+        if (result != 0)
             undo_and_end_entry(failure.step == OwnedStep::made ? "Unable to make %s/%s dir: %s"
                                                                : "Unable to chown %s/%s dir: %s",
                                entry.directory, failure.error);
+        made_dirs[entry.directory] = std::move(made.fd);
         if (entry.folder_marker == nullptr)
             continue;
-        if (!entry_taken(home_fd_.get(), entry.folder_marker))
+        const auto [folder, marker] = place_of(entry.folder_marker);
+        if (!entry_taken(folder, marker.c_str()))
             new_markers_.push_back(entry.folder_marker);
-        if (make_owned_file_at(home_fd_.get(), entry.folder_marker, owner_, kMailnameFileMode, failure) != 0)
+        if (make_owned_file_at(folder, marker, owner_, kMailnameFileMode, failure) != 0)
             undo_and_end_entry(failure.step == OwnedStep::made ? "Unable to make %s/%s file: %s"
                                                                : "Unable to chown %s/%s file: %s",
                                entry.folder_marker, failure.error);

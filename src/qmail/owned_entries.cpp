@@ -46,32 +46,71 @@ int own_handle(int fd, const MailOwnerIds& owner, mode_t mode, OwnedFailure& fai
     return 0;
 }
 
-int make_dir_in(const PlaceAt& place, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure) {
+// A handle on the directory name inside parent on which owner and mode can
+// be set directly: opened for reading, which O_DIRECTORY and O_NOFOLLOW
+// refuse for a link (ELOOP) and for anything but a directory (ENOTDIR)
+// without opening it, so a FIFO or device there never holds the open. A
+// directory that this process may not read is still reached by an O_PATH
+// handle, whose owner and mode change through its /proc entry.
+struct MadeDir {
+    util::UniqueFd fd;
+    bool path_handle = false;
+};
+
+MadeDir open_made_dir(int parent, const std::string& name) {
+    constexpr int kDirectory = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    util::UniqueFd readable(::openat(parent, name.c_str(), O_RDONLY | kDirectory));
+    if (!readable.valid() && errno == ENOTDIR) {
+        // O_DIRECTORY answers a link with ENOTDIR too: a link is ELOOP.
+        struct stat info {};
+        if (::fstatat(parent, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(info.st_mode))
+            errno = ELOOP;
+        else
+            errno = ENOTDIR;
+    }
+    if (readable.valid() || errno != EACCES)
+        return {std::move(readable), false};
+    return {util::UniqueFd(::openat(parent, name.c_str(), O_PATH | kDirectory)), true};
+}
+
+int own_dir(const MadeDir& dir, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure) {
+    if (dir.path_handle)
+        return own_handle(dir.fd.get(), owner, mode, failure);
+    if (::fchown(dir.fd.get(), owner.uid, owner.gid) != 0 || ::fchmod(dir.fd.get(), mode) != 0)
+        return fail(failure, OwnedStep::owned);
+    return 0;
+}
+
+int make_dir_in(const PlaceAt& place, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure,
+                OwnedDir* made) {
     if (!place.parent.valid())
         return fail(failure, OwnedStep::made);
-    if (::mkdirat(place.parent.get(), place.name.c_str(), mode) != 0 && errno != EEXIST)
+    const bool created = ::mkdirat(place.parent.get(), place.name.c_str(), mode) == 0;
+    if (made != nullptr)
+        made->created = created;
+    if (!created && errno != EEXIST)
         return fail(failure, OwnedStep::made);
-    const util::UniqueFd dir = util::open_nofollow(place.parent.get(), place.name.c_str());
-    struct stat info {};
-    if (!dir.valid() || ::fstat(dir.get(), &info) != 0)
+    MadeDir dir = open_made_dir(place.parent.get(), place.name);
+    if (!dir.fd.valid())
         return fail(failure, OwnedStep::made);
-    if (!S_ISDIR(info.st_mode)) {
-        errno = ENOTDIR;
-        return fail(failure, OwnedStep::made);
-    }
-    return own_handle(dir.get(), owner, mode, failure);
+    if (own_dir(dir, owner, mode, failure) != 0)
+        return -1;
+    if (made != nullptr)
+        made->fd = std::move(dir.fd);
+    return 0;
 }
 
 }  // namespace
 
 int make_owned_dir_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
-                      OwnedFailure& failure) {
-    return make_dir_in(place_at(dir_fd, relative), owner, mode, failure);
+                      OwnedFailure& failure, OwnedDir* made) {
+    return make_dir_in(place_at(dir_fd, relative), owner, mode, failure, made);
 }
 
-int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure) {
+int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure,
+                   OwnedDir* made) {
     util::ParentDir parent = util::open_parent(path);
-    return make_dir_in({std::move(parent.fd), parent.name}, owner, mode, failure);
+    return make_dir_in({std::move(parent.fd), parent.name}, owner, mode, failure, made);
 }
 
 int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
@@ -87,14 +126,6 @@ int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerI
     if (::fchown(file.get(), owner.uid, owner.gid) != 0 || ::fchmod(file.get(), mode) != 0)
         return fail(failure, OwnedStep::owned);
     return 0;
-}
-
-util::UniqueFd open_owned_dir(const std::string& path) {
-    const util::ParentDir parent = util::open_parent(path);
-    if (!parent.fd.valid())
-        return util::UniqueFd();
-    return util::UniqueFd(
-        ::openat(parent.fd.get(), parent.name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 }  // namespace crelm::qmail

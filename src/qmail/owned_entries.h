@@ -21,15 +21,26 @@ struct OwnedFailure {
     int error = 0;
 };
 
+// A directory just made or found by make_owned_dir_at: a handle on it, to
+// make what it holds without walking to it again, and whether this call
+// created it.
+struct OwnedDir {
+    util::UniqueFd fd;
+    bool created = false;
+};
+
 // Makes the directory relative (a path below dir_fd, such as
 // "Maildir/.Spam/tmp") with mode, accepting one that is there, then gives
 // it owner and mode. 0, or -1 with failure filled (a link or a
 // non-directory at the place fails the make step with ELOOP or ENOTDIR).
+// When made is given, it receives the directory's handle and whether it
+// was created here.
 int make_owned_dir_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
-                      OwnedFailure& failure);
+                      OwnedFailure& failure, OwnedDir* made = nullptr);
 
 // The same for an absolute path, walked from "/".
-int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure);
+int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure,
+                   OwnedDir* made = nullptr);
 
 // Creates the empty file relative below dir_fd (an existing regular file
 // with one link is kept as it is; one with more links, which may be another
@@ -37,9 +48,5 @@ int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mo
 // mode. 0 or -1 as above (a FIFO or device at the place: EINVAL or ENXIO).
 int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
                        OwnedFailure& failure);
-
-// An O_PATH handle on the directory at path, reached without following a
-// planted link; invalid with errno set otherwise.
-util::UniqueFd open_owned_dir(const std::string& path);
 
 }  // namespace crelm::qmail
