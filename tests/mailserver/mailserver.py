@@ -808,8 +808,12 @@ def cdb_hash(key):
 def cdb_get(path, key):
     """The first value stored under key in the constant database at path
     (the format qmail-newu writes users/cdb in), or None."""
+    return cdb_lookup(read(path), key)
+
+
+def cdb_lookup(data, key):
+    """cdb_get on the database's bytes, read once for many lookups."""
     import struct
-    data = read(path)
     h = cdb_hash(key)
     table, slots = struct.unpack_from("<II", data, (h & 255) * 8)
     if slots == 0:
