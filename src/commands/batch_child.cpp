@@ -14,6 +14,7 @@
 #include "commands/batch_rebuilds.h"
 #include "commands/dispatcher.h"
 #include "commands/top_level.h"
+#include "runtime/error_stream.h"
 #include "runtime/password_input.h"
 #include "util/fd_copy.h"
 #include "util/unique_fd.h"
@@ -96,8 +97,10 @@ int wait_for(pid_t child, int& status) {
 }
 
 
-// Writes out what the C++ and C streams hold.
+// Writes out what the C++ and C streams hold (the command layer's error
+// stream first: its flush repeats its text on standard output).
 void flush_streams() {
+    crelm::error_stream().flush();
     std::cout.flush();
     std::cerr.flush();
     std::clog.flush();
@@ -112,6 +115,15 @@ void flush_streams() {
 [[noreturn]] void end_child(int status) {
     flush_streams();
     ::_exit(status);
+}
+
+// A command that ends the program itself (a fatal report, a usage error,
+// its help) ends its child the same way: registered last, this handler
+// runs first among the exit handlers and ends the process before the rest
+// (libcrypto's clean-up, the static destructors) would free, page by page,
+// memory copied from the batch's.
+void end_child_at_exit(int status, void*) {
+    end_child(status);
 }
 
 // Forks a child that runs body with input, out and err as its standard
@@ -129,6 +141,7 @@ int run_forked(const std::function<int()>& body, UniqueFd& input, BatchOutcome& 
         return -1;
     if (child == 0) {
         put_standard_descriptors({input.get(), out.get(), err.get()});
+        ::on_exit(end_child_at_exit, nullptr);
         end_child(body());
     }
     if (wait_for(child, outcome.status) < 0 || read_all(out.get(), outcome.out) < 0 ||
