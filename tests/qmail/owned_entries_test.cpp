@@ -8,11 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "qmail/owned_entries.h"
+#include "support/sandbox.h"
 
 namespace sorvane::test {
 namespace {
@@ -24,23 +24,17 @@ using crelm::qmail::OwnedFailure;
 using crelm::qmail::OwnedStep;
 using crelm::util::UniqueFd;
 
-constexpr uid_t kOwner = 2110;
-constexpr gid_t kGroup = 2111;
-
-class OwnedEntriesTest : public ::testing::Test {
+class OwnedEntriesTest : public SandboxTest {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/owned-entries.XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        root_ = pattern;
+        SandboxTest::SetUp();
         root_fd_ = UniqueFd(::open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
         ASSERT_TRUE(root_fd_.valid());
     }
-    void TearDown() override { std::filesystem::remove_all(root_); }
 
-    static MailOwnerIds owner() { return MailOwnerIds{kOwner, kGroup}; }
+    static MailOwnerIds owner() { return MailOwnerIds{popuser_uid(), popuser_gid()}; }
 
-    std::string root_;
+    const std::string root_ = "/var/qmail/mailnames";
     UniqueFd root_fd_;
 };
 
@@ -52,8 +46,8 @@ TEST_F(OwnedEntriesTest, ANewDirectoryIsMadeOwnedAndItsHandleReachesIt) {
     ASSERT_TRUE(made.fd.valid());
     struct stat info {};
     ASSERT_EQ(::stat((root_ + "/Maildir").c_str(), &info), 0);
-    EXPECT_EQ(info.st_uid, kOwner);
-    EXPECT_EQ(info.st_gid, kGroup);
+    EXPECT_EQ(info.st_uid, popuser_uid());
+    EXPECT_EQ(info.st_gid, popuser_gid());
     EXPECT_EQ(info.st_mode & 07777, 0700u);
     // What is made through the handle lands inside that directory.
     OwnedDir inner;
@@ -70,7 +64,7 @@ TEST_F(OwnedEntriesTest, AnExistingDirectoryIsOwnedAgainButNotCountedAsMade) {
     EXPECT_FALSE(made.created);
     struct stat info {};
     ASSERT_EQ(::stat((root_ + "/Maildir").c_str(), &info), 0);
-    EXPECT_EQ(info.st_uid, kOwner);
+    EXPECT_EQ(info.st_uid, popuser_uid());
     EXPECT_EQ(info.st_mode & 07777, 0700u);
 }
 
