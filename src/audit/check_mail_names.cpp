@@ -26,8 +26,10 @@ using AliasesByDomain = std::unordered_map<std::string, std::vector<const MailAl
 
 // The directories in a domain's directory that are mail name homes, by
 // name; anything else that is not a dot file and is not a directory (a
-// link or a FIFO where a home would be) is reported.
-std::set<std::string> list_homes(const AuditContext& context, const std::string& domain, util::UniqueFd& dir) {
+// link or a FIFO where a home would be) is reported. has_default tells
+// whether the directory holds the domain's ".qmail-default".
+std::set<std::string> list_homes(const AuditContext& context, const std::string& domain, util::UniqueFd& dir,
+                                 bool& has_default) {
     std::set<std::string> homes;
     const std::string path = context.server.mailnames_dir + "/" + domain;
     dir = mailbox::open_directory(path);
@@ -42,6 +44,7 @@ std::set<std::string> list_homes(const AuditContext& context, const std::string&
     while (entries.next(entry)) {
         if (is_edit_temporary(entry.name, ".qmail-default"))
             temporaries.push_back(path + "/" + std::string(entry.name));
+        has_default |= entry.name == ".qmail-default";
         if (entry.name.empty() || entry.name.front() == '.')
             continue;
         const std::string name(entry.name);
@@ -100,10 +103,28 @@ void alias_home_missing(const AuditContext& context, const MailAliasFacts& alias
                          RepairPhase::mail_aliases);
 }
 
+// An enabled domain answers mail for unknown names through its
+// ".qmail-default" (a bounce or a catch-all) unless rejectnonexist refuses
+// them; without it qmail answers with its own bounce instead (a killed
+// --add-domain leaves exactly this). Turning the domain on again writes it.
+void check_domain_default(const AuditContext& context, const std::string& domain, bool has_default) {
+    const auto facts = context.model.domains.find(domain);
+    if (has_default || facts == context.model.domains.end() || !facts->second.enabled() ||
+        facts->second.in_rejectnonexist)
+        return;
+    context.findings.add(Severity::warning, "domain-missing-default", domain,
+                         "the domain is enabled but " + context.server.mailnames_dir + "/" + domain +
+                             " has no .qmail-default, so mail to unknown names gets qmail's own bounce",
+                         {turn_on_domain(context.server, context.model, domain)}, RepairPhase::domains);
+}
+
 void check_domain(const AuditContext& context, const MailStoreIndex& index, const AliasesByDomain& aliases,
                   const std::string& domain) {
     util::UniqueFd dir;
-    const std::set<std::string> homes = list_homes(context, domain, dir);
+    bool has_default = false;
+    const std::set<std::string> homes = list_homes(context, domain, dir, has_default);
+    if (dir.valid())
+        check_domain_default(context, domain, has_default);
     const auto& names = context.model.mail_names;
     for (auto found = names.lower_bound({domain, std::string()}); found != names.end() && found->first.first == domain;
          ++found) {

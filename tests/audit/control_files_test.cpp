@@ -114,6 +114,37 @@ TEST_F(ControlFilesAuditTest, ADomainWithoutItsDirectory) {
     expect_repaired();
 }
 
+// A killed --add-domain can leave the domain's directory without its
+// default: unknown names then get qmail's own bounce, not the domain's.
+TEST_F(ControlFilesAuditTest, AnEnabledDomainWithoutItsDefault) {
+    const std::string default_path = kMailnamesDir + "/" + kDomain + "/.qmail-default";
+    const std::string bounce = read_file(default_path);
+    ASSERT_EQ(::unlink(default_path.c_str()), 0);
+    EXPECT_EQ(findings(), std::vector<std::string>{"warning domain-missing-default example.test: the domain is "
+                                                   "enabled but /var/qmail/mailnames/example.test has no "
+                                                   ".qmail-default, so mail to unknown names gets qmail's own "
+                                                   "bounce"});
+    const ProcessResult planned = run_sorvane_audit({"--repair-plan"});
+    EXPECT_EQ(repair_lines(planned.out),
+              std::vector<std::string>{"sorvane --turn-on-domain --domain-name=example.test --set-bounce "
+                                       "--domain-aliases=alias-one.test,alias-two.test "
+                                       "'--mail-addresses=box,abuse;info,office,sales;john,j.doe'"});
+    expect_repaired();
+    EXPECT_EQ(read_file(default_path), bounce);
+}
+
+// A domain that rejects unknown names, and a disabled one, need no default.
+TEST_F(ControlFilesAuditTest, ARejectingOrDisabledDomainWithoutADefaultAuditsClean) {
+    ::unlink((kMailnamesDir + "/" + kNeighbour + "/.qmail-default").c_str());
+    EXPECT_EQ(findings(), std::vector<std::string>{});
+    ASSERT_EQ(run_sorvane({"--turn-off-domain", "--domain-name=" + kDomain, "--mail-addresses=" + seeded_mail_addresses(),
+                           "--domain-aliases=" + kAliasOne + "," + kAliasTwo})
+                  .status,
+              0);
+    ::unlink((kMailnamesDir + "/" + kDomain + "/.qmail-default").c_str());
+    EXPECT_EQ(findings(), std::vector<std::string>{});
+}
+
 TEST_F(ControlFilesAuditTest, LocalsListingADomainOrADomainAlias) {
     add_line(kLocals, kDomain);
     add_line(kLocals, kAliasOne);
