@@ -626,7 +626,8 @@ def fault_sweep(server, results, sampled):
     points = varied(fault_points(tree), sampled) + (rebuild_points if sampled is None or sampled > LIGHT_FAULTS
                                                      else rebuild_points[:1])
     failures = []
-    figures = {"injected": 0, "torn": 0, "failed commands": 0, "passed over": 0, "shared": 0, "domain rows": 0}
+    figures = {"injected": 0, "torn": 0, "failed commands": 0, "passed over": 0, "shared": 0, "domain rows": 0,
+               "batch stopped": 0}
     trace = STATE + "/batch-fault.trace"
     for (name, occurrence), path, role, filtered in points:
         for error in ERRORS:
@@ -647,7 +648,7 @@ def fault_sweep(server, results, sampled):
                 hit_lines, hit_others = injected_lines(trace, run_pids, Tree(trace, run_pids, len(said)))
             if not hit_lines and not hit_others:
                 failures.append("%s: the fault was not injected (the run differs from the reference)" % where)
-            problems = fault_problems(faulted, said, hit_lines, hit_others, figures)
+            problems = fault_problems(faulted, said, hit_lines, hit_others, figures, error)
             found = server_state()
             torn, _, gone = judge(files_of(before), files_of(after), files_of(found))
             figures["torn"] += len(torn)
@@ -672,11 +673,12 @@ def fault_sweep(server, results, sampled):
             if problems:
                 failures.append("%s: %s" % (where, "; ".join(problems)))
     results.figure("batches: %d faults injected (%s on %d writes, renames and fsyncs of the batch's processes), "
-                   "%d commands ended with a message, %d faults in the shared rebuild, %d commands met a fault and "
-                   "ended 0, %d files torn, %d states repaired but for a domain row without users in the "
-                   "authentication store" % (figures["injected"], " and ".join(ERRORS), len(points),
-                                             figures["failed commands"], figures["shared"], figures["passed over"],
-                                             figures["torn"], figures["domain rows"]))
+                   "%d commands ended with a message, %d faults in the shared rebuild, %d batches stopped as "
+                   "documented when the batch process met the fault, %d commands met a fault and ended 0, %d files "
+                   "torn, %d states repaired but for a domain row without users in the authentication store"
+                   % (figures["injected"], " and ".join(ERRORS), len(points), figures["failed commands"],
+                      figures["shared"], figures["batch stopped"], figures["passed over"], figures["torn"],
+                      figures["domain rows"]))
     if failures:
         raise SuiteError("%d faults handled badly:\n  %s" % (len(failures), "\n  ".join(failures[:12])))
     return "%d faults injected, each reported, no file torn, every state repaired" % figures["injected"]
@@ -701,14 +703,31 @@ def first_command_alone(server, document, told, strace_options):
     return []
 
 
-def fault_problems(faulted, said, hit_lines, hit_others, figures):
+# What strerror says for each injected error.
+ERROR_TEXTS = {"ENOSPC": "No space left on device", "EIO": "Input/output error"}
+
+
+def stopped_as_documented(faulted, said, error):
+    """Whether the batch process itself met the fault while it made the next
+    command's files (strace counts a call for injection among all the
+    process's calls of that name, whatever path its trace is limited to):
+    the batch then stops as sorvane(8) says, with status 2, the objects of
+    the lines before and the line and the error on its standard error."""
+    told = "Error: unable to run batch line %d: %s\n" % (len(said) + 1, ERROR_TEXTS[error])
+    return faulted.returncode == 2 and len(said) < len(BATCH) and faulted.stderr.endswith(told)
+
+
+def fault_problems(faulted, said, hit_lines, hit_others, figures, error):
     """What is wrong with the output of a batch that met a fault: every
     command that failed says why, a command that met the fault and ended 0
     is one whose step the command passes over, and the batch's status
-    follows its objects'."""
+    follows its objects' (or the batch stopped as documented when its own
+    process met the fault)."""
     problems = []
     statuses = [o.get("status") for o in said]
-    if len(said) != len(BATCH):
+    stopped = stopped_as_documented(faulted, said, error)
+    figures["batch stopped"] += stopped
+    if len(said) != len(BATCH) and not stopped:
         problems.append("%d objects for %d commands: %s" % (len(said), len(BATCH), faulted.stderr[-400:]))
     for number, obj in enumerate(said, 1):
         if obj.get("status") != 0:
@@ -724,7 +743,7 @@ def fault_problems(faulted, said, hit_lines, hit_others, figures):
         figures["shared"] += 1
         if all(s == 0 for s in statuses):
             problems.append("the shared rebuild met the fault but no command says so")
-    expected_status = 0 if all(s == 0 for s in statuses) else 1
+    expected_status = 2 if stopped else 0 if all(s == 0 for s in statuses) else 1
     if faulted.returncode != expected_status:
         problems.append("the batch ended %d, its objects' statuses %s" % (faulted.returncode, statuses))
     return problems
