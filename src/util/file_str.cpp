@@ -233,7 +233,7 @@ crelm::util::LineFate rewritten_piece(const crelm::util::LineRewrite& rewrite, s
 // The texts whose lines a rewrite on top judges (the others it keeps as
 // they are): a left-out line's or the one every such line holds, and the
 // rewrite's needle; none, so that every line is judged, when one of them
-// is empty.
+// is empty. left_out holds a rewrite.
 std::vector<std::string> rewrite_markers(const LeftOut& left_out) {
     std::vector<std::string> markers =
         markers_of(left_out.lines, LineAction::remove_exact, left_out.held_by_every_line);
