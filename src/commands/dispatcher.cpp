@@ -69,7 +69,7 @@ int dispatch(int argc, char** argv) {
     const auto found = table.find(command_switch);
     if (found == table.end())
         dispatch_error(("invalid command " + command_switch).c_str());
-    if (needs_locks(command_switch) && !crelm::util::open_lock_directory().valid())
+    if (needs_locks(command_switch) && crelm::util::lock_directory_handle() < 0)
         return 1;
     set_mail_auth_paths(kMailServerQmail);
     return found->second(argc - 1, argv + 1);

@@ -59,11 +59,9 @@ bool with_counts(int fd, const std::function<void(Counts&)>& change) {
 }  // namespace
 
 std::optional<NewuGenerations> NewuGenerations::open() {
-    const crelm::util::UniqueFd directory = crelm::util::open_lock_directory();
-    if (!directory.valid())
-        return std::nullopt;
+    bool refused = false;
     crelm::util::UniqueFd file(
-        ::openat(directory.get(), kFileName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+        crelm::util::open_in_lock_directory(kFileName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, refused));
     if (!file.valid())
         return std::nullopt;
     return NewuGenerations(std::move(file));

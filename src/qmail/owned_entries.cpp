@@ -13,26 +13,39 @@
 namespace crelm::qmail {
 namespace {
 
+// Where an entry is made: the directory that holds it and its name there.
+// The directory is dir_fd itself when relative has no "/" (borrowed, not
+// duplicated: the tree is made a system call cheaper per entry), else a
+// handle of its own on the walked directory.
 struct PlaceAt {
-    util::UniqueFd parent;  // invalid (errno set) when the walk failed
+    util::UniqueFd walked;  // the walked directory, when there was a walk
+    int parent = -1;        // -1 (errno set) when the walk failed
     std::string name;
 };
 
 // The directory that holds the last component of relative, walked from
 // dir_fd by the link rule of util/nofollow.h.
 PlaceAt place_at(int dir_fd, const std::string& relative) {
+    if (dir_fd < 0) {
+        errno = EBADF;
+        return {util::UniqueFd(), -1, relative};
+    }
     const std::size_t slash = relative.rfind('/');
     if (slash == std::string::npos)
-        return {util::UniqueFd(::fcntl(dir_fd, F_DUPFD_CLOEXEC, 0)), relative};
-    util::UniqueFd current(::fcntl(dir_fd, F_DUPFD_CLOEXEC, 0));
+        return {util::UniqueFd(), dir_fd, relative};
+    util::UniqueFd current;
+    int at = dir_fd;
     std::size_t start = 0;
-    while (current.valid() && start < slash) {
+    while (at >= 0 && start < slash) {
         const std::size_t end = std::min(relative.find('/', start), slash);
-        if (end > start)
-            current = util::open_component(current.get(), relative.substr(start, end - start));
+        if (end > start) {
+            current = util::open_component(at, relative.substr(start, end - start));
+            at = current.get();
+        }
         start = end + 1;
     }
-    return {std::move(current), relative.substr(slash + 1)};
+    const int parent = at;
+    return {std::move(current), parent, relative.substr(slash + 1)};
 }
 
 int fail(OwnedFailure& failure, OwnedStep step) {
@@ -83,14 +96,14 @@ int own_dir(const MadeDir& dir, const MailOwnerIds& owner, mode_t mode, OwnedFai
 
 int make_dir_in(const PlaceAt& place, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure,
                 OwnedDir* made) {
-    if (!place.parent.valid())
+    if (place.parent < 0)
         return fail(failure, OwnedStep::made);
-    const bool created = ::mkdirat(place.parent.get(), place.name.c_str(), mode) == 0;
+    const bool created = ::mkdirat(place.parent, place.name.c_str(), mode) == 0;
     if (made != nullptr)
         made->created = created;
     if (!created && errno != EEXIST)
         return fail(failure, OwnedStep::made);
-    MadeDir dir = open_made_dir(place.parent.get(), place.name);
+    MadeDir dir = open_made_dir(place.parent, place.name);
     if (!dir.fd.valid())
         return fail(failure, OwnedStep::made);
     if (own_dir(dir, owner, mode, failure) != 0)
@@ -110,17 +123,18 @@ int make_owned_dir_at(int dir_fd, const std::string& relative, const MailOwnerId
 int make_owned_dir(const std::string& path, const MailOwnerIds& owner, mode_t mode, OwnedFailure& failure,
                    OwnedDir* made) {
     util::ParentDir parent = util::open_parent(path);
-    return make_dir_in({std::move(parent.fd), parent.name}, owner, mode, failure, made);
+    const int at = parent.fd.valid() ? parent.fd.get() : -1;
+    return make_dir_in({std::move(parent.fd), at, parent.name}, owner, mode, failure, made);
 }
 
 int make_owned_file_at(int dir_fd, const std::string& relative, const MailOwnerIds& owner, mode_t mode,
                        OwnedFailure& failure) {
     const PlaceAt place = place_at(dir_fd, relative);
-    if (!place.parent.valid())
+    if (place.parent < 0)
         return fail(failure, OwnedStep::made);
     // A link, FIFO or device at the place is refused; a hard link to
     // another file is replaced by a file of its own before it is chowned.
-    const util::UniqueFd file = util::open_mail_user_file_for_writing(place.parent.get(), place.name, mode);
+    const util::UniqueFd file = util::open_mail_user_file_for_writing(place.parent, place.name, mode);
     if (!file.valid())
         return fail(failure, OwnedStep::made);
     if (::fchown(file.get(), owner.uid, owner.gid) != 0 || ::fchmod(file.get(), mode) != 0)

@@ -3,6 +3,8 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sqlite3.h>
 
 #include <array>
@@ -46,6 +48,15 @@ void warm_up_sqlite() {
     sqlite3_close(db);
 }
 
+// The C library's name service reads its configuration and looks for its
+// caching daemon at the first user or group lookup of a process; the
+// entries themselves are read afresh at every lookup, so nothing looked up
+// here is carried over.
+void warm_up_name_service() {
+    ::getpwuid(0);
+    ::getgrgid(0);
+}
+
 }  // namespace
 
 void warm_up_libraries_before_forks() {
@@ -54,4 +65,5 @@ void warm_up_libraries_before_forks() {
     warm_up_cipher();
     warm_up_random();
     warm_up_sqlite();
+    warm_up_name_service();
 }

@@ -1,7 +1,8 @@
 // libcrypto and SQLite set themselves up lazily: the first digest, cipher
 // and random bytes of a process load and instantiate the provider's
 // algorithms and the random generators; the first database opened
-// initialises SQLite's global tables; and the dynamic loader binds each
+// initialises SQLite's global tables; the first user or group lookup reads
+// the name service's configuration; and the dynamic loader binds each
 // library's calls at their first use. A process that forks many short
 // commands does all that once itself, so that every command inherits it
 // instead of paying for it again.

@@ -35,11 +35,10 @@ int open_lock_file(const std::string& lock_path, LockPlace place) {
     constexpr int kFlags = O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
     if (place == LockPlace::the_file_itself)
         return ::open(lock_path.c_str(), kFlags, 0600);
-    const crelm::util::UniqueFd directory = crelm::util::open_lock_directory();
-    if (!directory.valid())
-        return kDirectoryRefused;
+    bool refused = false;
     const std::string name = lock_path.substr(lock_path.rfind('/') + 1);
-    return ::openat(directory.get(), name.c_str(), kFlags, 0600);
+    const int fd = crelm::util::open_in_lock_directory(name, kFlags, refused);
+    return refused ? kDirectoryRefused : fd;
 }
 
 // Descriptor 0 means "not held" to the callers, so a lock file must never

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -74,6 +75,44 @@ UniqueFd open_lock_directory() {
     if (!parent.valid())
         return UniqueFd();
     return checked_directory(parent.get(), kLockDirectoryName, kLockDirectory);
+}
+
+namespace {
+
+UniqueFd& kept_lock_directory() {
+    static UniqueFd kept;
+    return kept;
+}
+
+}  // namespace
+
+int lock_directory_handle() {
+    UniqueFd& kept = kept_lock_directory();
+    if (!kept.valid())
+        kept = open_lock_directory();
+    // Kept above the standard descriptors, which a batch's command puts its
+    // own files over (the program may have started with one of them closed).
+    if (kept.valid() && kept.get() <= STDERR_FILENO)
+        kept = UniqueFd(::fcntl(kept.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    return kept.valid() ? kept.get() : -1;
+}
+
+int open_in_lock_directory(const std::string& name, int flags, bool& refused) {
+    refused = false;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const int directory = lock_directory_handle();
+        if (directory < 0) {
+            refused = true;
+            return -1;
+        }
+        const int fd = ::openat(directory, name.c_str(), flags, 0600);
+        // A kept directory that has been removed no longer takes new
+        // entries: it is made again.
+        if (fd >= 0 || errno != ENOENT || attempt > 0)
+            return fd;
+        kept_lock_directory() = UniqueFd();
+    }
+    return -1;
 }
 
 std::string lock_file_name(const std::string& path) {

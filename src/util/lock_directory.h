@@ -20,6 +20,20 @@ inline constexpr const char* kLockDirectory = "/run/sorvane/locks";
 // reported and the handle is invalid, with errno set.
 UniqueFd open_lock_directory();
 
+// This process's handle on the lock directory: opened by
+// open_lock_directory at its first use and kept, so that every lock after
+// it skips the walk and the checks (a batch's commands inherit it from the
+// batch). Once the directory has passed the checks, only root can change
+// what it holds. -1 when the directory is refused (reported, errno set); a
+// refusal is not kept, so each use checks and reports again.
+int lock_directory_handle();
+
+// Opens name in the lock directory with flags (as openat, mode 0600 for a
+// new file) through the kept handle; a directory removed since it was
+// checked is made and checked again, once. The descriptor, or -1 with
+// errno set; refused tells that the directory itself was refused.
+int open_in_lock_directory(const std::string& name, int flags, bool& refused);
+
 // The name of the lock file of path inside the lock directory: the 32
 // lower-case hexadecimal digits of the MD5 digest of the canonical form of
 // path (absolute, without "." or "..", links of the existing part resolved),

@@ -111,5 +111,35 @@ TEST_F(OwnedEntriesTest, APlantedFileIsRefusedAsNoDirectoryAndKeepsItsOwner) {
     EXPECT_EQ(info.st_mode & 07777, 0644u);
 }
 
+// Making a whole tree through handles leaves no descriptor open, however
+// deep it goes.
+TEST_F(OwnedEntriesTest, ATreeMadeThroughHandlesLeavesNoDescriptorOpen) {
+    const auto open_descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    const auto before = open_descriptors();
+    OwnedFailure failure;
+    {
+        OwnedDir top;
+        ASSERT_EQ(make_owned_dir_at(root_fd_.get(), "a", owner(), 0700, failure, &top), 0);
+        ASSERT_EQ(make_owned_dir_at(top.fd.get(), "b", owner(), 0700, failure), 0);
+        ASSERT_EQ(make_owned_dir_at(top.fd.get(), "b/c", owner(), 0700, failure), 0);
+        ASSERT_EQ(make_owned_dir_at(root_fd_.get(), "a/b/c/d", owner(), 0700, failure), 0);
+        ASSERT_EQ(crelm::qmail::make_owned_file_at(top.fd.get(), "b/c/d/f", owner(), 0600, failure), 0);
+    }
+    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_TRUE(std::filesystem::is_regular_file(root_ + "/a/b/c/d/f"));
+}
+
+// A handle that is not there fails the make step, as a failed walk does.
+TEST_F(OwnedEntriesTest, NoHandleFailsTheMakeStep) {
+    OwnedFailure failure;
+    EXPECT_EQ(make_owned_dir_at(-1, "Maildir", owner(), 0700, failure), -1);
+    EXPECT_EQ(failure.step, OwnedStep::made);
+    EXPECT_EQ(failure.error, EBADF);
+    EXPECT_FALSE(std::filesystem::exists(root_ + "/Maildir"));
+}
+
 }  // namespace
 }  // namespace sorvane::test

@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 namespace {
 
 using sorvane::test::expect_reported;
@@ -109,6 +111,50 @@ TEST_F(LockDirectoryTest, ADirectoryOthersCanWriteToIsRefused) {
     EXPECT_EQ(descriptor, 0);
     expect_reported(printed, refused("/run/sorvane/locks", "it is writable by group or others"));
     EXPECT_TRUE(list_tree("/run/sorvane/locks").empty());
+}
+
+// The checked directory is kept for the process's later locks; one removed
+// by hand since then is made and checked again, not given up on.
+TEST_F(LockDirectoryTest, ADirectoryRemovedSinceItsCheckIsMadeAgain) {
+    ASSERT_GT(lock_once().first, 0);
+    std::filesystem::remove_all("/run/sorvane");
+    const auto [descriptor, printed] = lock_once();
+    EXPECT_GT(descriptor, 0);
+    EXPECT_EQ(printed.out, "");
+    EXPECT_EQ(printed.err, "");
+    EXPECT_EQ(list_tree("/run/sorvane"), (std::vector<std::string>{"locks/", "locks/" + md5_hex(kEdited)}));
+    EXPECT_EQ(file_info("/run/sorvane/locks").mode, 0700u);
+}
+
+// A refusal is not kept: the next lock checks again, and takes a directory
+// made right since.
+TEST_F(LockDirectoryTest, ARefusedDirectoryIsCheckedAgainAtTheNextLock) {
+    sorvane::test::write_file("/run/sorvane", "");
+    EXPECT_EQ(lock_once().first, 0);
+    ASSERT_EQ(unlink("/run/sorvane"), 0);
+    EXPECT_GT(lock_once().first, 0);
+    EXPECT_EQ(file_info("/run/sorvane/locks").type, 'd');
+}
+
+// The kept handle never sits on a standard descriptor, which a batch's
+// command puts its own files over.
+TEST_F(LockDirectoryTest, TheKeptHandleStaysAboveTheStandardDescriptors) {
+    // With all three closed, the walk's own handles would take them.
+    int saved[3];
+    for (int fd = 0; fd < 3; ++fd)
+        ASSERT_GE(saved[fd] = ::fcntl(fd, F_DUPFD_CLOEXEC, 10), 0);
+    for (int fd = 0; fd < 3; ++fd)
+        ::close(fd);
+    const int kept = crelm::util::lock_directory_handle();
+    for (int fd = 0; fd < 3; ++fd) {
+        ASSERT_EQ(::dup2(saved[fd], fd), fd);
+        ::close(saved[fd]);
+    }
+    EXPECT_GT(kept, STDERR_FILENO);
+    struct stat info {};
+    ASSERT_EQ(::fstat(kept, &info), 0);
+    EXPECT_TRUE(S_ISDIR(info.st_mode));
+    EXPECT_EQ(crelm::util::lock_directory_handle(), kept);
 }
 
 // Every way of naming one file takes the same lock.
