@@ -11,7 +11,6 @@
 #include <memory>
 #include <string>
 
-#include "runtime/md5_hex.h"
 #include "stores/mail_passwd_cipher.h"
 
 namespace {
@@ -61,7 +60,6 @@ void warm_up_name_service() {
 
 void warm_up_libraries_before_forks() {
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
-    md5_hex(std::string_view(), std::string_view());
     warm_up_cipher();
     warm_up_random();
     warm_up_sqlite();

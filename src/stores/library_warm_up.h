@@ -1,4 +1,4 @@
-// libcrypto and SQLite set themselves up lazily: the first digest, cipher
+// libcrypto and SQLite set themselves up lazily: the first cipher
 // and random bytes of a process load and instantiate the provider's
 // algorithms and the random generators; the first database opened
 // initialises SQLite's global tables; the first user or group lookup reads
