@@ -232,22 +232,24 @@ std::string make_chain(const std::string& top, int depth) {
 constexpr int kDeepChain = 400;
 
 // Reaching the top holds one descriptor (two for a moment); the directory
-// worked on one more, and entering a directory below it two more for a
-// moment (the directory and a copy to list it): four in all, at any depth.
+// worked on one more, and entering a directory below it (or opening a file
+// in it, or climbing back to its parent) one more for a moment: three in
+// all, at any depth. A directory is listed through its own descriptor.
 TEST_F(TreeWalkOutOfDescriptorsTest, ReachingTheTopFailsFatally) {
     EXPECT_EXIT(chown_short_of_descriptors(top_, 0), ::testing::ExitedWithCode(1),
                 "^Unable to get entry " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, OpeningTheDirectoryFailsFatally) {
+TEST_F(TreeWalkOutOfDescriptorsTest, OpeningADirectoryBelowFailsFatally) {
+    ASSERT_EQ(mkdir((top_ + "/below").c_str(), 0755), 0);
     EXPECT_EXIT(chown_short_of_descriptors(top_, 2), ::testing::ExitedWithCode(1),
-                "^Unable to open dir " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
+                "^Unable to open dir below: Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
-// Changes the chain below top with four spare descriptors, then ends the
+// Changes the chain below top with three spare descriptors, then ends the
 // process: 0 when the file at its bottom got popuser and mode 0640.
-void change_chain_with_four_descriptors(const std::string& top) {
-    NoFreeDescriptors guard(4);
+void change_chain_with_three_descriptors(const std::string& top) {
+    NoFreeDescriptors guard(3);
     NoFreeDescriptors::restore_at_exit();
     chown_tree(top, popuser_uid(), popuser_gid(), TopDirectory::change);
     chmod_tree(top, 0640, 0750, TopDirectory::change);
@@ -263,16 +265,16 @@ void change_chain_with_four_descriptors(const std::string& top) {
     std::exit(changed ? 0 : 2);
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAChainOfAnyDepthNeedsFourDescriptors) {
+TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAChainOfAnyDepthNeedsThreeDescriptors) {
     make_chain(top_, kDeepChain);
-    EXPECT_EXIT(change_chain_with_four_descriptors(top_), ::testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(change_chain_with_three_descriptors(top_), ::testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, RemovingAChainOfAnyDepthNeedsFourDescriptors) {
+TEST_F(TreeWalkOutOfDescriptorsTest, RemovingAChainOfAnyDepthNeedsThreeDescriptors) {
     make_chain(top_, kDeepChain);
     int result = -1;
     const auto printed = printed_by([&] {
-        NoFreeDescriptors guard(4);
+        NoFreeDescriptors guard(3);
         result = remove_tree(top_);
     });
     EXPECT_EQ(result, 0);
