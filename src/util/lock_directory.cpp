@@ -79,22 +79,46 @@ UniqueFd open_lock_directory() {
 
 namespace {
 
-UniqueFd& kept_lock_directory() {
-    static UniqueFd kept;
+// The checked directory's handle and identity.
+struct KeptDirectory {
+    UniqueFd fd;
+    dev_t dev = 0;
+    ino_t ino = 0;
+};
+
+KeptDirectory& kept_lock_directory() {
+    static KeptDirectory kept;
     return kept;
+}
+
+// Whether the lock directory's path still names the kept directory: one
+// that root removed or replaced since is given up, so that this process
+// locks where every other one does.
+bool still_named(const KeptDirectory& kept) {
+    struct stat info {};
+    return ::fstatat(AT_FDCWD, kLockDirectory, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode) &&
+           info.st_dev == kept.dev && info.st_ino == kept.ino;
 }
 
 }  // namespace
 
 int lock_directory_handle() {
-    UniqueFd& kept = kept_lock_directory();
-    if (!kept.valid())
-        kept = open_lock_directory();
+    KeptDirectory& kept = kept_lock_directory();
+    if (kept.fd.valid() && still_named(kept))
+        return kept.fd.get();
+    kept = KeptDirectory{open_lock_directory()};
     // Kept above the standard descriptors, which a batch's command puts its
     // own files over (the program may have started with one of them closed).
-    if (kept.valid() && kept.get() <= STDERR_FILENO)
-        kept = UniqueFd(::fcntl(kept.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    return kept.valid() ? kept.get() : -1;
+    if (kept.fd.valid() && kept.fd.get() <= STDERR_FILENO)
+        kept.fd = UniqueFd(::fcntl(kept.fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    struct stat info {};
+    if (!kept.fd.valid() || ::fstat(kept.fd.get(), &info) != 0) {
+        kept = KeptDirectory{};
+        return -1;
+    }
+    kept.dev = info.st_dev;
+    kept.ino = info.st_ino;
+    return kept.fd.get();
 }
 
 int open_in_lock_directory(const std::string& name, int flags, bool& refused) {
@@ -110,7 +134,7 @@ int open_in_lock_directory(const std::string& name, int flags, bool& refused) {
         // entries: it is made again.
         if (fd >= 0 || errno != ENOENT || attempt > 0)
             return fd;
-        kept_lock_directory() = UniqueFd();
+        kept_lock_directory() = KeptDirectory{};
     }
     return -1;
 }

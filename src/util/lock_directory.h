@@ -23,8 +23,10 @@ UniqueFd open_lock_directory();
 // This process's handle on the lock directory: opened by
 // open_lock_directory at its first use and kept, so that every lock after
 // it skips the walk and the checks (a batch's commands inherit it from the
-// batch). Once the directory has passed the checks, only root can change
-// what it holds. -1 when the directory is refused (reported, errno set); a
+// batch); once the directory has passed them, only root can change what it
+// holds. Each use checks with one stat that the path still names it: a
+// directory removed or replaced since is given up and the path opened and
+// checked again. -1 when the directory is refused (reported, errno set); a
 // refusal is not kept, so each use checks and reports again.
 int lock_directory_handle();
 

@@ -126,6 +126,18 @@ TEST_F(LockDirectoryTest, ADirectoryRemovedSinceItsCheckIsMadeAgain) {
     EXPECT_EQ(file_info("/run/sorvane/locks").mode, 0700u);
 }
 
+// One that root moved aside since is given up: the next lock is taken where
+// every other process takes it, in the directory the path names now.
+TEST_F(LockDirectoryTest, ADirectoryReplacedSinceItsCheckIsGivenUp) {
+    ASSERT_GT(lock_once().first, 0);
+    ASSERT_EQ(rename("/run/sorvane/locks", "/run/sorvane/old"), 0);
+    const std::string other = "/var/qmail/control/locals";
+    FileLock lock = lock_file(other, LockPlace::lock_directory);
+    EXPECT_GT(lock.descriptor(), 0);
+    EXPECT_EQ(list_tree("/run/sorvane"), (std::vector<std::string>{"locks/", "locks/" + md5_hex(other), "old/",
+                                                                   "old/" + md5_hex(kEdited)}));
+}
+
 // A refusal is not kept: the next lock checks again, and takes a directory
 // made right since.
 TEST_F(LockDirectoryTest, ARefusedDirectoryIsCheckedAgainAtTheNextLock) {
