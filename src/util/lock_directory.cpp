@@ -109,10 +109,13 @@ int lock_directory_handle() {
     kept = KeptDirectory{open_lock_directory()};
     // Kept above the standard descriptors, which a batch's command puts its
     // own files over (the program may have started with one of them closed).
-    if (kept.fd.valid() && kept.fd.get() <= STDERR_FILENO)
+    if (!kept.fd.valid())
+        return -1;
+    if (kept.fd.get() <= STDERR_FILENO)
         kept.fd = UniqueFd(::fcntl(kept.fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     struct stat info {};
     if (!kept.fd.valid() || ::fstat(kept.fd.get(), &info) != 0) {
+        report_error(0, 0, "Unable to create lock directory %s: %s\n", kLockDirectory, std::strerror(errno));
         kept = KeptDirectory{};
         return -1;
     }
