@@ -59,23 +59,30 @@ struct Visitor {
 };
 
 // One directory on the way down from the top: its name in its parent, its
-// identity (to know its parent again on the way up) and its entries, read
-// whole when it is entered so that no listing stays open below it.
+// identity (to know its parent again on the way up), its entries, read
+// whole when it is entered so that no listing stays open below it, and,
+// for the first levels, its handle, kept while the walk is below it.
 struct Level {
     std::string name;
     dev_t dev = 0;
     ino_t ino = 0;
-    std::vector<std::string> names;
+    std::vector<crelm::util::ListedEntry> entries;
     std::size_t next = 0;
+    UniqueFd held;
 };
+
+// The levels whose handles stay open while the walk is below them: a mail
+// name's tree is four deep from its domain's directory, so its walk never
+// reopens a parent through "..". Deeper levels are reopened and checked.
+constexpr std::size_t kHeldLevels = 4;
 
 constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // The level of the directory open on fd, with its entries.
 bool enter_level(int fd, const std::string& name, const char* shown, OnFailure on_failure, Level& level) {
     struct stat info {};
-    level = Level{name, 0, 0, {}, 0};
-    if (::fstat(fd, &info) != 0 || !crelm::util::read_directory_names(fd, level.names))
+    level = Level{name, 0, 0, {}, 0, UniqueFd()};
+    if (::fstat(fd, &info) != 0 || !crelm::util::read_directory_entries(fd, level.entries))
         return walk_failure(on_failure, "Unable to open dir %s: %s\n", shown, std::strerror(errno));
     level.dev = info.st_dev;
     level.ino = info.st_ino;
@@ -83,8 +90,11 @@ bool enter_level(int fd, const std::string& name, const char* shown, OnFailure o
 }
 
 // The parent of the directory open on fd: the directory the walk came down
-// from, not one a mail user moved it into meanwhile.
-UniqueFd open_parent_level(int fd, const Level& parent, const std::string& shown, OnFailure on_failure) {
+// from, not one a mail user moved it into meanwhile. A held level is that
+// directory's own handle; another is reopened through "..", and checked.
+UniqueFd open_parent_level(int fd, Level& parent, const std::string& shown, OnFailure on_failure) {
+    if (parent.held.valid())
+        return std::move(parent.held);
     UniqueFd up = crelm::util::open_checked_parent(fd, parent.dev, parent.ino);
     if (!up.valid() && errno == ESTALE) {
         errno = 0;
@@ -95,11 +105,51 @@ UniqueFd open_parent_level(int fd, const Level& parent, const std::string& shown
     return up;
 }
 
+// What an entry of the directory open on parent turned out to be when the
+// walk reached it.
+enum class Reached { gone, directory, other, failed };
+
+// Opens the entry as a directory when it is one, without following a
+// link; info describes any other entry. An entry the directory listed as a
+// directory is opened at once (one system call less for each directory of
+// a tree); one that changed since it was listed is looked at like the rest.
+Reached reach_entry(int parent, const crelm::util::ListedEntry& entry, UniqueFd& below, struct stat& info,
+                    OnFailure on_failure) {
+    const char* name = entry.name.c_str();
+    if (entry.type == DT_DIR) {
+        below = UniqueFd(::openat(parent, name, kDirectoryFlags));
+        if (below.valid())
+            return Reached::directory;
+        if (errno == ENOENT)
+            return Reached::gone;
+        if (errno != ENOTDIR && errno != ELOOP) {
+            walk_failure(on_failure, "Unable to open dir %s: %s\n", name, std::strerror(errno));
+            return Reached::failed;
+        }
+    }
+    if (::fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT)
+            return Reached::gone;  // taken away by its owner meanwhile
+        walk_failure(on_failure, "Unable to check directory entry %s: %s\n", name, std::strerror(errno));
+        return Reached::failed;
+    }
+    if (!S_ISDIR(info.st_mode))
+        return Reached::other;
+    below = UniqueFd(::openat(parent, name, kDirectoryFlags));
+    if (below.valid())
+        return Reached::directory;
+    if (errno == ELOOP || errno == ENOTDIR || errno == ENOENT)
+        return Reached::gone;
+    walk_failure(on_failure, "Unable to open dir %s: %s\n", name, std::strerror(errno));
+    return Reached::failed;
+}
+
 // The tree below the top directory, depth first, with a bounded number of
-// descriptors whatever its depth: only the directory being worked on is
-// open (its parent is reopened through ".." on the way up), and a
-// directory's entries are read whole before any of them is entered. Links
-// are never followed: one in a directory's place is skipped.
+// descriptors whatever its depth: the directory being worked on is open,
+// and so are the first kHeldLevels directories above it; a deeper parent
+// is reopened through ".." on the way up. A directory's entries are read
+// whole before any of them is entered. Links are never followed: one in a
+// directory's place is skipped.
 bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itself) {
     const OnFailure on_failure = visitor.on_failure;
     UniqueFd current(::openat(top.parent, top.name, kDirectoryFlags));
@@ -112,7 +162,7 @@ bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itsel
         return false;
     for (;;) {
         Level& level = levels.back();
-        if (level.next == level.names.size()) {
+        if (level.next == level.entries.size()) {
             if (levels.size() == 1)
                 return visitor.directory(top, current.get(), itself);
             const std::string name = level.name;
@@ -126,27 +176,26 @@ bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itsel
             current = std::move(up);
             continue;
         }
-        const std::string name = level.names[level.next++];
+        const crelm::util::ListedEntry& listed = level.entries[level.next++];
+        UniqueFd below;
         struct stat info {};
-        if (::fstatat(current.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
-            if (errno == ENOENT)
-                continue;  // taken away by its owner meanwhile
-            return walk_failure(on_failure, "Unable to check directory entry %s: %s\n", name.c_str(),
-                                std::strerror(errno));
-        }
-        if (!S_ISDIR(info.st_mode)) {
-            if (!visitor.file(Entry{current.get(), name.c_str(), name.c_str(), false}, info))
+        switch (reach_entry(current.get(), listed, below, info, on_failure)) {
+        case Reached::gone:
+            continue;
+        case Reached::failed:
+            return false;
+        case Reached::other:
+            if (!visitor.file(Entry{current.get(), listed.name.c_str(), listed.name.c_str(), false}, info))
                 return false;
             continue;
+        case Reached::directory:
+            break;
         }
-        UniqueFd below(::openat(current.get(), name.c_str(), kDirectoryFlags));
-        if (!below.valid() && (errno == ELOOP || errno == ENOTDIR || errno == ENOENT))
-            continue;
-        if (!below.valid())
-            return walk_failure(on_failure, "Unable to open dir %s: %s\n", name.c_str(), std::strerror(errno));
         Level entered;
-        if (!enter_level(below.get(), name, name.c_str(), on_failure, entered))
+        if (!enter_level(below.get(), listed.name, listed.name.c_str(), on_failure, entered))
             return false;
+        if (levels.size() <= kHeldLevels)
+            level.held = std::move(current);
         levels.push_back(std::move(entered));
         current = std::move(below);
     }

@@ -10,11 +10,13 @@
 // keeps its owner and mode: "Refused to change directory entry %s: it has
 // more than one hard link\n" is reported and the walk goes on.
 //
-// However deep the tree, a walk holds a few descriptors only: a directory's
-// entries are read whole when it is entered, only the directory being
-// worked on stays open, and its parent is reopened through ".." on the way
-// up (checked to be the directory the walk came from: "Directory %s was
-// moved while it was walked\n" otherwise). No working directory is changed.
+// However deep the tree, a walk holds seven descriptors at most: a
+// directory's entries are read whole when it is entered, the directory
+// being worked on stays open and so do the first four levels above it (a
+// mail name's whole tree, from its domain's directory); a deeper parent is
+// reopened through ".." on the way up (checked to be the directory the walk
+// came from: "Directory %s was moved while it was walked\n" otherwise). No
+// working directory is changed.
 #pragma once
 
 #include <sys/types.h>

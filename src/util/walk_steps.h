@@ -18,6 +18,17 @@ namespace crelm::util {
 // the directory cannot be listed.
 bool read_directory_names(int fd, std::vector<std::string>& names);
 
+// A name in a directory and the type the directory gives for it (a DT_
+// value of <dirent.h>; DT_UNKNOWN where the file system does not tell). The
+// type is a hint only: the entry may change before it is used.
+struct ListedEntry {
+    std::string name;
+    unsigned char type = 0;
+};
+
+// read_directory_names with each name's type.
+bool read_directory_entries(int fd, std::vector<ListedEntry>& entries);
+
 // The parent of the directory open on fd, opened through "..", when it is
 // the directory with identity dev and ino (the one the walk came down
 // from). Invalid otherwise: errno ESTALE when the directory was moved

@@ -232,9 +232,10 @@ std::string make_chain(const std::string& top, int depth) {
 constexpr int kDeepChain = 400;
 
 // Reaching the top holds one descriptor (two for a moment); the directory
-// worked on one more, and entering a directory below it (or opening a file
-// in it, or climbing back to its parent) one more for a moment: three in
-// all, at any depth. A directory is listed through its own descriptor.
+// worked on one more, the first four levels above it one each, and
+// entering a directory below it (or opening a file in it, or climbing back
+// to a deeper parent) one more for a moment: seven in all, at any depth. A
+// directory is listed through its own descriptor.
 TEST_F(TreeWalkOutOfDescriptorsTest, ReachingTheTopFailsFatally) {
     EXPECT_EXIT(chown_short_of_descriptors(top_, 0), ::testing::ExitedWithCode(1),
                 "^Unable to get entry " + top_ + ": Too many open files\n\nSystem error 24: Too many open files\n$");
@@ -246,10 +247,10 @@ TEST_F(TreeWalkOutOfDescriptorsTest, OpeningADirectoryBelowFailsFatally) {
                 "^Unable to open dir below: Too many open files\n\nSystem error 24: Too many open files\n$");
 }
 
-// Changes the chain below top with three spare descriptors, then ends the
+// Changes the chain below top with seven spare descriptors, then ends the
 // process: 0 when the file at its bottom got popuser and mode 0640.
-void change_chain_with_three_descriptors(const std::string& top) {
-    NoFreeDescriptors guard(3);
+void change_chain_with_seven_descriptors(const std::string& top) {
+    NoFreeDescriptors guard(7);
     NoFreeDescriptors::restore_at_exit();
     chown_tree(top, popuser_uid(), popuser_gid(), TopDirectory::change);
     chmod_tree(top, 0640, 0750, TopDirectory::change);
@@ -265,16 +266,16 @@ void change_chain_with_three_descriptors(const std::string& top) {
     std::exit(changed ? 0 : 2);
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAChainOfAnyDepthNeedsThreeDescriptors) {
+TEST_F(TreeWalkOutOfDescriptorsTest, ChangingAChainOfAnyDepthNeedsSevenDescriptors) {
     make_chain(top_, kDeepChain);
-    EXPECT_EXIT(change_chain_with_three_descriptors(top_), ::testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(change_chain_with_seven_descriptors(top_), ::testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(TreeWalkOutOfDescriptorsTest, RemovingAChainOfAnyDepthNeedsThreeDescriptors) {
+TEST_F(TreeWalkOutOfDescriptorsTest, RemovingAChainOfAnyDepthNeedsSevenDescriptors) {
     make_chain(top_, kDeepChain);
     int result = -1;
     const auto printed = printed_by([&] {
-        NoFreeDescriptors guard(3);
+        NoFreeDescriptors guard(7);
         result = remove_tree(top_);
     });
     EXPECT_EQ(result, 0);
