@@ -80,10 +80,23 @@ constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // The level of the directory open on fd, with its entries.
 bool enter_level(int fd, const std::string& name, const char* shown, OnFailure on_failure, Level& level) {
-    struct stat info {};
     level = Level{name, 0, 0, {}, 0, UniqueFd()};
-    if (::fstat(fd, &info) != 0 || !crelm::util::read_directory_entries(fd, level.entries))
+    if (!crelm::util::read_directory_entries(fd, level.entries))
         return walk_failure(on_failure, "Unable to open dir %s: %s\n", shown, std::strerror(errno));
+    return true;
+}
+
+// Leaves the level of the directory open on current for one below it:
+// one of the first levels keeps its handle; a deeper one is closed and
+// keeps its identity instead, to know it again through "..".
+bool leave_level(UniqueFd& current, std::size_t depth, OnFailure on_failure, Level& level) {
+    if (depth < kHeldLevels) {
+        level.held = std::move(current);
+        return true;
+    }
+    struct stat info {};
+    if (::fstat(current.get(), &info) != 0)
+        return walk_failure(on_failure, "Unable to open dir %s: %s\n", level.name.c_str(), std::strerror(errno));
     level.dev = info.st_dev;
     level.ino = info.st_ino;
     return true;
@@ -192,10 +205,9 @@ bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itsel
             break;
         }
         Level entered;
-        if (!enter_level(below.get(), listed.name, listed.name.c_str(), on_failure, entered))
+        if (!enter_level(below.get(), listed.name, listed.name.c_str(), on_failure, entered) ||
+            !leave_level(current, levels.size() - 1, on_failure, level))
             return false;
-        if (levels.size() <= kHeldLevels)
-            level.held = std::move(current);
         levels.push_back(std::move(entered));
         current = std::move(below);
     }
