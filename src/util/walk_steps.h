@@ -1,7 +1,8 @@
 // The steps that tree walks share to keep a bounded number of descriptors
-// however deep a tree goes: a directory's entries are read whole through a
-// descriptor that is closed again at once, and the walk climbs back to a
-// parent through "..", checked to be the directory it came down from.
+// however deep a tree goes: a directory's entries are read whole, through
+// the walk's own descriptor on it, before anything below it is opened, and
+// the walk climbs back to a parent it did not keep open through "..",
+// checked to be the directory it came down from.
 #pragma once
 
 #include "util/unique_fd.h"
