@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "runtime/log.h"
+#include "runtime/shown_text.h"
 #include "util/nofollow.h"
 #include "util/unique_fd.h"
 #include "util/walk_steps.h"
@@ -70,8 +71,10 @@ private:
     crelm::util::UniqueFd current_;
 };
 
+// The path holds names a mail user gave: it is shown escaped, so that none
+// of their bytes starts a line or drives a terminal.
 bool TreeMeasure::fail(const std::string& path) {
-    report_error(0, 1, "Unable to measure size of %s", path.c_str());
+    report_error(0, 1, "Unable to measure size of %s", crelm::shown_text(path).c_str());
     return false;
 }
 

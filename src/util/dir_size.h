@@ -19,6 +19,7 @@ enum class SizeUnit {
 // that single entry; a missing path is 0. Entries that vanish while they are
 // walked are left out.
 // Returns the size (0 or more), or -1 after reporting through report_error
-// ("Unable to measure size of <path>" with the system error) when a directory
+// ("Unable to measure size of <path>" with the system error, the path
+// escaped as runtime/shown_text.h escapes it) when a directory
 // cannot be opened or read or an entry cannot be examined.
 long long dir_size(const char* path, SizeUnit unit);

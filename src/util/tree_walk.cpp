@@ -1,6 +1,7 @@
 #include "util/tree_walk.h"
 
 #include "runtime/log.h"
+#include "runtime/shown_text.h"
 #include "util/nofollow.h"
 #include "util/unique_fd.h"
 #include "util/walk_steps.h"
@@ -64,6 +65,7 @@ struct Visitor {
 // for the first levels, its handle, kept while the walk is below it.
 struct Level {
     std::string name;
+    std::string shown;  // the name as messages show it
     dev_t dev = 0;
     ino_t ino = 0;
     std::vector<crelm::util::ListedEntry> entries;
@@ -80,7 +82,7 @@ constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // The level of the directory open on fd, with its entries.
 bool enter_level(int fd, const std::string& name, const char* shown, OnFailure on_failure, Level& level) {
-    level = Level{name, 0, 0, {}, 0, UniqueFd()};
+    level = Level{name, shown, 0, 0, {}, 0, UniqueFd()};
     if (!crelm::util::read_directory_entries(fd, level.entries))
         return walk_failure(on_failure, "Unable to open dir %s: %s\n", shown, std::strerror(errno));
     return true;
@@ -96,7 +98,7 @@ bool leave_level(UniqueFd& current, std::size_t depth, OnFailure on_failure, Lev
     }
     struct stat info {};
     if (::fstat(current.get(), &info) != 0)
-        return walk_failure(on_failure, "Unable to open dir %s: %s\n", level.name.c_str(), std::strerror(errno));
+        return walk_failure(on_failure, "Unable to open dir %s: %s\n", level.shown.c_str(), std::strerror(errno));
     level.dev = info.st_dev;
     level.ino = info.st_ino;
     return true;
@@ -113,7 +115,7 @@ UniqueFd open_parent_level(int fd, Level& parent, const std::string& shown, OnFa
         errno = 0;
         walk_failure(on_failure, "Directory %s was moved while it was walked\n", shown.c_str());
     } else if (!up.valid()) {
-        walk_failure(on_failure, "Unable to open dir %s: %s\n", parent.name.c_str(), std::strerror(errno));
+        walk_failure(on_failure, "Unable to open dir %s: %s\n", parent.shown.c_str(), std::strerror(errno));
     }
     return up;
 }
@@ -126,8 +128,8 @@ enum class Reached { gone, directory, other, failed };
 // link; info describes any other entry. An entry the directory listed as a
 // directory is opened at once (one system call less for each directory of
 // a tree); one that changed since it was listed is looked at like the rest.
-Reached reach_entry(int parent, const crelm::util::ListedEntry& entry, UniqueFd& below, struct stat& info,
-                    OnFailure on_failure) {
+Reached reach_entry(int parent, const crelm::util::ListedEntry& entry, const char* shown, UniqueFd& below,
+                    struct stat& info, OnFailure on_failure) {
     const char* name = entry.name.c_str();
     if (entry.type == DT_DIR) {
         below = UniqueFd(::openat(parent, name, kDirectoryFlags));
@@ -136,14 +138,14 @@ Reached reach_entry(int parent, const crelm::util::ListedEntry& entry, UniqueFd&
         if (errno == ENOENT)
             return Reached::gone;
         if (errno != ENOTDIR && errno != ELOOP) {
-            walk_failure(on_failure, "Unable to open dir %s: %s\n", name, std::strerror(errno));
+            walk_failure(on_failure, "Unable to open dir %s: %s\n", shown, std::strerror(errno));
             return Reached::failed;
         }
     }
     if (::fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
         if (errno == ENOENT)
             return Reached::gone;  // taken away by its owner meanwhile
-        walk_failure(on_failure, "Unable to check directory entry %s: %s\n", name, std::strerror(errno));
+        walk_failure(on_failure, "Unable to check directory entry %s: %s\n", shown, std::strerror(errno));
         return Reached::failed;
     }
     if (!S_ISDIR(info.st_mode))
@@ -153,7 +155,7 @@ Reached reach_entry(int parent, const crelm::util::ListedEntry& entry, UniqueFd&
         return Reached::directory;
     if (errno == ELOOP || errno == ENOTDIR || errno == ENOENT)
         return Reached::gone;
-    walk_failure(on_failure, "Unable to open dir %s: %s\n", name, std::strerror(errno));
+    walk_failure(on_failure, "Unable to open dir %s: %s\n", shown, std::strerror(errno));
     return Reached::failed;
 }
 
@@ -179,10 +181,11 @@ bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itsel
             if (levels.size() == 1)
                 return visitor.directory(top, current.get(), itself);
             const std::string name = level.name;
-            UniqueFd up = open_parent_level(current.get(), levels[levels.size() - 2], name, on_failure);
+            const std::string shown = level.shown;
+            UniqueFd up = open_parent_level(current.get(), levels[levels.size() - 2], shown, on_failure);
             if (!up.valid())
                 return false;
-            const Entry done{up.get(), name.c_str(), name.c_str(), false};
+            const Entry done{up.get(), name.c_str(), shown.c_str(), false};
             if (!visitor.directory(done, current.get(), TopDirectory::change))
                 return false;
             levels.pop_back();
@@ -190,22 +193,25 @@ bool walk_directory(const Entry& top, const Visitor& visitor, TopDirectory itsel
             continue;
         }
         const crelm::util::ListedEntry& listed = level.entries[level.next++];
+        // A name a mail user gave is shown escaped: no control byte of it
+        // reaches the panel's output, no newline starts a line of its own.
+        const std::string shown = crelm::shown_text(listed.name);
         UniqueFd below;
         struct stat info {};
-        switch (reach_entry(current.get(), listed, below, info, on_failure)) {
+        switch (reach_entry(current.get(), listed, shown.c_str(), below, info, on_failure)) {
         case Reached::gone:
             continue;
         case Reached::failed:
             return false;
         case Reached::other:
-            if (!visitor.file(Entry{current.get(), listed.name.c_str(), listed.name.c_str(), false}, info))
+            if (!visitor.file(Entry{current.get(), listed.name.c_str(), shown.c_str(), false}, info))
                 return false;
             continue;
         case Reached::directory:
             break;
         }
         Level entered;
-        if (!enter_level(below.get(), listed.name, listed.name.c_str(), on_failure, entered) ||
+        if (!enter_level(below.get(), listed.name, shown.c_str(), on_failure, entered) ||
             !leave_level(current, levels.size() - 1, on_failure, level))
             return false;
         levels.push_back(std::move(entered));

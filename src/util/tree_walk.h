@@ -8,7 +8,10 @@
 // and modes are changed on handles, never by name. A regular file with more
 // than one hard link (perhaps another user's file linked into the tree)
 // keeps its owner and mode: "Refused to change directory entry %s: it has
-// more than one hard link\n" is reported and the walk goes on.
+// more than one hard link\n" is reported and the walk goes on. The names of
+// entries below the top are shown in messages as runtime/shown_text.h
+// escapes them: a mail user's newline or control byte never reaches the
+// output raw.
 //
 // However deep the tree, a walk holds seven descriptors at most: a
 // directory's entries are read whole when it is entered, the directory

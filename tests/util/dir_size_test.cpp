@@ -86,11 +86,11 @@ TEST_F(DirSizeTest, FileIsItsOwnSize) {
     EXPECT_EQ(dir_size((root + "/one").c_str(), SizeUnit::Bytes), 3000);
 }
 
-TEST_F(DirSizeTest, UnreadableDirectoryFailsWithItsPath) {
-    chmod(root.c_str(), 0755);
-    chmod((root + "/a").c_str(), 0700);  // closed to everyone but root
+// What dir_size of root prints as popuser, when it answers -1: standard
+// error, then standard output.
+std::string printed_measuring_as_popuser(const std::string& root) {
     int out[2];
-    ASSERT_EQ(pipe(out), 0);
+    EXPECT_EQ(pipe(out), 0);
     const pid_t pid = fork();
     if (pid == 0) {
         dup2(out[1], 1);
@@ -110,8 +110,25 @@ TEST_F(DirSizeTest, UnreadableDirectoryFailsWithItsPath) {
     int status = 0;
     waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    return printed;
+}
+
+TEST_F(DirSizeTest, UnreadableDirectoryFailsWithItsPath) {
+    chmod(root.c_str(), 0755);
+    chmod((root + "/a").c_str(), 0700);  // closed to everyone but root
     const std::string message = "Unable to measure size of " + root + "/a\nSystem error 13: Permission denied\n";
-    EXPECT_EQ(printed, message + message);  // standard error, then standard output
+    EXPECT_EQ(printed_measuring_as_popuser(root), message + message);
+}
+
+// A mail user's name for a folder reaches the message escaped: its newline
+// starts no line of its own, its escape byte drives no terminal.
+TEST_F(DirSizeTest, ANameFromTheTreeIsShownEscaped) {
+    chmod(root.c_str(), 0755);
+    ASSERT_EQ(rename((root + "/a").c_str(), (root + "/a\nOK\x1b[2J").c_str()), 0);
+    chmod((root + "/a\nOK\x1b[2J").c_str(), 0700);
+    const std::string message =
+        "Unable to measure size of " + root + "/a\\nOK\\x1b[2J\nSystem error 13: Permission denied\n";
+    EXPECT_EQ(printed_measuring_as_popuser(root), message + message);
 }
 
 }  // namespace

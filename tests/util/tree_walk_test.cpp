@@ -89,6 +89,17 @@ TEST_F(TreeWalkTest, AHardLinkedFileKeepsItsOwnerAndModeAndTheWalkGoesOn) {
     expect_link_targets_untouched();
 }
 
+// A mail user's name for a file reaches the message escaped: its newline
+// starts no line of its own in what the panel reads, its escape byte
+// drives no terminal.
+TEST_F(TreeWalkTest, ANameFromTheTreeIsShownEscaped) {
+    write_file("/var/qmail/secret", "root's\n", 0600);
+    ASSERT_EQ(link("/var/qmail/secret", (top_ + "/Maildir/cur/se\nOK\x1b[2J").c_str()), 0);
+    const auto printed = printed_by([&] { chown_tree(top_, popuser_uid(), popuser_gid(), TopDirectory::change); });
+    expect_reported(printed, "Refused to change directory entry se\\nOK\\x1b[2J: it has more than one hard link\n");
+    EXPECT_EQ(file_info("/var/qmail/secret").uid, 0U);
+}
+
 TEST_F(TreeWalkTest, ChownTreeChangesTheTopWhenAsked) {
     chown_tree(top_, popuser_uid(), popuser_gid(), TopDirectory::change);
     EXPECT_EQ(file_info(top_).uid, popuser_uid());
